@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the build dependencies of vqmath on Debian 12 (bookworm) when they are missing:
+# Intel oneMKL (non-free), ARPACK-NG, GoogleTest, CMake and a C/C++ toolchain.
+# A second run finds everything in place and returns in a second or two.
+set -euo pipefail
+
+need=()
+have() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+for p in cmake g++ make pkg-config libgtest-dev libarpack2-dev libmkl-dev "$@"; do
+  have "$p" || need+=("$p")
+done
+[ ${#need[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "install-deps: missing packages (${need[*]}) and not root; install them or rerun as root" >&2
+  exit 1
+fi
+
+# libmkl-dev lives in Debian's non-free component: add a deb822 source that enables it.
+src=/etc/apt/sources.list.d/vqmath-non-free.sources
+if printf '%s\n' "${need[@]}" | grep -q '^libmkl' && [ ! -f "$src" ]; then
+  cat > "$src" <<'SRC'
+Types: deb
+URIs: http://deb.debian.org/debian
+Suites: bookworm bookworm-updates
+Components: non-free
+Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
+SRC
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+# MKL's package asks whether to make MKL the system BLAS/LAPACK alternative; answer no so that
+# other programs on the machine keep the BLAS they had.
+echo "libmkl-rt libmkl-rt/use-as-default-blas-lapack boolean false" | debconf-set-selections || true
+apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
+echo "install-deps: installed ${need[*]}"

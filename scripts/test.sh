@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs what is missing, configures, builds and runs the whole test suite through ctest.
+#   scripts/test.sh             release build in build/
+#   scripts/test.sh --sanitize  AddressSanitizer + UndefinedBehaviorSanitizer build in build-sanitize/
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+build=build
+flags=(-DCMAKE_BUILD_TYPE=Release)
+if [ "${1:-}" = "--sanitize" ]; then
+  build=build-sanitize
+  flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVQMATH_SANITIZE=ON -DVQMATH_BUILD_BENCH=OFF)
+fi
+
+bash scripts/install-deps.sh
+
+jobs=$(nproc 2>/dev/null || echo 2)
+cmake -S . -B "$build" "${flags[@]}" >/dev/null
+cmake --build "$build" -j "$jobs"
+
+export OMP_NUM_THREADS=${OMP_NUM_THREADS:-2} MKL_NUM_THREADS=${MKL_NUM_THREADS:-2}
+if [ "$build" = build-sanitize ]; then
+  # MKL and libgomp keep process-lifetime allocations that LeakSanitizer would report.
+  export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0}
+  export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$root/scripts/lsan.supp:print_suppressions=0}
+  export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+fi
+cd "$build"
+ctest --output-on-failure -j "$jobs" --timeout 600

@@ -1,0 +1,2 @@
+// Compiles the public C header alone as C++ (built, not run).
+#include <vqmath.h>

@@ -1,0 +1,229 @@
+#include "support/TestSupport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <sys/stat.h>
+
+#include <mkl.h>
+
+namespace vqtest {
+
+std::string DataDir() {
+  const char* env = std::getenv("VQMATH_SHARED_DATA_DIR");
+  std::string dir = env && *env ? env : VQMATH_SHARED_DATA_DIR;
+  struct stat st;
+  if (stat((dir + "/bcsstk01.mtx").c_str(), &st) != 0) return "";
+  return dir;
+}
+
+std::string DataFile(const std::string& name) { return DataDir() + "/" + name; }
+
+namespace {
+
+Csr FromMap(int n, const std::map<std::pair<int, int>, double>& entries) {
+  Csr c;
+  c.n = n;
+  std::vector<std::vector<std::pair<int, double>>> rows(n);
+  for (int i = 0; i < n; ++i) rows[i].push_back({i + 1, 0.0});
+  for (const auto& e : entries) {
+    int i = e.first.first, j = e.first.second;
+    if (i == j)
+      rows[i - 1][0].second += e.second;
+    else
+      rows[i - 1].push_back({j, e.second});
+  }
+  c.rowPointers.push_back(1);
+  for (int i = 0; i < n; ++i) {
+    std::sort(rows[i].begin() + 1, rows[i].end());
+    for (auto& p : rows[i]) {
+      c.columnIndices.push_back(p.first);
+      c.values.push_back(p.second);
+    }
+    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
+  }
+  return c;
+}
+
+}  // namespace
+
+bool ReadMtx(const std::string& path, Csr& out, std::string* error) {
+  std::ifstream in(path);
+  if (!in) {
+    if (error) *error = "cannot open " + path;
+    return false;
+  }
+  std::string line;
+  int rows = -1, cols = -1;
+  long long count = -1;
+  std::map<std::pair<int, int>, double> entries;
+  long long read = 0;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty() || line[0] == '%') continue;
+    std::istringstream ls(line);
+    if (rows < 0) {
+      ls >> rows >> cols >> count;
+      if (!ls || rows != cols || rows <= 0) {
+        if (error) *error = "bad size line in " + path;
+        return false;
+      }
+      continue;
+    }
+    int i, j;
+    double v;
+    ls >> i >> j >> v;
+    if (!ls || i < 1 || j < 1 || i > rows || j > rows) {
+      if (error) *error = "bad entry line in " + path + ": " + line;
+      return false;
+    }
+    if (i > j) std::swap(i, j);
+    entries[{i, j}] += v;
+    ++read;
+  }
+  if (rows < 0 || read != count) {
+    if (error) *error = "truncated file " + path;
+    return false;
+  }
+  out = FromMap(rows, entries);
+  return true;
+}
+
+Csr CsrFromDense(int n, const std::vector<double>& a, double drop) {
+  std::map<std::pair<int, int>, double> entries;
+  for (int j = 1; j <= n; ++j)
+    for (int i = 1; i <= j; ++i) {
+      double v = a[static_cast<size_t>(j - 1) * n + (i - 1)];
+      if (i == j || std::fabs(v) > drop) entries[{i, j}] = v;
+    }
+  return FromMap(n, entries);
+}
+
+std::vector<double> Dense(const Csr& a) {
+  std::vector<double> d(static_cast<size_t>(a.n) * a.n, 0.0);
+  for (int i = 0; i < a.n; ++i)
+    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p) {
+      int j = a.columnIndices[p] - 1;
+      d[static_cast<size_t>(j) * a.n + i] = a.values[p];
+      d[static_cast<size_t>(i) * a.n + j] = a.values[p];
+    }
+  return d;
+}
+
+std::vector<double> Diagonal(const Csr& a) {
+  std::vector<double> d(a.n, 0.0);
+  for (int i = 0; i < a.n; ++i)
+    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p)
+      if (a.columnIndices[p] == i + 1) d[i] += a.values[p];
+  return d;
+}
+
+void Multiply(const Csr& a, const double* x, double* y) {
+  std::fill(y, y + a.n, 0.0);
+  for (int i = 0; i < a.n; ++i)
+    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p) {
+      int j = a.columnIndices[p] - 1;
+      y[i] += a.values[p] * x[j];
+      if (j != i) y[j] += a.values[p] * x[i];
+    }
+}
+
+Csr DiagonalCsr(const std::vector<double>& d) {
+  Csr c;
+  c.n = static_cast<int>(d.size());
+  for (int i = 0; i < c.n; ++i) {
+    c.rowPointers.push_back(i + 1);
+    c.columnIndices.push_back(i + 1);
+    c.values.push_back(d[i]);
+  }
+  c.rowPointers.push_back(c.n + 1);
+  return c;
+}
+
+double RelativeResidual(const Csr& k, const double* x, const double* f, int nrhs) {
+  std::vector<double> y(k.n);
+  double num = 0.0, den = 0.0;
+  for (int c = 0; c < nrhs; ++c) {
+    Multiply(k, x + static_cast<size_t>(c) * k.n, y.data());
+    for (int i = 0; i < k.n; ++i) {
+      double fi = f[static_cast<size_t>(c) * k.n + i];
+      num += (y[i] - fi) * (y[i] - fi);
+      den += fi * fi;
+    }
+  }
+  return std::sqrt(num) / (den > 0 ? std::sqrt(den) : 1.0);
+}
+
+std::vector<double> DenseEigenvalues(int n, const std::vector<double>& k, const std::vector<double>& m,
+                                     std::vector<double>* vectors) {
+  std::vector<double> a = k, b = m, w(n);
+  lapack_int info = LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, vectors ? 'V' : 'N', 'U', n, a.data(), n,
+                                  b.data(), n, w.data());
+  if (info == 0) {
+    if (vectors) *vectors = a;
+    return w;
+  }
+  // M is not positive definite (massless dofs): solve M phi = mu K phi, lambda = 1 / mu.
+  a = m;
+  b = k;
+  info = LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'V', 'U', n, a.data(), n, b.data(), n, w.data());
+  if (info != 0) return {};
+  double mumax = 0.0;
+  for (double mu : w) mumax = std::max(mumax, std::fabs(mu));
+  std::vector<std::pair<double, int>> finite;
+  for (int q = 0; q < n; ++q)
+    if (w[q] > 1e-12 * mumax) finite.push_back({1.0 / w[q], q});
+  std::sort(finite.begin(), finite.end());
+  std::vector<double> lambda;
+  if (vectors) vectors->clear();
+  for (auto& f : finite) {
+    lambda.push_back(f.first);
+    if (vectors) {
+      // K-normalised phi: phi^T M phi = mu, rescale to M-normalised.
+      double s = 1.0 / std::sqrt(w[f.second]);
+      for (int i = 0; i < n; ++i) vectors->push_back(a[static_cast<size_t>(f.second) * n + i] * s);
+    }
+  }
+  return lambda;
+}
+
+std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors) {
+  return DenseEigenvalues(k.n, Dense(k), Dense(m), vectors);
+}
+
+double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi) {
+  std::vector<double> kp(k.n), mp(k.n);
+  double worst = 0.0;
+  for (int q = 0; q < nmodes; ++q) {
+    const double* v = phi + static_cast<size_t>(q) * k.n;
+    Multiply(k, v, kp.data());
+    Multiply(m, v, mp.data());
+    double num = 0.0, den = 0.0;
+    for (int i = 0; i < k.n; ++i) {
+      double r = kp[i] - lambda[q] * mp[i];
+      num += r * r;
+      den += kp[i] * kp[i];
+    }
+    worst = std::max(worst, std::sqrt(num) / (den > 0 ? std::sqrt(den) : 1.0));
+  }
+  return worst;
+}
+
+double MOrthonormalityError(const Csr& m, int nmodes, const double* phi) {
+  std::vector<double> mp(static_cast<size_t>(m.n) * nmodes);
+  for (int q = 0; q < nmodes; ++q) Multiply(m, phi + static_cast<size_t>(q) * m.n, mp.data() + static_cast<size_t>(q) * m.n);
+  double worst = 0.0;
+  for (int a = 0; a < nmodes; ++a)
+    for (int b = 0; b < nmodes; ++b) {
+      double s = 0.0;
+      for (int i = 0; i < m.n; ++i) s += phi[static_cast<size_t>(a) * m.n + i] * mp[static_cast<size_t>(b) * m.n + i];
+      worst = std::max(worst, std::fabs(s - (a == b ? 1.0 : 0.0)));
+    }
+  return worst;
+}
+
+double RelDiff(double a, double b) { return std::fabs(a - b) / std::max(std::fabs(b), 1e-300); }
+
+}  // namespace vqtest
