@@ -92,10 +92,9 @@ std::vector<double> HexahedronStiffness(const double* coordinates, double youngs
                     }
             }
     });
-    // Mirror the blocks below the block diagonal.
+    // Mirror the upper triangle, so that the matrix is symmetric to the last bit.
     for (int c = 0; c < kHexDofs; ++c)
-        for (int r = 0; r < kHexDofs; ++r)
-            if (r / 3 > c / 3) k[r + kHexDofs * c] = k[c + kHexDofs * r];
+        for (int r = c + 1; r < kHexDofs; ++r) k[r + kHexDofs * c] = k[c + kHexDofs * r];
     return k;
 }
 

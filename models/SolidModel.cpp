@@ -107,7 +107,10 @@ SolidParameters SolidModel::ForEquations(int target)
     SolidParameters p;
     const double t = std::max(1, target);
     // A clamped bar has 3·nx·(ny+1)² equations; ny = nz ≈ nx/4 gives 12·ny·(ny+1)².
-    const int ny = std::max(2, static_cast<int>(std::lround(std::cbrt(t / 12.0))));
+    auto bar = [](int ny) { return 12.0 * ny * (ny + 1.0) * (ny + 1.0); };
+    int ny = std::max(2, static_cast<int>(std::cbrt(t / 12.0)));
+    while (ny > 2 && bar(ny) > t) --ny;
+    while (std::fabs(bar(ny + 1) - t) < std::fabs(bar(ny) - t)) ++ny;
     const double slice = 3.0 * (ny + 1) * (ny + 1);
     p.nx = std::max(1, static_cast<int>(std::lround(t / slice)));
     p.ny = p.nz = ny;

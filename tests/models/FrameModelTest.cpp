@@ -1,0 +1,235 @@
+// Plane beam-column frames: element matrices, and the buckling loads and natural frequencies
+// of the pinned column against the closed-form Euler–Bernoulli values (dense LAPACK dsygv).
+
+#include "models/BeamColumnElement.h"
+#include "models/CsrMatrix.h"
+#include "models/FrameModel.h"
+
+#include <gtest/gtest.h>
+#include <mkl.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+
+using namespace vqmath::models;
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a)
+{
+    std::vector<double> w(static_cast<size_t>(n));
+    EXPECT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', n, a.data(), n, w.data()), 0);
+    return w;
+}
+
+// Buckling loads of K·φ = λ·Kg·φ, ascending. Kg is only semi-definite (no axial terms), so the
+// pencil is solved the other way round, Kg·φ = μ·K·φ with K definite, and λ = 1/μ over μ > 0.
+std::vector<double> BucklingLoads(const FrameModel& f)
+{
+    const int n = f.NumEquations();
+    std::vector<double> kg = ToDense(f.GeometricStiffness()), k = ToDense(f.Stiffness());
+    std::vector<double> mu(static_cast<size_t>(n));
+    EXPECT_EQ(LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, kg.data(), n, k.data(), n, mu.data()), 0);
+    const double top = *std::max_element(mu.begin(), mu.end());
+    std::vector<double> lambda;
+    for (double m : mu)
+        if (m > 1e-12 * top) lambda.push_back(1.0 / m);
+    std::sort(lambda.begin(), lambda.end());
+    return lambda;
+}
+
+// Circular frequencies of K·φ = ω²·M·φ, ascending.
+std::vector<double> Frequencies(const FrameModel& f)
+{
+    const int n = f.NumEquations();
+    std::vector<double> k = ToDense(f.Stiffness()), m = ToDense(f.Mass());
+    std::vector<double> w(static_cast<size_t>(n));
+    EXPECT_EQ(LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, k.data(), n, m.data(), n, w.data()), 0);
+    for (double& x : w) x = std::sqrt(x);
+    return w;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Element
+
+class InclinedMember : public ::testing::TestWithParam<double> {};
+
+TEST_P(InclinedMember, StiffnessHasThreeRigidBodyModesAndKnownValues)
+{
+    const double angle = GetParam(), l = 2.5;
+    const double x2 = l * std::cos(angle), y2 = l * std::sin(angle);
+    const double e = 200e9, a = 4e-3, inertia = 8e-6;
+    const std::vector<double> k = BeamColumnStiffness2D(1.0, -2.0, 1.0 + x2, -2.0 + y2, e, a, inertia);
+    for (int r = 0; r < 6; ++r)
+        for (int c = 0; c < 6; ++c) ASSERT_EQ(k[r + 6 * c], k[c + 6 * r]);
+    const std::vector<double> w = SymmetricEigenvalues(6, k);
+    for (int i = 0; i < 3; ++i) EXPECT_LT(std::fabs(w[i]), 1e-12 * w[5]);
+    EXPECT_GT(w[3], 1e-6 * w[5]);
+    // Stretching along the axis costs EA/L; a unit end rotation costs 4EI/L.
+    const double c = std::cos(angle), s = std::sin(angle);
+    const double stretch[6] = {0, 0, 0, c, s, 0};
+    double energy = 0.0;
+    for (int r = 0; r < 6; ++r)
+        for (int q = 0; q < 6; ++q) energy += stretch[r] * k[r + 6 * q] * stretch[q];
+    EXPECT_NEAR(energy, e * a / l, 1e-9 * e * a / l);
+    EXPECT_NEAR(k[2 + 6 * 2], 4 * e * inertia / l, 1e-9 * e * inertia / l);
+    EXPECT_NEAR(k[2 + 6 * 5], 2 * e * inertia / l, 1e-9 * e * inertia / l);
+}
+
+TEST_P(InclinedMember, GeometricStiffnessAndMassRespectRigidMotion)
+{
+    const double angle = GetParam(), l = 1.5, n = 3000.0, rhoA = 40.0;
+    const double c = std::cos(angle), s = std::sin(angle);
+    const std::vector<double> kg = BeamColumnGeometricStiffness2D(0, 0, l * c, l * s, n);
+    // Rigid translations carry no geometric stiffness; an axial stretch none either.
+    for (const std::array<double, 6>& u : {std::array<double, 6>{1, 0, 0, 1, 0, 0}, std::array<double, 6>{0, 1, 0, 0, 1, 0},
+                                           std::array<double, 6>{0, 0, 0, c, s, 0}}) {
+        for (int r = 0; r < 6; ++r) {
+            double y = 0.0;
+            for (int q = 0; q < 6; ++q) y += kg[r + 6 * q] * u[q];
+            EXPECT_NEAR(y, 0.0, 1e-9 * n) << "row " << r;
+        }
+    }
+    // A rigid rotation θ = 1 about node 1 lowers the energy by N·L (the P-Δ effect): uᵀ·Kg·u = N·L.
+    const double rot[6] = {0, 0, 1, -s * l, c * l, 1};
+    double work = 0.0;
+    for (int r = 0; r < 6; ++r)
+        for (int q = 0; q < 6; ++q) work += rot[r] * kg[r + 6 * q] * rot[q];
+    EXPECT_NEAR(work, n * l, 1e-9 * n * l);
+
+    const std::vector<double> m = BeamColumnConsistentMass2D(0, 0, l * c, l * s, rhoA);
+    for (const std::array<double, 6>& u : {std::array<double, 6>{1, 0, 0, 1, 0, 0}, std::array<double, 6>{0, 1, 0, 0, 1, 0}}) {
+        double mass = 0.0;
+        for (int r = 0; r < 6; ++r)
+            for (int q = 0; q < 6; ++q) mass += u[r] * m[r + 6 * q] * u[q];
+        EXPECT_NEAR(mass, rhoA * l, 1e-12 * rhoA * l);
+    }
+    const std::vector<double> lumped = BeamColumnLumpedMass2D(0, 0, l * c, l * s, rhoA);
+    EXPECT_DOUBLE_EQ(lumped[0] + lumped[3], rhoA * l);
+    EXPECT_DOUBLE_EQ(lumped[1] + lumped[4], rhoA * l);
+    EXPECT_GT(lumped[2], 0.0);
+    EXPECT_THROW(BeamColumnStiffness2D(1, 1, 1, 1, 210e9, 1, 1), std::invalid_argument);
+}
+
+INSTANTIATE_TEST_SUITE_P(Angles, InclinedMember, ::testing::Values(0.0, 0.5 * kPi, 0.3, 2.4, -1.1));
+
+// ---------------------------------------------------------------------------------------------
+// Pinned column
+
+TEST(PinnedColumn, LowestBucklingLoadsAreEulerLoads)
+{
+    ColumnParameters p;
+    p.elements = 16;
+    const FrameModel column = FrameModel::PinnedColumn(p);
+    EXPECT_EQ(column.NumEquations(), 3 * 17 - 3);
+    const std::vector<double> lambda = BucklingLoads(column);
+    ASSERT_GE(lambda.size(), 4u);
+    for (int mode = 1; mode <= 4; ++mode) {
+        const double exact = p.EulerLoad(mode);
+        // Cubic elements with consistent Kg overestimate slightly, by O((n/elements)^2)·…
+        EXPECT_GE(lambda[mode - 1], exact * (1 - 1e-9)) << "mode " << mode;
+        EXPECT_LT(lambda[mode - 1], exact * (1 + 2e-3 * mode * mode)) << "mode " << mode;
+    }
+    EXPECT_NEAR(p.EulerLoad(1), kPi * kPi * 210e9 * 19.43e-6 / 16.0, 1e-6);
+}
+
+TEST(PinnedColumn, CoarseMeshConvergesFromAbove)
+{
+    double previous = 1e300;
+    ColumnParameters p;
+    for (int elements : {2, 4, 8}) {
+        p.elements = elements;
+        const double l1 = BucklingLoads(FrameModel::PinnedColumn(p))[0];
+        EXPECT_LT(l1, previous);
+        EXPECT_GT(l1, p.EulerLoad(1));
+        previous = l1;
+    }
+    EXPECT_LT(previous, p.EulerLoad(1) * 1.001);
+}
+
+TEST(PinnedColumn, TransverseFrequenciesMatchBeamTheory)
+{
+    ColumnParameters p;
+    p.elements = 20;
+    for (bool consistent : {true, false}) {
+        p.consistentMass = consistent;
+        const FrameModel column = FrameModel::PinnedColumn(p);
+        EXPECT_EQ(CheckLayout(column.Mass()), "");
+        const std::vector<double> w = Frequencies(column);
+        // The transverse modes come first; the axial ones are far higher for this column.
+        for (int mode = 1; mode <= 3; ++mode)
+            EXPECT_NEAR(w[mode - 1], p.NaturalFrequency(mode), (consistent ? 1e-3 : 1e-2) * p.NaturalFrequency(mode))
+                << (consistent ? "consistent" : "lumped") << " mode " << mode;
+    }
+}
+
+TEST(PinnedColumn, MassAndStiffnessPropertiesOfTheAssembly)
+{
+    ColumnParameters p;
+    const FrameModel column = FrameModel::PinnedColumn(p);
+    const int n = column.NumEquations();
+    // K definite (supports remove the rigid motions), Kg semi-definite.
+    std::vector<double> k = ToDense(column.Stiffness());
+    EXPECT_EQ(LAPACKE_dpotrf(LAPACK_COL_MAJOR, 'U', n, k.data(), n), 0);
+    const std::vector<double> wg = SymmetricEigenvalues(n, ToDense(column.GeometricStiffness()));
+    EXPECT_GT(wg[0], -1e-12 * wg.back());
+    // Lumped mass: the free translations along the column axis (v) carry ρAL less the base half.
+    const double rhoAL = p.section.density * p.section.area * p.length;
+    double axial = 0.0;
+    for (int node = 0; node < column.NumNodes(); ++node)
+        if (const int eq = column.Equation(node, 1)) axial += column.LumpedMass()[eq - 1];
+    EXPECT_NEAR(axial, rhoAL * (1.0 - 0.5 / p.elements), 1e-9 * rhoAL);
+    EXPECT_EQ(column.Equation(0, 0), 0);
+    EXPECT_EQ(column.Equation(0, 1), 0);
+    EXPECT_EQ(column.Equation(p.elements, 0), 0);
+    EXPECT_NE(column.Equation(p.elements, 1), 0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Portal frame and hand-built frames
+
+TEST(PortalFrame, SwayBucklingLiesBetweenTheRigidAndTheMissingBeamBounds)
+{
+    // Fixed-base columns whose tops sway: with an infinitely stiff beam each column buckles at
+    // π²EI/h² (effective length h), with no beam at π²EI/(4h²) (a free-standing cantilever).
+    PortalParameters p;
+    const double ei = p.column.youngsModulus * p.column.inertia;
+    const double upper = kPi * kPi * ei / (p.height * p.height), lower = upper / 4;
+    const double flexible = BucklingLoads(FrameModel::PortalFrame(p))[0];
+    EXPECT_GT(flexible, lower);
+    EXPECT_LT(flexible, upper);
+    p.beam.inertia *= 1e4;
+    const double stiff = BucklingLoads(FrameModel::PortalFrame(p))[0];
+    EXPECT_GT(stiff, flexible);
+    EXPECT_NEAR(stiff, upper, 5e-3 * upper);
+}
+
+TEST(FrameBuilding, HandBuiltColumnEqualsTheReadyMadeOne)
+{
+    ColumnParameters p;
+    p.elements = 6;
+    const FrameModel ready = FrameModel::PinnedColumn(p);
+    FrameModel own;
+    const int base = own.AddNode(0.0, 0.0), top = own.AddNode(0.0, p.length);
+    own.AddMember(base, top, p.section, p.axialForce, p.elements);
+    own.Fix(base, 0);
+    own.Fix(base, 1);
+    own.Fix(top, 0);
+    own.Build();
+    ASSERT_EQ(own.NumEquations(), ready.NumEquations());
+    EXPECT_EQ(CheckLayout(own.Stiffness()), "");
+    const std::vector<double> a = BucklingLoads(own), b = BucklingLoads(ready);
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], 1e-9 * b[i]);
+    EXPECT_THROW(own.AddNode(1, 1), std::logic_error);
+    FrameModel bad;
+    bad.AddNode(0, 0);
+    EXPECT_THROW(bad.AddMember(0, 0, p.section, 1.0), std::invalid_argument);
+    EXPECT_THROW(bad.Fix(0, 3), std::invalid_argument);
+    EXPECT_THROW(bad.Build(), std::invalid_argument);
+}
