@@ -54,9 +54,8 @@ class VQ_SparseSolver {
                   int verbose, const char* workingDirectory, double* x);
   // No matrix yet; solution in place.
   VQ_SparseSolver(int oocMode, int mtype, bool verbose, const char* workingDirectory);
-  // Order and number of right-hand sides known: allocates an n x nrhs solution work buffer once,
-  // used by every solve (the buffer's allocation failure shows as status -4 from
-  // GetLastErrorCode()).
+  // Order and number of right-hand sides known: an n x nrhs solution work buffer is allocated
+  // once, by the first solve in place, and reused by every later one.
   VQ_SparseSolver(int n, int nrhs, int oocMode, int mtype, bool verbose,
                   const char* workingDirectory, bool inPlace);
 
