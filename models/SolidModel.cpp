@@ -95,11 +95,14 @@ SolidModel::SolidModel(const SolidParameters& parameters)
     for (int e = 0; e < elements; ++e) {
         const int* nodes = connectivity_.data() + static_cast<size_t>(e) * 8;
         assembler_.AddElement(k_, nodes, ke.data());
-        if (p_.consistentMass) assembler_.AddElement(consistentMass_, nodes, me.data());
         for (int a = 0; a < 8; ++a)
             for (int c = 0; c < 3; ++c)
                 if (const int eq = assembler_.Equation(nodes[a], c)) lumpedMass_[eq - 1] += ml[3 * a + c];
     }
+    // A pass of its own keeps one matrix at a time in the cache.
+    if (p_.consistentMass)
+        for (int e = 0; e < elements; ++e)
+            assembler_.AddElement(consistentMass_, connectivity_.data() + static_cast<size_t>(e) * 8, me.data());
 }
 
 SolidParameters SolidModel::ForEquations(int target)

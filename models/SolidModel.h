@@ -49,7 +49,9 @@ public:
 
     // Stiffness K (upper CSR, NumEquations() rows).
     const CsrMatrix& Stiffness() const { return k_; }
-    // Lumped mass (diagonal of M, one entry per equation; row sums of the consistent mass).
+    // Lumped mass (diagonal of M, one entry per equation): the row sums of the element
+    // consistent masses, so ρ·V/8 per element node and direction, couplings to clamped dofs
+    // included.
     const std::vector<double>& LumpedMass() const { return lumpedMass_; }
     // Consistent mass (upper CSR, the pattern of K); empty (n = 0) unless
     // SolidParameters::consistentMass was set.

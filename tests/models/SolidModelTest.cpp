@@ -4,7 +4,7 @@
 #include "models/CsrMatrix.h"
 #include "models/HexahedronElement.h"
 #include "models/SolidModel.h"
-#include "support/TestSupport.h"
+#include "support/ModelsSupport.h"
 
 #include <gtest/gtest.h>
 #include <mkl.h>
@@ -269,14 +269,8 @@ TEST(SolidModelShift, ShiftBetweenEigenvaluesCountsTheEigenvaluesBelow)
 {
     const SolidModel model(Small(true));
     const int n = model.NumEquations();
-    vqtest::Csr k, m;
-    for (auto [dst, src] : {std::pair{&k, &model.Stiffness()}, std::pair{&m, &model.ConsistentMass()}}) {
-        dst->n = src->n;
-        dst->rowPointers = src->rowPointers;
-        dst->columnIndices = src->columnIndices;
-        dst->values = src->values;
-    }
-    const std::vector<double> lambda = vqtest::DenseEigenvalues(k, m);
+    const std::vector<double> lambda =
+        vqtest::DenseEigenvalues(vqtest::FromModel(model.Stiffness()), vqtest::FromModel(model.ConsistentMass()));
     ASSERT_EQ(static_cast<int>(lambda.size()), n);
     const double sigma = 0.5 * (lambda[4] + lambda[5]);
     const std::vector<double> w = SymmetricEigenvalues(n, ToDense(Shifted(model.Stiffness(), model.ConsistentMass(), sigma)));
