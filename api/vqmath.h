@@ -164,11 +164,251 @@ char* VQ_GetWorkingDir(void);
 /* Direct solution and product entry points                                                     */
 /* ============================================================================================ */
 /* @@SECTION direct-solution@@ */
+/*
+ * K x = F by PARDISO for a symmetric K (upper CSR, 1-based, diagonal first in every row) and
+ * nrhs right-hand sides (n x nrhs, column-major). Both functions reset the registry, factor,
+ * solve and return 0 or the registry code: -3 singular (VQ_GetInstabilityDOF gives the
+ * equation), -81/-82 out of memory in core/out of core, -83 other PARDISO failure, -1 memory.
+ * A null solution array makes the solution overwrite rhs; otherwise rhs is left unchanged.
+ * Pivot counts of the factorisation: VQ_GetNumberOfNegativeEigenvalues/PositiveEigenvalues; an
+ * indefinite K (matrix type -2) solves and leaves warning -85 with the pivoting message.
+ * Malformed input - null arrays, n < 1, nrhs < 1, row pointers not starting at 1 or decreasing,
+ * a missing diagonal, column indices below the diagonal, beyond n or not ascending, a solver type
+ * other than 0/1/2 or a matrix type other than 2/-2 - returns -64 with the message
+ * "ERROR_INVALID_MATRICES: <what is wrong>" and leaves every caller array untouched.
+ */
+/* Solves with the process-wide settings: solver type and matrix type (VQ_SetSolverType,
+   VQ_SetSolverMatrixType), working directory, and keys 1003-1006, 1009 of VQ_SetParameterB/L.
+   With key 1006 on and solver type 2, an out-of-core memory failure is retried once with the
+   core size PARDISO asked for. constructorFlag: the solver's initial in-place flag (the solution
+   array decides in the end). */
+int VQ_SparseSolverDirect(int n /* in */, int nrhs /* in */, const int* rowPointers /* in: n+1 */,
+                          const int* columnIndices /* in: nnz */, const double* values /* in: nnz */,
+                          double* rhs /* inout: n*nrhs */, int constructorFlag /* in */,
+                          double* solution /* out: n*nrhs, or NULL for in place */);
+/* Solves with everything given as arguments. parameters receives the 64 PARDISO parameters
+   after the factorisation (also when it failed; may be NULL); with diagonalInfo 1 the diagonals of
+   K and of its factor are returned in equation order; retryOutOfCore 1 allows one out-of-core
+   retry with a larger core size when solverType is 2; messageLevel 1 lets PARDISO print. */
+int VQ_DirectSparseSolver(int n /* in */, int nrhs /* in */, const int* rowPointers /* in: n+1 */,
+                          const int* columnIndices /* in: nnz */, const double* values /* in: nnz */,
+                          double* rhs /* inout: n*nrhs */, int solverType /* in: 0, 1, 2 */,
+                          int matrixType /* in: 2 or -2 */, int* parameters /* out: 64 or NULL */,
+                          int stopIfNotPosDefinite /* in */, const char* workingDirectory /* in */,
+                          int decompositionFlag /* in: 1 factor in the calling thread */,
+                          int constructorFlag /* in */,
+                          double* solution /* out: n*nrhs, or NULL for in place */,
+                          int diagonalInfo /* in: 1 returns the diagonals */,
+                          double* diagonalArray1 /* out: n, diagonal of K */,
+                          double* diagonalArray2 /* out: n, diagonal of the factor */,
+                          int retryOutOfCore /* in */, int messageLevel /* in: 0 or 1 */);
+
+/* Products. They neither reset nor write the registry, except that malformed input (null arrays,
+   bad CSR, negative sizes) returns -64 and records it as above. */
+/* y = A x for symmetric A (upper CSR): MKL's kernel when useKernel is nonzero, else the
+   library's own product (VQ_SparseSymmMatrixVectorMultiplication_NATIVE). */
+int VQ_SparseSymmMatrixVectorMultiplication(int useKernel /* in */, int n /* in */,
+                                            const double* values /* in */,
+                                            const int* rowPointers /* in */,
+                                            const int* columnIndices /* in */,
+                                            const double* x /* in: n */, double* y /* out: n */);
+/* y = A x through the library's sparse matrix class; -1 (y untouched) when memory fails. */
+int VQ_SparseSymmMatrixVectorMultiplication_NATIVE(int n /* in */, const double* values /* in */,
+                                                   const int* rowPointers /* in */,
+                                                   const int* columnIndices /* in */,
+                                                   const double* x /* in: n */,
+                                                   double* y /* out: n */);
+/* y = A x with MKL's symmetric sparse kernel on the upper triangle. */
+int VQ_SparseSymmMatrixVectorMultiplication_MKL(int n /* in */, const double* values /* in */,
+                                                const int* rowPointers /* in */,
+                                                const int* columnIndices /* in */,
+                                                const double* x /* in: n */, double* y /* out: n */);
+/* Y = A X for ncols columns (n x ncols, column-major); ncols < 1 does nothing and returns 0. */
+int VQ_SparseSymmMatrixMatrixMultiplication_MKL(int n /* in */, int ncols /* in */,
+                                                const double* values /* in */,
+                                                const int* rowPointers /* in */,
+                                                const int* columnIndices /* in */,
+                                                const double* X /* in: n*ncols */,
+                                                double* Y /* out: n*ncols */);
+/* C = alpha op(A) op(B) + beta C by cblas_dgemm, column-major. transA/transB: 0 none, 1
+   transpose (other values skip the dimension checks; transB 2 asks for the conjugate transpose).
+   Dimensions must agree (colsA = rowsB, rowsC = rowsA, colsC = colsB for 0/0, and likewise with
+   the transposed sizes), else -1 and C is untouched. Leading dimensions: lda = rowsA, ldc =
+   rowsC, ldb = rowsB, but colsB when transB is 1: a transposed B is passed with leading
+   dimension colsB. */
+int VQ_MatrixMatrixMultiplication_MKL(const double* A /* in */, const double* B /* in */,
+                                      double* C /* inout */, int rowsA /* in */, int colsA /* in */,
+                                      int rowsB /* in */, int colsB /* in */, int rowsC /* in */,
+                                      int colsC /* in */, unsigned char transA /* in */,
+                                      unsigned char transB /* in */, double alpha /* in */,
+                                      double beta /* in */);
+
+/* Diagnostic dumps in the current directory: "K.mtx" (a symmetric K in upper CSR) and "F.mtx"
+   (n x nrhs right-hand sides), MatrixMarket coordinate text. Return 0, -5 when the file cannot
+   be opened, -64 for malformed input, -1 when memory fails. Called on request only. */
+int VQ_WriteSystemMatrixMTX(int n /* in */, const int* rowPointers /* in */,
+                            const int* columnIndices /* in */, const double* values /* in */);
+int VQ_WriteLoadMatrixMTX(int n /* in */, int nrhs /* in */, const double* rhs /* in: n*nrhs */);
 
 /* ============================================================================================ */
 /* System matrix and vector handles                                                             */
 /* ============================================================================================ */
 /* @@SECTION handles@@ */
+/*
+ * A system matrix is a symmetric sparse matrix that the host assembles element by element; a
+ * system vector is a dense column. Handles are opaque; the host owns them from Begin/Create/Clone
+ * to End. Equation numbers in dof lists are 1-based; 0 marks a dof that takes no part and is
+ * skipped. Typical use: Begin, Def(n), PreAssem for every element (reserves the pattern), Assem
+ * for every element, then Solve/SolveMult/Prod. The reserved pattern is closed into compressed
+ * rows by the first call that needs it (Assem, Init, Prod, Solve, Clone, ...); every equation gets
+ * a diagonal entry then, so an equation without stiffness shows as a singular matrix (-3).
+ * Only the solving functions report through the registry (-64 for null or mismatched handles).
+ */
+typedef struct VQ_SysMatrix* VQ_SysMatrixHandle;
+typedef struct VQ_SysVector* VQ_SysVectorHandle;
+typedef struct VQ_SolProc* VQ_SolProcHandle;
+/* Callback of VQ_SysMatrixSetFunction. */
+typedef void (*VQ_SysMatrixFunction)(VQ_SysMatrixHandle matrix, void* argument);
+
+/* New empty system matrix (order 0). */
+VQ_SysMatrixHandle VQ_SysMatrixBegin(void);
+/* Destroys h (NULL is ignored). */
+void VQ_SysMatrixEnd(VQ_SysMatrixHandle h /* in */);
+/* New matrix with h's order, pattern and values; NULL when h is NULL or memory fails. */
+VQ_SysMatrixHandle VQ_SysMatrixClone(VQ_SysMatrixHandle h /* in */);
+/* Makes h an empty n x n matrix ready for pre-assembly (previous contents are dropped). */
+void VQ_SysMatrixDef(VQ_SysMatrixHandle h /* inout */, int ignored /* in */, int n /* in */);
+/* Writes the order of h to *n and returns it. */
+int VQ_SysMatrixInq(VQ_SysMatrixHandle h /* in */, int ignored /* in */, int* n /* out */);
+/* Reserves entry (i, j), i <= j, for every pair of nonzero equations of dofs (one element). */
+void VQ_SysMatrixPreAssem(VQ_SysMatrixHandle h /* inout */, int count /* in */,
+                          const int* dofs /* in: count */);
+/* Reserves the diagonal entry of every nonzero equation of dofs. */
+void VQ_SysMatrixPreAssemDiag(VQ_SysMatrixHandle h /* inout */, int count /* in */,
+                              const int* dofs /* in: count */);
+/* Adds an element matrix (order count, upper triangle packed by columns: local (a, b), a <= b, at
+   1-based position b(b-1)/2 + a) at the equations dofs; entries outside the reserved pattern are
+   skipped. */
+void VQ_SysMatrixAssem(VQ_SysMatrixHandle h /* inout */, int count /* in */,
+                       const int* dofs /* in: count */,
+                       const double* elementMatrix /* in: count(count+1)/2 */);
+/* Adds values[k] to the diagonal entry of equation dofs[k] (skipped when not reserved). */
+void VQ_SysMatrixAssemDiag(VQ_SysMatrixHandle h /* inout */, int count /* in */,
+                           const int* dofs /* in: count */, const double* values /* in: count */);
+/* Sets every stored value to value. */
+void VQ_SysMatrixInit(VQ_SysMatrixHandle h /* inout */, double value /* in */);
+/* h += factor * other, position by position (both must have the same pattern, else nothing). */
+void VQ_SysMatrixSum(VQ_SysMatrixHandle h /* inout */, double factor /* in */,
+                     VQ_SysMatrixHandle other /* in */);
+/* y = h x: method 0 the library's own product, otherwise MKL's kernel; y is sized to the order. */
+void VQ_SysMatrixProd(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle x /* in */,
+                      VQ_SysVectorHandle y /* out */, int method /* in */);
+/* The same on plain arrays of order n. */
+void VQ_SysMatrixProd2(VQ_SysMatrixHandle h /* in */, const double* x /* in: n */,
+                       double* y /* out: n */, int method /* in */);
+/* Key 18: out-of-core core size (MB); 23: out-of-core mode 1 or 2 into the global PARDISO array;
+   93: eigen-solver type by code (5 subspace, 10 FEAST, 6 unchanged, other Ritz vectors). */
+void VQ_SysMatrixSetParami(VQ_SysMatrixHandle h /* in */, int key /* in */, int value /* in */);
+/* Key 6: subspace eigenvalue limit on, limit = value. */
+void VQ_SysMatrixSetParamd(VQ_SysMatrixHandle h /* in */, int key /* in */, double value /* in */);
+/* Key 1: calls function(h, argument) at once. */
+void VQ_SysMatrixSetFunction(VQ_SysMatrixHandle h /* in */, int key /* in */,
+                             VQ_SysMatrixFunction function /* in */, void* argument /* in */);
+/* Key 4: non-zeros of the factor (global PARDISO parameter 17); 7: global parameter 29; 15: 1;
+   other keys: 0. */
+void VQ_SysMatrixGetInteger(VQ_SysMatrixHandle h /* in */, int key /* in */, int* value /* out */);
+/* Writes 0.0. */
+void VQ_SysMatrixGetDouble(VQ_SysMatrixHandle h /* in */, int key /* in */, double* value /* out */);
+/* Writes 0. */
+void VQ_SysMatrixGetLong(VQ_SysMatrixHandle h /* in */, int key /* in */, long long* value /* out */);
+/* Always 0. */
+int VQ_SysMatrixError(void);
+/* No effect (kept for hosts that call them). */
+void VQ_SysMatrixAbort(VQ_SysMatrixHandle h /* in */);
+void VQ_SysMatrixFactor(VQ_SysMatrixHandle h /* in */);
+void VQ_SysMatrixProcess(VQ_SysMatrixHandle h /* in */);
+void VQ_SysMatrixSetOocFile(VQ_SysMatrixHandle h /* in */, const char* path /* in */);
+void VQ_SysMatrixEigenFree(VQ_SysMatrixHandle h /* in */);
+/* h solution = rhs with the process-wide solver settings; solution is sized to the order (NULL
+   solves in place into rhs). Returns 0 or the registry code (as VQ_SparseSolverDirect). */
+int VQ_SysMatrixSolve(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle rhs /* inout */,
+                      VQ_SysVectorHandle solution /* out, or NULL */);
+/* One factorisation, then count solves: solutionVectors[k] = h^-1 rhsVectors[k]. Stops at the
+   first failing solve. count 0 factors and returns 0. */
+int VQ_SysMatrixSolveMult(VQ_SysMatrixHandle h /* in */, int count /* in */,
+                          VQ_SysVectorHandle* rhsVectors /* inout: count */,
+                          VQ_SysVectorHandle* solutionVectors /* out: count */);
+/* Solves on plain arrays with a solver kept between calls (released by VQ_ReleaseLibrary):
+   the first call factors; later calls with refactor 1 take new arrays of the same pattern and
+   factor again without a new analysis; with refactor != 1 they ignore their array arguments and
+   solve with the rhs/solution buffers of the call that last handed arrays over (the host refills
+   them). decompositionFlag 1 factors in the calling thread. NULL solution: in place. */
+int VQ_SysMatrixSolveAdvanced(int n /* in */, const double* values /* in */,
+                              const int* rowPointers /* in */, const int* columnIndices /* in */,
+                              int nrhs /* in */, double* rhs /* inout: n*nrhs */,
+                              int decompositionFlag /* in */, int refactor /* in */,
+                              double* solution /* out: n*nrhs, or NULL */);
+/* Copies column `column` (1..order) of h into out (sized to the order); -64 otherwise. */
+int VQ_SysMatrixColumn(VQ_SysMatrixHandle h /* in */, int column /* in */,
+                       VQ_SysVectorHandle out /* out */);
+/* Copies the diagonal of h into out (sized to the order); -64 for null handles. */
+int VQ_SysMatrixDiag(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle out /* out */);
+/* Lowest nev eigenvalues of h phi = lambda diag(mass) phi (process-wide eigen-solver type).
+   Not available yet: resets the registry and returns -9999 with a message saying so. */
+int VQ_SysMatrixEigen(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle mass /* in */,
+                      int nev /* in */, int* found /* out */, double* eigenvalues /* out: nev */,
+                      double* modeShapes /* out: n*nev, or NULL */);
+/* Solves h solution = rhs again with the factorisation that h keeps from its previous Resolve
+   (factoring first when there is none or h changed since). The factorisation is freed by
+   VQ_SysMatrixEnd and by any change of h. Returns 0 or the registry code. */
+int VQ_SysMatrixResolve(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle rhs /* in */,
+                        VQ_SysVectorHandle solution /* out */);
+
+/* New vector of one entry 0.0. */
+VQ_SysVectorHandle VQ_SysVectorBegin(void);
+/* New vector of n entries, all value (NULL when memory fails). */
+VQ_SysVectorHandle VQ_SysVectorCreate(int n /* in */, double value /* in */);
+/* Destroys v (NULL is ignored). */
+void VQ_SysVectorEnd(VQ_SysVectorHandle v /* in */);
+/* Resizes v to n entries of 0.0. */
+void VQ_SysVectorDef(VQ_SysVectorHandle v /* inout */, int n /* in */);
+/* Writes the number of entries to *n and returns it. */
+int VQ_SysVectorInq(VQ_SysVectorHandle v /* in */, int* n /* out */);
+/* Sets every entry to value. */
+void VQ_SysVectorInit(VQ_SysVectorHandle v /* inout */, double value /* in */);
+/* target = source (size and values). */
+void VQ_SysVectorCopy(VQ_SysVectorHandle target /* out */, VQ_SysVectorHandle source /* in */);
+/* v[i] = a[i] + factor b[i] over the entries of v (v may be a or b). */
+void VQ_SysVectorAdd(VQ_SysVectorHandle v /* out */, VQ_SysVectorHandle a /* in */,
+                     double factor /* in */, VQ_SysVectorHandle b /* in */);
+/* Euclidean norm. */
+void VQ_SysVectorNorm(VQ_SysVectorHandle v /* in */, int ignored /* in */, double* norm /* out */);
+/* Largest absolute entry. */
+void VQ_SysVectorLInfNorm(VQ_SysVectorHandle v /* in */, int ignored /* in */, double* norm /* out */);
+/* out[k] = v[dofs[k]] (1-based; 0 and out-of-range equations skipped). */
+void VQ_SysVectorGather(VQ_SysVectorHandle v /* in */, int count /* in */,
+                        const int* dofs /* in: count */, double* out /* out: count */);
+/* v[dofs[k]] = in[k] (1-based; 0 and out-of-range equations skipped). */
+void VQ_SysVectorScatter(VQ_SysVectorHandle v /* inout */, int count /* in */,
+                         const int* dofs /* in: count */, const double* in /* in: count */);
+/* v[dofs[k]] += values[k] for every nonzero dofs[k]. */
+void VQ_SysVectorAssem(VQ_SysVectorHandle v /* inout */, int count /* in */,
+                       const int* dofs /* in: count */, const double* values /* in: count */);
+/* Always 0. */
+int VQ_SysVectorError(void);
+
+/* Solution procedures: present in the interface, without effect. VQ_SolProcBegin returns NULL. */
+VQ_SolProcHandle VQ_SolProcBegin(void);
+void VQ_SolProcEnd(VQ_SolProcHandle p /* in */);
+void VQ_SolProcDef(VQ_SolProcHandle p /* in */, int kind /* in */);
+void VQ_SolProcSetStrategy(VQ_SolProcHandle p /* in */, int strategy /* in */);
+void VQ_SolProcInitTimeStep(VQ_SolProcHandle p /* in */, double time /* in */, double step /* in */);
+void VQ_SolProcSetParamd(VQ_SolProcHandle p /* in */, int key /* in */, double value /* in */);
+void VQ_SolProcExecute(VQ_SolProcHandle p /* in */);
+void VQ_SolProcGetSysVector(VQ_SolProcHandle p /* in */, int key /* in */,
+                            VQ_SysVectorHandle* v /* out, left unchanged */);
+void VQ_SolProcGetDouble(VQ_SolProcHandle p /* in */, int key /* in */,
+                         double* value /* out, left unchanged */);
 
 /* ============================================================================================ */
 /* Dense eigenvalue paths (LAPACK and generalized Jacobi)                                       */
