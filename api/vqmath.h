@@ -414,6 +414,50 @@ void VQ_SolProcGetDouble(VQ_SolProcHandle p /* in */, int key /* in */,
 /* Dense eigenvalue paths (LAPACK and generalized Jacobi)                                       */
 /* ============================================================================================ */
 /* @@SECTION dense-eigen@@ */
+/* Small generalized problems K phi = lambda M phi solved densely (n x n work arrays), either by
+   LAPACK's dsygv or by the library's generalized Jacobi method. Sparse K (and M) are the upper
+   triangle in 1-based compressed rows; a diagonal M is an array of n values. Eigenvalues come back
+   in ascending order, vectors M-normalised, vector k as the k-th run of n values (column-major
+   n x n). Each function resets the registry, clears the n eigenvalue slots, and returns 0, or -30
+   "LAPACK Eigenvalue Solution Failed" for any solver failure (the Jacobi paths use that same code
+   and text), -64 "ERROR_INVALID_MATRICES: ..." for malformed input (null arrays, n <= 0, bad
+   compressed rows, values that are not finite), -1 when the n x n work arrays cannot be
+   allocated. A vectors array may be null when the vectors are not wanted. */
+
+/* dsygv on sparse K and diagonal M; vectors copied out when wantVectors is nonzero. */
+int VQ_EigenvalueAnalysis_LAPACK(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                                 const int* kColumnIndices /* in: nnz */,
+                                 const double* kValues /* in: nnz */,
+                                 const double* massDiagonal /* in: n */, int wantVectors /* in */,
+                                 double* eigenvalues /* out: n */, double* vectors /* out: n*n */);
+/* dsygv on sparse K and sparse M. */
+int VQ_EigenvalueAnalysis_LAPACK2(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const int* mRowPointers /* in: n+1 */,
+                                  const int* mColumnIndices /* in */, const double* mValues /* in */,
+                                  int wantVectors /* in */, double* eigenvalues /* out: n */,
+                                  double* vectors /* out: n*n */);
+/* dsygv directly on the caller's dense arrays in row-major layout (upper triangle read); both are
+   overwritten by LAPACK's work, and with wantVectors nonzero K holds the eigenvectors as columns
+   of the row-major array: K[(i-1)*n + (k-1)] is component i of vector k. */
+int VQ_EigenvalueAnalysis_LAPACK3(int n /* in */, double* K /* inout: n*n */,
+                                  double* M /* inout: n*n */, int wantVectors /* in */,
+                                  double* eigenvalues /* out: n */);
+/* Generalized Jacobi on sparse K and diagonal M. */
+int VQ_EigenvalueAnalysis_JACOBI(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                                 const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                 const double* massDiagonal /* in: n */,
+                                 double* eigenvalues /* out: n */, double* vectors /* out: n*n */);
+/* Generalized Jacobi on sparse K and sparse M. */
+int VQ_EigenvalueAnalysis_JACOBI2(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const int* mRowPointers /* in: n+1 */,
+                                  const int* mColumnIndices /* in */, const double* mValues /* in */,
+                                  double* eigenvalues /* out: n */, double* vectors /* out: n*n */);
+/* Generalized Jacobi on dense column-major K and M; only their upper triangles are read. */
+int VQ_EigenvalueAnalysis_JACOBI3(int n /* in */, const double* K /* in: n*n */,
+                                  const double* M /* in: n*n */, double* eigenvalues /* out: n */,
+                                  double* vectors /* out: n*n */);
 
 /* ============================================================================================ */
 /* Lanczos (ARPACK) eigenvalue entry points                                                     */

@@ -1,0 +1,195 @@
+// Generalized Jacobi: agreement with LAPACK's dsygv on random symmetric positive definite pairs,
+// M-orthonormal vectors, and the hand-computable edge cases (order 1, uncoupled pairs, ties with
+// the later index first, failures on non-positive diagonals).
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <mkl_cblas.h>
+#include <mkl_lapacke.h>
+
+#include "dense/VQ_ColVector.h"
+#include "dense/VQ_DiagonalMatrix.h"
+#include "dense/VQ_SymMatrix.h"
+#include "eigen/VQ_EigenSolver.h"
+#include "eigen/internal/GeneralizedJacobi.h"
+
+namespace {
+
+using Dense = std::vector<double>;  // column-major n x n
+
+// Random symmetric positive definite matrix A'A + shift*I with entries of A in [-1, 1].
+Dense RandomSpd(int n, std::mt19937& rng, double shift) {
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  Dense a(static_cast<size_t>(n) * n), s(static_cast<size_t>(n) * n);
+  for (double& v : a) v = u(rng);
+  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, n, n, n, 1.0, a.data(), n, a.data(), n, 0.0,
+              s.data(), n);
+  for (int i = 0; i < n; ++i) s[static_cast<size_t>(i) * n + i] += shift;
+  return s;
+}
+
+// Packed upper triangle (column by column), the storage of VQ_SymMatrix.
+Dense Pack(int n, const Dense& full) {
+  Dense p;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i <= j; ++i) p.push_back(full[static_cast<size_t>(j) * n + i]);
+  return p;
+}
+
+// max |X' M X - I|.
+double MOrthoError(int n, const Dense& m, const Dense& x) {
+  Dense mx(static_cast<size_t>(n) * n), g(static_cast<size_t>(n) * n);
+  cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1.0, m.data(), n, x.data(), n,
+              0.0, mx.data(), n);
+  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, n, n, n, 1.0, x.data(), n, mx.data(), n,
+              0.0, g.data(), n);
+  double e = 0.0;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i)
+      e = std::max(e, std::fabs(g[static_cast<size_t>(j) * n + i] - (i == j ? 1.0 : 0.0)));
+  return e;
+}
+
+// max over modes of ||K x - lambda M x|| / ||K x||.
+double Residual(int n, const Dense& k, const Dense& m, const Dense& x, const Dense& lambda) {
+  double worst = 0.0;
+  Dense kx(n), mx(n);
+  for (int c = 0; c < n; ++c) {
+    const double* xc = &x[static_cast<size_t>(c) * n];
+    cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, k.data(), n, xc, 1, 0.0, kx.data(), 1);
+    cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, m.data(), n, xc, 1, 0.0, mx.data(), 1);
+    double r = 0.0, s = 0.0;
+    for (int i = 0; i < n; ++i) {
+      r += std::pow(kx[i] - lambda[c] * mx[i], 2);
+      s += kx[i] * kx[i];
+    }
+    worst = std::max(worst, std::sqrt(r / s));
+  }
+  return worst;
+}
+
+class JacobiAgainstLapack : public ::testing::TestWithParam<int> {};
+
+TEST_P(JacobiAgainstLapack, EigenvaluesAndMOrthonormalVectors) {
+  const int n = GetParam();
+  std::mt19937 rng(1000 + n);
+  for (int trial = 0; trial < 3; ++trial) {
+    const Dense k = RandomSpd(n, rng, 0.5 * n);
+    const Dense m = RandomSpd(n, rng, 1.0 + n);
+
+    Dense a = k, b = m, w(n);
+    ASSERT_EQ(0, LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
+
+    Dense kp = Pack(n, k), mp = Pack(n, m), x(static_cast<size_t>(n) * n), lambda(n);
+    ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(n, kp.data(), mp.data(), x.data(), lambda.data()));
+    for (int i = 0; i < n; ++i) EXPECT_NEAR(lambda[i], w[i], 1e-10 * std::fabs(w[i])) << "mode " << i + 1;
+    // The sweeps stop after a sweep whose couplings (measured before its rotations) were all
+    // below 1e-10 in square, i.e. 1e-5 relative: the eigenvalues are then exact to rounding
+    // (second order), the vectors orthonormal to well below that first-order bound.
+    EXPECT_LT(MOrthoError(n, m, x), 1e-6);
+    EXPECT_LT(Residual(n, k, m, x, lambda), 1e-6);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(OrdersOneToSixty, JacobiAgainstLapack, ::testing::Range(1, 61));
+
+// The class member reads and writes VQ_SymMatrix objects and redimensions the outputs.
+TEST(JacobiMember, AgreesWithCoreAndResizesOutputs) {
+  const int n = 12;
+  std::mt19937 rng(7);
+  const Dense k = RandomSpd(n, rng, 3.0), m = RandomSpd(n, rng, 5.0);
+  VQ_SymMatrix K(n, 0.0), M(n, 0.0);
+  for (int j = 1; j <= n; ++j)
+    for (int i = 1; i <= j; ++i) {
+      K.Ref(i, j) = k[static_cast<size_t>(j - 1) * n + i - 1];
+      M.Ref(i, j) = m[static_cast<size_t>(j - 1) * n + i - 1];
+    }
+  VQ_Matrix X(3, 1);
+  VQ_ColVector lambda(2);
+  VQ_EigenSolver solver;
+  ASSERT_EQ(0, solver.JACOBI(K, M, X, lambda));
+  ASSERT_EQ(n, X.NumRows());
+  ASSERT_EQ(n, X.NumCols());
+  ASSERT_EQ(n, lambda.NumRows());
+
+  Dense a = k, b = m, w(n);
+  ASSERT_EQ(0, LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
+  for (int i = 1; i <= n; ++i) EXPECT_NEAR(lambda[i], w[i - 1], 1e-10 * w[i - 1]);
+  Dense x(X.GetDataPointer(), X.GetDataPointer() + n * n);
+  EXPECT_LT(MOrthoError(n, m, x), 1e-6);
+  // K and M end diagonal.
+  for (int j = 2; j <= n; ++j)
+    for (int i = 1; i < j; ++i) {
+      EXPECT_LT(std::fabs(K.Value(i, j)), 1e-5 * std::sqrt(K.Value(i, i) * K.Value(j, j)));
+      EXPECT_LT(std::fabs(M.Value(i, j)), 1e-5 * std::sqrt(M.Value(i, i) * M.Value(j, j)));
+    }
+}
+
+TEST(JacobiEdgeCases, OrderOneIsQuotientAndScaledUnitVector) {
+  double k = 8.0, m = 4.0, x = 0.0, lambda = 0.0;
+  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(1, &k, &m, &x, &lambda));
+  EXPECT_DOUBLE_EQ(2.0, lambda);
+  EXPECT_DOUBLE_EQ(0.5, x);
+}
+
+TEST(JacobiEdgeCases, UncoupledPairIsOnlySorted) {
+  // K = diag(2, 1), M = I: no rotation; the sort exchanges the columns.
+  Dense k = {2.0, 0.0, 1.0}, m = {1.0, 0.0, 1.0}, x(4), lambda(2);
+  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
+  EXPECT_EQ(1.0, lambda[0]);
+  EXPECT_EQ(2.0, lambda[1]);
+  EXPECT_EQ((Dense{0.0, 1.0, 1.0, 0.0}), x);
+}
+
+TEST(JacobiEdgeCases, TiesTakeTheLastMinimum) {
+  // Equal eigenvalues keep the later index first: diag(3, 3) swaps its unit vectors.
+  Dense k = {3.0, 0.0, 3.0}, m = {1.0, 0.0, 1.0}, x(4), lambda(2);
+  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
+  EXPECT_EQ((Dense{3.0, 3.0}), lambda);
+  EXPECT_EQ((Dense{0.0, 1.0, 1.0, 0.0}), x);
+
+  // Three equal values: step 1 picks position 3, step 2 picks position 3 again.
+  Dense k3 = {5, 0, 5, 0, 0, 5}, m3 = {1, 0, 1, 0, 0, 1}, x3(9), l3(3);
+  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(3, k3.data(), m3.data(), x3.data(), l3.data()));
+  EXPECT_EQ((Dense{0, 0, 1, 1, 0, 0, 0, 1, 0}), x3);  // columns e3, e1, e2
+}
+
+TEST(JacobiEdgeCases, CoupledTwoByTwoHandComputed) {
+  // K = [2 -1; -1 2], M = I: eigenvalues 1 and 3, vectors (1, 1)/sqrt2 and (1, -1)/sqrt2.
+  Dense k = {2.0, -1.0, 2.0}, m = {1.0, 0.0, 1.0}, x(4), lambda(2);
+  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
+  EXPECT_NEAR(1.0, lambda[0], 1e-14);
+  EXPECT_NEAR(3.0, lambda[1], 1e-14);
+  const double r = 1.0 / std::sqrt(2.0);
+  EXPECT_NEAR(r, std::fabs(x[0]), 1e-14);
+  EXPECT_NEAR(x[0], x[1], 1e-14);
+  EXPECT_NEAR(r, std::fabs(x[2]), 1e-14);
+  EXPECT_NEAR(x[2], -x[3], 1e-14);
+}
+
+TEST(JacobiEdgeCases, NonPositiveDiagonalFails) {
+  Dense k = {2.0, 0.5, 1.0}, m = {1.0, 0.0, 0.0}, x(4), lambda(2);
+  EXPECT_EQ(-1, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
+  Dense k2 = {-2.0, 0.5, 1.0}, m2 = {1.0, 0.0, 1.0};
+  EXPECT_EQ(-1, vqmath::internal::GeneralizedJacobi(2, k2.data(), m2.data(), x.data(), lambda.data()));
+}
+
+TEST(JacobiEdgeCases, DiagonalObjectsAreReadThroughTheirValues) {
+  // A VQ_DiagonalMatrix mass (its own storage kind) is accepted by the member.
+  VQ_SymMatrix K(2, 0.0);
+  K.Ref(1, 1) = 2.0;
+  K.Ref(1, 2) = -1.0;
+  K.Ref(2, 2) = 2.0;
+  VQ_DiagonalMatrix M(2, 1.0);
+  VQ_Matrix X;
+  VQ_ColVector lambda;
+  VQ_EigenSolver solver;
+  ASSERT_EQ(0, solver.JACOBI(K, M, X, lambda));
+  EXPECT_NEAR(1.0, lambda[1], 1e-14);
+  EXPECT_NEAR(3.0, lambda[2], 1e-14);
+}
+
+}  // namespace
