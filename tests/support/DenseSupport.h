@@ -1,0 +1,47 @@
+// Test helpers for the dense matrix classes: reproducible random data, extended-precision
+// reference products, file bytes, scratch paths, and read access to the protected fields of the
+// matrix family (through pointers to members of a derived class, which is legal C++).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "dense/VQ_Dense.h"
+
+namespace vqtest {
+
+// n uniform values in [lo, hi), reproducible from seed.
+std::vector<double> RandomValues(size_t n, unsigned seed, double lo = -1.0, double hi = 1.0);
+// rows x cols general matrix with RandomValues.
+VQ_Matrix RandomMatrix(int rows, int cols, unsigned seed);
+// Column-major n x n matrix with random entries and a dominant diagonal (well conditioned).
+std::vector<double> DiagonallyDominant(int n, unsigned seed);
+// Random symmetric matrix of order n as a packed VQ_SymMatrix (values in [-1, 1), diagonal + n).
+VQ_SymMatrix RandomSym(int n, unsigned seed);
+
+// Full column-major form of any matrix read through Value.
+std::vector<double> Full(const VQ_Matrix& m);
+// C = A B in long double, column-major (A m x k, B k x n).
+std::vector<double> RefProduct(const std::vector<double>& a, int m, int k, const std::vector<double>& b, int n);
+// Transpose of a column-major r x c array.
+std::vector<double> RefTranspose(const std::vector<double>& a, int r, int c);
+// Largest |a - b| over the arrays (they must have the same length).
+double MaxAbsDiff(const std::vector<double>& a, const std::vector<double>& b);
+// Largest |a| over the array.
+double MaxAbs(const std::vector<double>& a);
+
+// Whole file as bytes ("" when missing) / write bytes to a file.
+std::string FileBytes(const std::string& path);
+void WriteBytes(const std::string& path, const std::string& bytes);
+// A path in the test scratch folder, unique per test and name.
+std::string ScratchPath(const std::string& name);
+
+// Protected fields of the matrix family.
+struct DenseFields : VQ_Matrix {
+  static bool Shallow(const VQ_Matrix& m) { return m.*(&DenseFields::shallow); }
+  static void SetType(VQ_Matrix& m, int t) {
+    m.*(&DenseFields::type) = static_cast<MATLIBDLLCOMMONS::MATRIX_TYPE>(t);
+  }
+};
+
+}  // namespace vqtest
