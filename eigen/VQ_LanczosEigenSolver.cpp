@@ -32,6 +32,9 @@ constexpr double kMacNewMode = 0.01;
 constexpr double kMacShared = 1e-3;
 // Relative distance under which two eigenvalues are taken as one repeated eigenvalue.
 constexpr double kRepeatedEigenvalue = 1e-6;
+// How far past a repeated eigenvalue the shift moves when a pass found nothing new (beyond the
+// tolerance under which eigenvalues count as repeated).
+constexpr double kStepPastRepeated = 1e-5;
 // A buckling factor this small relative to the scale of the problem means K is singular.
 constexpr double kBucklingFactorZero = 1e-9;
 
@@ -358,6 +361,7 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
     int which = problem_.which;
     const ei::ArpackWhich callerWhich = ei::ArpackWhichFromInt(problem_.which);
     const int macFailure = buckling ? ei::kLanczosBucklingMacFailed : ei::kLanczosMacFailed;
+    bool stalled = false;
 
     for (int passNumber = 1; passNumber <= maxPasses; ++passNumber) {
       Print("    Current shift value is %f", sigma);
@@ -381,9 +385,9 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
         Print("    Computed MAC value = %f", mac);
 
         if (mac > kMacSameMode) continue;  // found before
-        const double* newMode = phi;
         if (mac > kMacNewMode) {
-          // Acceptable only as the missing part of a repeated eigenvalue's eigenspace.
+          // Acceptable only as the missing part of a repeated eigenvalue's eigenspace: every
+          // found mode it shares noticeably must be of the same eigenvalue.
           double outside = 0.0;
           bool shared = false;
           for (int j = 0; j < m; ++j) {
@@ -397,10 +401,20 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
             }
           }
           if (!shared || outside > kMacNewMode) return Fail(macFailure);
-          // remainder = φ − Σ (uⱼᵀBφ)·uⱼ: B-orthogonal to every found mode, same eigenvalue.
-          std::memcpy(remainder.data(), phi, sizeof(double) * un);
-          cblas_dgemv(CblasColMajor, CblasNoTrans, n, m, -1.0, modes.data(), n, g.data(), 1, 1.0,
-                      remainder.data(), 1);
+        }
+        // Within a repeated eigenvalue any combination is a mode: keep the new one B-orthogonal
+        // to the partners found before (φ − Σ (uⱼᵀBφ)·uⱼ over them; same eigenvalue).
+        const double* newMode = phi;
+        bool projected = false;
+        for (int j = 0; j < m; ++j) {
+          if (!SameEigenvalue(values[j], pass.values[i])) continue;
+          if (!projected) {
+            std::memcpy(remainder.data(), phi, sizeof(double) * un);
+            projected = true;
+          }
+          cblas_daxpy(n, -g[j], &modes[static_cast<size_t>(j) * un], 1, remainder.data(), 1);
+        }
+        if (projected) {
           newMode = remainder.data();
           if (metric.Apply(newMode, bx.data()) != 0) return Fail(ei::kLanczosArpackFailed);
         }
@@ -427,26 +441,33 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
               std::max(announced, passNumber));
         break;
       }
-      if (added == 0) break;  // no progress: deliver what was found
-
       // Next shift: between the two highest distinct eigenvalues found so far, so that the
-      // highest one (with any repeated partners) lies just above it.
+      // highest one (with any repeated partners) lies just above it. A pass that added nothing
+      // met only modes found before (a repeated eigenvalue filling the block): the shift then
+      // moves just past that eigenvalue; a second pass without progress ends the search.
       const double top = *std::max_element(values.begin(), values.end());
-      bool havePrevious = false;
-      double previous = 0.0;
-      for (double v : values) {
-        if (v < top && !SameEigenvalue(v, top) && (!havePrevious || v > previous)) {
-          previous = v;
-          havePrevious = true;
-        }
-      }
       double next;
-      if (havePrevious) {
-        next = 0.5 * (previous + top);
-      } else if (top > sigma) {
-        next = 0.5 * (sigma + top);
+      if (added == 0) {
+        if (stalled) break;
+        stalled = true;
+        next = top + kStepPastRepeated * std::max(std::fabs(top), std::fabs(top - sigma));
       } else {
-        next = sigma + 0.5 * std::max({std::fabs(sigma), std::fabs(top), 1e-300});
+        stalled = false;
+        bool havePrevious = false;
+        double previous = 0.0;
+        for (double v : values) {
+          if (v < top && !SameEigenvalue(v, top) && (!havePrevious || v > previous)) {
+            previous = v;
+            havePrevious = true;
+          }
+        }
+        if (havePrevious) {
+          next = 0.5 * (previous + top);
+        } else if (top > sigma) {
+          next = 0.5 * (sigma + top);
+        } else {
+          next = sigma + 0.5 * std::max({std::fabs(sigma), std::fabs(top), 1e-300});
+        }
       }
       sigma = next;
       if (callerWhich == ei::ArpackWhich::kLargestMagnitude && (!buckling || sigma > 0.0))

@@ -36,6 +36,10 @@
 //                       it shares are of the same eigenvalue (relative 1e-6): then it belongs to
 //                       a repeated eigenvalue whose eigenspace was cut by the block, and its part
 //                       B-orthogonal to them is the missing mode, which is added.
+// A new mode of a repeated eigenvalue is always made B-orthogonal to its partners found before,
+// so the delivered modes are B-orthonormal. When a pass adds nothing (a repeated eigenvalue
+// filled the block), the shift moves just past that eigenvalue (relative 1e-5); a second pass
+// without progress ends the search.
 // The passes end when the requested count is reached; a pass that adds nothing ends the search
 // with the modes found so far (−22). At most requested + ⌈requested / block⌉ passes are made.
 //
