@@ -41,6 +41,10 @@ enum Iparm : int {
   kMatrixChecker = 26,      // 1: check the CSR arrays
   kPrecision = 27,          // 0: double precision
   kZeroPivotEquation = 29,  // output: equation of a zero or negative pivot (SPD types)
+  kPartialSolve = 30,       // partial solution for sparse right-hand sides
+  kZeroBasedIndexing = 34,  // 1: 0-based row pointers and column indices
+  kSchurComplement = 35,    // Schur complement of a block of equations
+  kBlockFormat = 36,        // storage: 0 CSR, >0 BSR, <0 VBSR
   kDiagonalAccess = 55,     // 1: keep the diagonal and pivots for pardiso_getdiag
   kOutOfCore = 59           // 0 in core, 1 out of core when needed, 2 out of core
 };
@@ -355,6 +359,20 @@ void VQ_SparseSolver::FetchDiagonals() {
   }
 }
 
+void VQ_SparseSolver::EnforceArrayLayout() {
+  // Whatever the host's global array or overrides say, the arrays handed to PARDISO are doubles
+  // in 1-based compressed rows, and the solver keeps no buffers for a Schur complement or a
+  // partial solution: entries that would make PARDISO read them otherwise are reset, and the
+  // diagonal-access switch is kept to the two values PARDISO accepts.
+  iparm_[kPrecision] = 0;
+  iparm_[kPartialSolve] = 0;
+  iparm_[kZeroBasedIndexing] = 0;
+  iparm_[kSchurComplement] = 0;
+  iparm_[kBlockFormat] = 0;
+  // PARDISO takes only 0 or 1 here and fails badly on anything else.
+  iparm_[kDiagonalAccess] = (iparm_[kDiagonalAccess] == 1 || diagonalRequested_) ? 1 : 0;
+}
+
 void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
   try {
     factorValid_ = false;
@@ -369,6 +387,8 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
       StoreError(-1);  // input inconsistency: nothing to factor
       return;
     }
+
+    EnforceArrayLayout();
 
     PardisoArgs args;
     args.maxfct = maxfct_;

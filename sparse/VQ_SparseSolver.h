@@ -161,6 +161,7 @@ class VQ_SparseSolver {
   void ResetMembers();
   void CopyConfiguration(const VQ_SparseSolver& other);
   void RunFactorizationJob(bool withAnalysis) noexcept;
+  void EnforceArrayLayout();
   void StoreError(int pardisoError);
   void SetSolutionInPlace(bool inPlace);
   bool AllocateOwnBuffer();
