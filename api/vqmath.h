@@ -463,6 +463,118 @@ int VQ_EigenvalueAnalysis_JACOBI3(int n /* in */, const double* K /* in: n*n */,
 /* Lanczos (ARPACK) eigenvalue entry points                                                     */
 /* ============================================================================================ */
 /* @@SECTION arpack@@ */
+/* Natural modes K phi = lambda M phi and buckling modes K phi = lambda Kg phi by implicitly
+   restarted Lanczos (ARPACK dsaupd/dseupd) with the sparse direct solver serving every operator
+   application: shift-invert on K - shift*M for natural modes, ARPACK's buckling mode on
+   K - shift*Kg for buckling (the shift must then be non-zero, e.g. of the order of the expected
+   buckling factors). Eigenvalues are accurate to round-off (ARPACK's tolerance is the machine
+   precision) and come back in ascending order; mode shapes are M-normalised (natural) or
+   K-normalised (buckling), mode k as the k-th run of n values (column-major n x nev).
+   The out-of-core mode and PARDISO matrix type are the library's settings (VQ_SetSolverType,
+   VQ_SetSolverMatrixType).
+
+   Common arguments:
+     n, nev          order of K and number of eigenpairs wanted; nev = n computes n - 1 (ARPACK
+                     needs nev < n).
+     K, M, Kg        upper triangle in 1-based compressed rows (row pointers n+1, column indices
+                     and values nnz); a diagonal matrix is an array of n values.
+     mode            spectrum selector on the transformed problem: 1 "SA", 2 "LA", 3 "SM",
+                     4 "LM" (the eigenvalues nearest the shift: the usual choice), 5 "BE"; any
+                     other value is taken as 4.
+     selector        0 natural modes, 1 buckling modes, 2 natural modes eigenvalues only,
+                     3 buckling modes eigenvalues only; any other value is taken as 0. Bit 0
+                     chooses the problem where the entry point offers both, bit 1 suppresses the
+                     mode shapes.
+     maxIterations   ARPACK restart iterations; -1 (or any value < 1) for 100 * nev.
+     blockSize       modes per pass of the incremental variants (>= 2). The first pass runs at
+                     the shift, later passes move the shift upward past the modes found; each new
+                     mode is checked against those found by the modal assurance criterion (MAC
+                     > 0.99 found before, <= 0.01 new, between: failure -45).
+     found           number of eigenpairs delivered (may be null).
+     eigenvalues     nev values, cleared on entry; modeShapes n*nev values or null.
+     shift           sigma of the spectral transformation.
+     workingDirectory folder for out-of-core files of the factorisation (null: current folder).
+     verbose         nonzero prints the progress of the incremental passes to standard output.
+
+   Returns 0 on success; 1 with error -22 "Not all required EigenValues were found" in the
+   registry when fewer eigenpairs than requested converged (at least one; they are delivered);
+   otherwise the negative code, with the driver's text as the registry message:
+     -1  "Memory Allocation Error (insuffcient memory)"     -2  "Analysis Canceled by User"
+     -3  "Instability Detected (ill-conditioned matrices)", instability DOF set
+     -45 ARPACK's failure text, "ARPACK failed to Find Eigenvectors" or the MAC failure text
+     -46 invalid input: ARPACK's input texts (e.g. "No. of equations N must be positive"),
+         "Cannot use ARPACK buckling mode (mode 4) without a shift (shift cannot be zero)",
+         "Incremental solver requires block size greater than or equal to 2"
+     -47 "Buckling factor is approaching zero, check model for instabilities"
+     -64 "ERROR_INVALID_MATRICES: ..." for malformed arrays (null, bad compressed rows, not finite)
+     -80 ... -85 a failed factorisation, with the sparse solver's message. */
+
+/* K sparse, second matrix diagonal: M (selector 0, 2) or Kg (selector 1, 3). */
+int VQ_EigenvalueAnalysis_ARPACK(int n /* in */, int nev /* in */,
+                                 const int* kRowPointers /* in: n+1 */,
+                                 const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                 const double* bDiagonal /* in: n, M or Kg */, int mode /* in */,
+                                 int selector /* in */, int maxIterations /* in */,
+                                 int* found /* out, may be null */,
+                                 double* eigenvalues /* out: nev */,
+                                 double* modeShapes /* out: n*nev, may be null */,
+                                 double shift /* in */, const char* workingDirectory /* in */,
+                                 int verbose /* in */);
+/* K sparse, second matrix sparse: M (selector 0, 2) or Kg (selector 1, 3). */
+int VQ_EigenvalueAnalysis_ARPACK2(int n /* in */, int nev /* in */,
+                                  const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const int* bRowPointers /* in: n+1, M or Kg */,
+                                  const int* bColumnIndices /* in */, const double* bValues /* in */,
+                                  int mode /* in */, int selector /* in */,
+                                  int maxIterations /* in */, int* found /* out, may be null */,
+                                  double* eigenvalues /* out: nev */,
+                                  double* modeShapes /* out: n*nev, may be null */,
+                                  double shift /* in */, const char* workingDirectory /* in */,
+                                  int verbose /* in */);
+/* Natural modes in passes of blockSize modes (K and M sparse); selector bit 1 suppresses the
+   mode shapes, bit 0 is ignored. */
+int VQ_EigenvalueAnalysis_ARPACK3(int n /* in */, int nev /* in */,
+                                  const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const int* mRowPointers /* in: n+1 */,
+                                  const int* mColumnIndices /* in */, const double* mValues /* in */,
+                                  int mode /* in */, int selector /* in */,
+                                  int maxIterations /* in */, int blockSize /* in */,
+                                  int* found /* out, may be null */,
+                                  double* eigenvalues /* out: nev */,
+                                  double* modeShapes /* out: n*nev, may be null */,
+                                  double shift /* in */, const char* workingDirectory /* in */,
+                                  int verbose /* in */);
+/* The structural model as most hosts hold it: K sparse, lumped (diagonal) M and sparse Kg; the
+   selector chooses natural modes (uses M; Kg may be null) or buckling modes (uses Kg; M may be
+   null). */
+int VQ_EigenvalueAnalysis_ARPACK4(int n /* in */, int nev /* in */,
+                                  const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const double* massDiagonal /* in: n */,
+                                  const int* gRowPointers /* in: n+1 */,
+                                  const int* gColumnIndices /* in */, const double* gValues /* in */,
+                                  int mode /* in */, int selector /* in */,
+                                  int maxIterations /* in */, int* found /* out, may be null */,
+                                  double* eigenvalues /* out: nev */,
+                                  double* modeShapes /* out: n*nev, may be null */,
+                                  double shift /* in */, const char* workingDirectory /* in */,
+                                  int verbose /* in */);
+/* Buckling modes in passes of blockSize modes (K and Kg sparse, shift non-zero); selector bit 1
+   suppresses the mode shapes, bit 0 is ignored. */
+int VQ_EigenvalueAnalysis_ARPACK5(int n /* in */, int nev /* in */,
+                                  const int* kRowPointers /* in: n+1 */,
+                                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                  const int* gRowPointers /* in: n+1 */,
+                                  const int* gColumnIndices /* in */, const double* gValues /* in */,
+                                  int mode /* in */, int selector /* in */,
+                                  int maxIterations /* in */, int blockSize /* in */,
+                                  int* found /* out, may be null */,
+                                  double* eigenvalues /* out: nev */,
+                                  double* modeShapes /* out: n*nev, may be null */,
+                                  double shift /* in */, const char* workingDirectory /* in */,
+                                  int verbose /* in */);
 
 /* ============================================================================================ */
 /* Eigenvalue analysis entry points and keyed exchange                                          */
