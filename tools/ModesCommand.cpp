@@ -176,9 +176,9 @@ int ModesCommand(int argc, char** argv, int first)
         std::vector<SvgPanel> panels;
         for (int m = 0; m < std::min(found, 12); ++m)
             panels.push_back({Format("Mode %d: %.4g Hz", m + 1, Hertz(outcome.values[m])),
-                              model->toNodes(&outcome.vectors[static_cast<size_t>(m) * n])});
+                              model->toNodes(&outcome.vectors[static_cast<size_t>(m) * n]), true});
         WriteSvg(line.Text("--svg"), model->mesh, panels,
-                 "vqsolve modes (" + methodName + "): " + model->description);
+                 "vqsolve modes (" + methodName + ")", model->description);
     }
     const double totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 

@@ -178,7 +178,7 @@ int StaticCommand(int argc, char** argv, int first)
         for (int c = 0; c < f.cols; ++c)
             panels.push_back({Format("Load case %d: max |u| = %.3g m", c + 1, largest[c]),
                               model->toNodes(&x[static_cast<size_t>(c) * n])});
-        WriteSvg(line.Text("--svg"), model->mesh, panels, "vqsolve static: " + model->description);
+        WriteSvg(line.Text("--svg"), model->mesh, panels, "vqsolve static", model->description);
     }
     const double totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 

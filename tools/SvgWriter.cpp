@@ -101,8 +101,12 @@ View MakeView(bool planar)
 
 }  // namespace
 
-std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels, const std::string& heading)
+std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels, const std::string& heading,
+                      const std::string& subheadingText)
 {
+    std::string subheading = subheadingText;
+    if (std::any_of(panels.begin(), panels.end(), [](const SvgPanel& p) { return !p.displacement.empty(); }))
+        subheading += (subheading.empty() ? "" : "; ") + std::string("displacements exaggerated");
     const size_t nodes = mesh.coordinates.size() / 3;
     const View view = MakeView(mesh.planar);
 
@@ -118,10 +122,12 @@ std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels,
     size = std::sqrt(size);
     if (!(size > 0.0)) size = 1.0;
 
-    const int panelW = 440, panelH = 320, gap = 12, top = 44;
+    const int panelW = 440, panelH = 320, gap = 12, top = subheading.empty() ? 40 : 58;
     const int columns = std::max(1, std::min(3, static_cast<int>(panels.size())));
     const int rows = std::max(1, static_cast<int>((panels.size() + columns - 1) / columns));
-    const int width = columns * panelW + (columns + 1) * gap;
+    // Wide enough for the headings too (about 0.6 em per character).
+    const int textWidth = static_cast<int>(std::max(11.0 * DisplayWidth(heading), 7.8 * DisplayWidth(subheading)));
+    const int width = std::max(columns * panelW + (columns + 1) * gap, textWidth + 2 * gap);
     const int height = top + rows * panelH + (rows + 1) * gap;
 
     std::string out;
@@ -129,10 +135,13 @@ std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels,
     out += Format("<svg xmlns=\"http://www.w3.org/2000/svg\" version=\"1.1\" width=\"%d\" height=\"%d\" "
                   "viewBox=\"0 0 %d %d\" font-family=\"DejaVu Sans, Helvetica, Arial, sans-serif\">\n",
                   width, height, width, height);
-    out += "<title>" + Escape(heading) + "</title>\n";
+    out += "<title>" + Escape(subheading.empty() ? heading : heading + ": " + subheading) + "</title>\n";
     out += "<rect x=\"0\" y=\"0\" width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
     out += Format("<text x=\"%d\" y=\"28\" font-size=\"18\" font-weight=\"bold\" fill=\"#222222\">",
                   gap) + Escape(heading) + "</text>\n";
+    if (!subheading.empty())
+        out += Format("<text x=\"%d\" y=\"48\" font-size=\"13\" fill=\"#444444\">", gap) +
+               Escape(subheading) + "</text>\n";
 
     for (size_t p = 0; p < panels.size(); ++p) {
         const SvgPanel& panel = panels[p];
@@ -157,7 +166,7 @@ std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels,
                         signedPeak = u[c];
                     }
             }
-            const double scale = largest > 0.0 ? 0.15 * size / largest * (signedPeak < 0 ? -1.0 : 1.0) : 0.0;
+            const double scale = largest > 0.0 ? 0.15 * size / largest * (panel.modeShape && signedPeak < 0 ? -1.0 : 1.0) : 0.0;
             for (size_t k = 0; k < 3 * nodes; ++k) moved[k] += scale * panel.displacement[k];
         }
 
@@ -214,9 +223,9 @@ std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels,
 }
 
 void WriteSvg(const std::string& path, const WireMesh& mesh, const std::vector<SvgPanel>& panels,
-              const std::string& heading)
+              const std::string& heading, const std::string& subheading)
 {
-    const std::string text = RenderSvg(mesh, panels, heading);
+    const std::string text = RenderSvg(mesh, panels, heading, subheading);
     std::FILE* f = std::fopen(path.c_str(), "w");
     if (!f) throw InputError(path + ": cannot write the picture (" + std::strerror(errno) + ")");
     const size_t written = std::fwrite(text.data(), 1, text.size(), f);

@@ -18,6 +18,7 @@ struct WireMesh {
 struct SvgPanel {
     std::string title;
     std::vector<double> displacement;  // x y z per node; empty draws the undeformed mesh only
+    bool modeShape = false;            // a mode: its sign is free and is chosen for drawing
 };
 
 // Edges of the outer surface of a mesh of 8-node hexahedra (8 node numbers per element):
@@ -26,12 +27,14 @@ std::vector<std::pair<int, int>> HexahedronSurfaceEdges(const std::vector<int>& 
 
 // The SVG document. Each panel's deformation is scaled so that its largest displacement is
 // 15 % of the model's size; the sign of a mode shape is turned so that its largest component
-// is positive, so that the same mode looks the same from every method.
+// is positive, so that the same mode looks the same from every method (a static deflection
+// keeps its sign).
+// The heading is drawn in bold above the panels, the subheading (may be empty) below it.
 std::string RenderSvg(const WireMesh& mesh, const std::vector<SvgPanel>& panels,
-                      const std::string& heading);
+                      const std::string& heading, const std::string& subheading);
 
 // Writes RenderSvg's document; throws InputError when the file cannot be written.
 void WriteSvg(const std::string& path, const WireMesh& mesh, const std::vector<SvgPanel>& panels,
-              const std::string& heading);
+              const std::string& heading, const std::string& subheading);
 
 }  // namespace vqsolve
