@@ -557,32 +557,40 @@ void VQ_Matrix::PreMultiply(const VQ_Matrix& B, VQ_Matrix& P) const { B.PostMult
 
 namespace {
 
-// Copies the r x c block of `src` (leading dimension ld) to dst, replacing values of magnitude
-// <= machine epsilon (and NaN) by exact zeros. Returns false when a kept value is infinite: then
-// a zero factor times that infinity would produce NaN where the term-skipping sum has none.
+// The symmetric products add a term only when both factors exceed machine epsilon in magnitude.
+// Replacing every factor that fails the test (NaN included) by an exact zero gives the same sums,
+// except where a zeroed factor would meet an infinity (0 * inf = NaN instead of a skipped term).
+inline double KeptFactor(double v) { return std::fabs(v) > kMachineEpsilon ? v : 0.0; }
+
+// Copies the r x c block of `src` (leading dimension ld) to dst with KeptFactor applied. Returns
+// false when a kept value is infinite.
 bool ThresholdedCopy(const double* src, int r, int c, int ld, double* dst) {
   bool finite = true;
-  for (int j = 0; j < c; ++j)
+  for (int j = 0; j < c; ++j) {
+    const double* sj = src + static_cast<long long>(j) * ld;
+    double* dj = dst + static_cast<long long>(j) * r;
     for (int i = 0; i < r; ++i) {
-      const double v = src[static_cast<long long>(j) * ld + i];
-      const bool keep = std::fabs(v) > kMachineEpsilon;
-      if (keep && std::isinf(v)) finite = false;
-      dst[static_cast<long long>(j) * r + i] = keep ? v : 0.0;
+      dj[i] = KeptFactor(sj[i]);
+      if (std::isinf(dj[i])) finite = false;
     }
+  }
   return finite;
 }
 
-// Full square form (n x n, column-major) of a symmetric matrix read through Value, or directly
-// from the packed storage.
-void UnpackSymmetric(const VQ_SymMatrix& s, int n, double* full) {
+// Full square form (n x n, column-major) of a symmetric matrix with KeptFactor applied, read from
+// the packed storage or through Value. Returns false when a kept value is infinite.
+bool UnpackSymmetricThresholded(const VQ_SymMatrix& s, int n, double* full) {
   const double* p = s.GetDataPointer();
   const bool packed = s.HasPackedLayout();
+  bool finite = true;
   for (int j = 1; j <= n; ++j)
     for (int i = 1; i <= j; ++i) {
-      const double v = packed ? p[static_cast<long long>(j - 1) * j / 2 + (i - 1)] : s.Value(i, j);
+      const double v = KeptFactor(packed ? p[static_cast<long long>(j - 1) * j / 2 + (i - 1)] : s.Value(i, j));
+      if (std::isinf(v)) finite = false;
       full[Pos(i, j, n)] = v;
       full[Pos(j, i, n)] = v;
     }
+  return finite;
 }
 
 }  // namespace
@@ -594,40 +602,32 @@ void VQ_Matrix::PostMultiply(const VQ_SymMatrix& S, VQ_Matrix& P) const {
   const int inner = std::min(cols, n);
   if (m <= 0 || n <= 0) return;
   GeneralView a(*this);
-  WorkBuffer full(static_cast<long long>(n) * n);
-  WorkBuffer out(static_cast<long long>(m) * n);
-  if (!a.ok() || !full.ok() || !out.ok()) {
+  WorkBuffer full(static_cast<long long>(n) * n), at(static_cast<long long>(m) * inner),
+      out(static_cast<long long>(m) * n);
+  if (!a.ok() || !full.ok() || !at.ok() || !out.ok()) {
     status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
     ReportNoMemory();
     return;
   }
-  UnpackSymmetric(S, n, full.get());
-
-  if (inner == cols && static_cast<long long>(m) * n * inner >= kBlasProductThreshold) {
-    // Factors under the bound become exact zeros, which is the skipping rule as long as no kept
-    // factor is infinite (0 * inf would be NaN). Then one dgemm.
-    WorkBuffer at(static_cast<long long>(m) * inner);
-    if (at.ok()) {
-      const bool finiteA = ThresholdedCopy(a.data(), m, inner, m, at.get());
-      const bool finiteS = ThresholdedCopy(full.get(), n, n, n, full.get());
-      if (finiteA && finiteS) {
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, m, n, inner, 1.0, at.get(), m, full.get(), n, 0.0,
-                    out.get(), m);
-        StoreBlock(P, m, n, out.get());
-        return;
+  const bool finiteS = UnpackSymmetricThresholded(S, n, full.get());
+  const bool finiteA = inner <= 0 || ThresholdedCopy(a.data(), m, inner, m, at.get());
+  if (inner <= 0) {
+    std::fill(out.get(), out.get() + static_cast<long long>(m) * n, 0.0);
+  } else if (finiteA && finiteS && static_cast<long long>(m) * n * inner >= kBlasProductThreshold) {
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, m, n, inner, 1.0, at.get(), m, full.get(), n, 0.0,
+                out.get(), m);
+  } else {
+    // Term by term, k in increasing order; zeroed factors are the skipped terms.
+    for (int j = 1; j <= n; ++j) {
+      double* pj = out.get() + Pos(1, j, m);
+      std::fill(pj, pj + m, 0.0);
+      const double* sj = full.get() + Pos(1, j, n);
+      for (int k = 1; k <= inner; ++k) {
+        const double s = sj[k - 1];
+        if (s == 0.0) continue;
+        const double* ak = at.get() + Pos(1, k, m);
+        for (int i = 0; i < m; ++i) pj[i] += (ak[i] != 0.0) ? ak[i] * s : 0.0;
       }
-      UnpackSymmetric(S, n, full.get());  // restore the unthresholded values for the loop below
-    }
-  }
-  for (int j = 1; j <= n; ++j) {
-    double* pj = out.get() + Pos(1, j, m);
-    std::fill(pj, pj + m, 0.0);
-    const double* sj = full.get() + Pos(1, j, n);
-    for (int k = 1; k <= inner; ++k) {
-      const double s = sj[k - 1];
-      if (!(std::fabs(s) > kMachineEpsilon)) continue;
-      const double* ak = a.column(k);
-      for (int i = 0; i < m; ++i) pj[i] += (std::fabs(ak[i]) > kMachineEpsilon) ? ak[i] * s : 0.0;
     }
   }
   StoreBlock(P, m, n, out.get());
@@ -640,38 +640,32 @@ void VQ_Matrix::PreMultiply(const VQ_SymMatrix& S, VQ_Matrix& P) const {
   const int inner = std::min(rows, n);
   if (n <= 0 || c <= 0) return;
   GeneralView a(*this);
-  WorkBuffer full(static_cast<long long>(n) * n);
-  WorkBuffer out(static_cast<long long>(n) * c);
-  if (!a.ok() || !full.ok() || !out.ok()) {
+  WorkBuffer full(static_cast<long long>(n) * n), at(static_cast<long long>(inner) * c),
+      out(static_cast<long long>(n) * c);
+  if (!a.ok() || !full.ok() || !at.ok() || !out.ok()) {
     status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
     ReportNoMemory();
     return;
   }
-  UnpackSymmetric(S, n, full.get());
-
-  if (inner == rows && inner == n && static_cast<long long>(n) * c * inner >= kBlasProductThreshold) {
-    WorkBuffer at(static_cast<long long>(inner) * c);
-    if (at.ok()) {
-      const bool finiteA = ThresholdedCopy(a.data(), inner, c, a.rows, at.get());
-      const bool finiteS = ThresholdedCopy(full.get(), n, n, n, full.get());
-      if (finiteA && finiteS) {
-        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, c, inner, 1.0, full.get(), n, at.get(), inner, 0.0,
-                    out.get(), n);
-        StoreBlock(P, n, c, out.get());
-        return;
+  const bool finiteS = UnpackSymmetricThresholded(S, n, full.get());
+  const bool finiteA = inner <= 0 || ThresholdedCopy(a.data(), inner, c, a.rows, at.get());
+  if (inner <= 0) {
+    std::fill(out.get(), out.get() + static_cast<long long>(n) * c, 0.0);
+  } else if (finiteA && finiteS && static_cast<long long>(n) * c * inner >= kBlasProductThreshold) {
+    // S(:, 1..inner) times the thresholded A.
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, c, inner, 1.0, full.get(), n, at.get(), inner, 0.0,
+                out.get(), n);
+  } else {
+    for (int j = 1; j <= c; ++j) {
+      double* pj = out.get() + Pos(1, j, n);
+      std::fill(pj, pj + n, 0.0);
+      const double* aj = at.get() + Pos(1, j, inner);
+      for (int k = 1; k <= inner; ++k) {
+        const double av = aj[k - 1];
+        if (av == 0.0) continue;
+        const double* sk = full.get() + Pos(1, k, n);
+        for (int i = 0; i < n; ++i) pj[i] += (sk[i] != 0.0) ? sk[i] * av : 0.0;
       }
-      UnpackSymmetric(S, n, full.get());
-    }
-  }
-  for (int j = 1; j <= c; ++j) {
-    double* pj = out.get() + Pos(1, j, n);
-    std::fill(pj, pj + n, 0.0);
-    const double* aj = a.column(j);
-    for (int k = 1; k <= inner; ++k) {
-      const double av = aj[k - 1];
-      if (!(std::fabs(av) > kMachineEpsilon)) continue;
-      const double* sk = full.get() + Pos(1, k, n);
-      for (int i = 0; i < n; ++i) pj[i] += (std::fabs(sk[i]) > kMachineEpsilon) ? sk[i] * av : 0.0;
     }
   }
   StoreBlock(P, n, c, out.get());
@@ -733,23 +727,119 @@ void VQ_Matrix::PreMultiply(const VQ_DiagonalMatrix& D, VQ_Matrix& P) const {
   PostMultiply(D, P);
 }
 
+namespace {
+
+// Orders from which the elimination is blocked.
+constexpr int kBlockedInverseOrder = 96;
+constexpr int kInverseBlock = 48;
+
+// Gauss-Jordan elimination without pivoting on column-major W (n x n), applying every row
+// operation to R (n x n, the identity on entry), then the final division of row k of R by W(k,k).
+//
+// The pivots are taken in blocks of nb. Within a block the n x nb panel W(:, K) is eliminated
+// column by column exactly as the unblocked method does, recording the multipliers f_k. The block's
+// row operations together are one matrix M = E_last ... E_first with E_k = I - f_k e_k', which
+// differs from the identity only in the columns K; the rest of W and R is then updated at once by
+// [W R] += (M(:, K) - I(:, K)) [W R](K, :) with dgemm. The result is the same elimination up to the
+// order of rounding. While all multipliers are finite only the columns that can still change are
+// updated (W to the right of the block, R up to its end); a non-finite multiplier switches to
+// full-width updates so that infinities and NaNs spread as in the full elimination.
+bool BlockedGaussJordan(int n, double* w, double* r) {
+  const long long nn = n;
+  const int nbMax = kInverseBlock;
+  WorkBuffer f(nn * nbMax), x(nn * nbMax), rowsW(static_cast<long long>(nbMax) * n),
+      rowsR(static_cast<long long>(nbMax) * n), pivotRow(nbMax);
+  if (!f.ok() || !x.ok() || !rowsW.ok() || !rowsR.ok() || !pivotRow.ok()) return false;
+  bool fullWidth = false;
+  for (int k0 = 0; k0 < n; k0 += nbMax) {
+    const int nb = std::min(nbMax, n - k0), k1 = k0 + nb;
+    // Panel elimination on W(:, k0..k1-1).
+    for (int kk = 0; kk < nb; ++kk) {
+      const int k = k0 + kk;
+      double* fk = f.get() + kk * nn;
+      const double pivot = w[k * nn + k];
+      for (int i = 0; i < n; ++i) {
+        fk[i] = (i == k) ? 0.0 : w[k * nn + i] / pivot;
+        if (!std::isfinite(fk[i])) fullWidth = true;
+      }
+      for (int q = fullWidth ? k0 : k; q < k1; ++q) {
+        double* wq = w + q * nn;
+        const double wkq = wq[k];
+        for (int i = 0; i < n; ++i) wq[i] -= fk[i] * wkq;
+        wq[k] = wkq;  // the pivot row itself is not touched
+      }
+    }
+    // X = M(:, K) - I(:, K), composed step by step.
+    for (int j = 0; j < nb; ++j)
+      for (int i = 0; i < n; ++i) x[j * nn + i] = (i == k0 + j) ? 1.0 : 0.0;
+    for (int kk = 0; kk < nb; ++kk) {
+      const int k = k0 + kk;
+      const double* fk = f.get() + kk * nn;
+      for (int j = 0; j < nb; ++j) pivotRow[j] = x[j * nn + k];
+      for (int j = 0; j < nb; ++j) {
+        double* xj = x.get() + j * nn;
+        const double pj = pivotRow[j];
+        for (int i = 0; i < n; ++i) xj[i] -= fk[i] * pj;
+        xj[k] = pj;
+      }
+    }
+    for (int j = 0; j < nb; ++j) x[j * nn + k0 + j] -= 1.0;
+    // Rows K of W and R, taken before the update. W is updated right of the block (and, once
+    // full width, left of it too); the panel columns were eliminated above.
+    const int rCols = fullWidth ? n : k1;
+    auto updateW = [&](int from, int to) {
+      const int count = to - from;
+      if (count <= 0) return;
+      for (int q = 0; q < count; ++q)
+        for (int j = 0; j < nb; ++j) rowsW[static_cast<long long>(q) * nb + j] = w[(from + q) * nn + k0 + j];
+      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, count, nb, 1.0, x.get(), n, rowsW.get(), nb, 1.0,
+                  w + from * nn, n);
+    };
+    updateW(k1, n);
+    if (fullWidth) updateW(0, k0);
+    for (int q = 0; q < rCols; ++q)
+      for (int j = 0; j < nb; ++j) rowsR[static_cast<long long>(q) * nb + j] = r[q * nn + k0 + j];
+    if (rCols > 0)
+      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, rCols, nb, 1.0, x.get(), n, rowsR.get(), nb, 1.0, r, n);
+  }
+  for (int q = 0; q < n; ++q)
+    for (int i = 0; i < n; ++i) r[q * nn + i] /= w[i * nn + i];
+  return true;
+}
+
+}  // namespace
+
 VQ_Matrix VQ_Matrix::Inverse() const {
-  // Gauss-Jordan elimination without pivoting on the full form read through Value. W and R are
-  // kept row-major so that the row operations run over contiguous memory.
+  // Gauss-Jordan elimination without pivoting on the full form read through Value. A zero pivot is
+  // not detected: it produces infinities or NaNs.
   const int n = rows, mcols = cols;
   if (n != mcols) status = MATLIBDLLCOMMONS::STATUS_DIMENSION_MISMATCH;
   VQ_Matrix R;
   R.SetIdentityMatrix(n);
   if (n <= 0 || R.rows != n) return R;
-  WorkBuffer w(static_cast<long long>(n) * n), r(static_cast<long long>(n) * n), f(n);
+  const long long nn = n;
   GeneralView a(*this);
+  if (n >= kBlockedInverseOrder) {
+    WorkBuffer w(nn * nn);
+    if (!w.ok() || !a.ok()) {
+      R.status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
+      ReportNoMemory();
+      return R;
+    }
+    // Columns beyond a narrower receiver are zero (they never occur for a square matrix).
+    for (int q = 0; q < n; ++q)
+      for (int i = 0; i < n; ++i) w[q * nn + i] = q < mcols ? a.at(i + 1, q + 1) : 0.0;
+    if (BlockedGaussJordan(n, w.get(), R.data)) return R;
+    R.SetIdentityMatrix(n);  // scratch allocation failed: fall back to the unblocked elimination
+  }
+  WorkBuffer w(nn * nn), r(nn * nn), f(n);
   if (!w.ok() || !r.ok() || !f.ok() || !a.ok()) {
     R.status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
     ReportNoMemory();
     return R;
   }
-  const long long nn = n;
-  // Columns beyond a narrower receiver are zero (they are never produced by a square matrix).
+  // Unblocked elimination. W and R are kept row-major so that the row operations run over
+  // contiguous memory.
   for (int i = 0; i < n; ++i)
     for (int q = 0; q < n; ++q) {
       w[i * nn + q] = q < mcols ? a.at(i + 1, q + 1) : 0.0;

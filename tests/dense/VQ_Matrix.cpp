@@ -457,7 +457,7 @@ TEST_P(MatrixInverse, MatchesLapackAndGivesIdentity) {
   EXPECT_LT(MaxAbsDiff(RefProduct(av, n, n, Full(inv), n), id), 1e-12);
 }
 
-INSTANTIATE_TEST_SUITE_P(Orders, MatrixInverse, testing::Values(1, 2, 5, 33, 120));
+INSTANTIATE_TEST_SUITE_P(Orders, MatrixInverse, testing::Values(1, 2, 5, 33, 95, 96, 120, 250));
 
 TEST(MatrixInverseEdge, HandComputedAndNoPivoting) {
   double v[] = {4, 2, 7, 6};  // [[4,7],[2,6]], det 10
@@ -472,6 +472,15 @@ TEST(MatrixInverseEdge, HandComputedAndNoPivoting) {
   bool nonFinite = false;
   for (double x : Full(s)) nonFinite = nonFinite || !std::isfinite(x);
   EXPECT_TRUE(nonFinite);
+
+  // The same on the blocked path of larger orders: a zero first pivot spreads non-finite values.
+  const int n = 150;
+  std::vector<double> big = DiagonallyDominant(n, 77);
+  big[0] = 0.0;
+  VQ_Matrix bigInv = VQ_Matrix(n, n, big.data()).Inverse();
+  int nonFiniteCount = 0;
+  for (double x : Full(bigInv)) nonFiniteCount += std::isfinite(x) ? 0 : 1;
+  EXPECT_EQ(nonFiniteCount, n * n);
 
   VQ_Matrix rect(2, 3, 1.0);
   rect.Inverse();
