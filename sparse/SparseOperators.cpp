@@ -44,7 +44,7 @@ VQ_SparseSymMatrix operator*(double s, const VQ_SparseSymMatrix& a) { return a *
 
 VQ_SparseSymMatrix operator/(const VQ_SparseSymMatrix& a, double s) {
   VQ_SparseSymMatrix r(a);
-  if (std::fabs(s) < kMachineEpsilon) return r;   // returned unscaled, no status
+  if (std::fabs(s) < kMachineEpsilon) return r;  // returned unscaled, no status
   r /= s;
   return r;
 }
@@ -55,7 +55,9 @@ VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a, const VQ_DiagonalMatri
   return r;
 }
 
-VQ_SparseSymMatrix operator+(const VQ_DiagonalMatrix& d, const VQ_SparseSymMatrix& a) { return a + d; }
+VQ_SparseSymMatrix operator+(const VQ_DiagonalMatrix& d, const VQ_SparseSymMatrix& a) {
+  return a + d;
+}
 
 VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a, const VQ_SparseSymMatrix& b) {
   VQ_SparseSymMatrix r;

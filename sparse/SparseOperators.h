@@ -19,11 +19,15 @@ VQMATH_DENSE_API VQ_SparseSymMatrix operator*(double s, const VQ_SparseSymMatrix
 // Shallow copy of a with its values divided by s; |s| < machine epsilon: returned unscaled.
 VQMATH_DENSE_API VQ_SparseSymMatrix operator/(const VQ_SparseSymMatrix& a, double s);
 // Shallow copy of a with d added to its diagonal (when the orders agree; else unchanged).
-VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a, const VQ_DiagonalMatrix& d);
-VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_DiagonalMatrix& d, const VQ_SparseSymMatrix& a);
+VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a,
+                                              const VQ_DiagonalMatrix& d);
+VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_DiagonalMatrix& d,
+                                              const VQ_SparseSymMatrix& a);
 // New matrix a + b / a - b; the pattern is the union of both patterns.
-VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a, const VQ_SparseSymMatrix& b);
-VQMATH_DENSE_API VQ_SparseSymMatrix operator-(const VQ_SparseSymMatrix& a, const VQ_SparseSymMatrix& b);
+VQMATH_DENSE_API VQ_SparseSymMatrix operator+(const VQ_SparseSymMatrix& a,
+                                              const VQ_SparseSymMatrix& b);
+VQMATH_DENSE_API VQ_SparseSymMatrix operator-(const VQ_SparseSymMatrix& a,
+                                              const VQ_SparseSymMatrix& b);
 // New dense n x m matrix A*X (X has at least n rows; otherwise the zero result carries status -8).
 VQMATH_DENSE_API VQ_Matrix operator*(const VQ_SparseSymMatrix& a, const VQ_Matrix& x);
 // The same for a column vector, as a column vector.

@@ -9,11 +9,11 @@
 #include "sparse/VQ_SparseSymMatrix.h"
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cmath>
 #include <cstring>
 #include <iostream>
-#include <cctype>
 #include <new>
 
 #include "sparse/internal/SymUpperProduct.h"
@@ -42,13 +42,17 @@ VQ_SparseSymMatrix::VQ_SparseSymMatrix() : VQ_SymMatrix() {
   type = MC::SYM_SPARSE_MATRIX;
   rows = cols = size = 0;
   data = nullptr;
-  // `data` will only ever be a view of valueBlock_: the mark keeps base-class paths from freeing it.
+  // `data` will only ever be a view of valueBlock_: the mark keeps base-class paths from freeing
+  // it.
   shallow = true;
 }
 
-VQ_SparseSymMatrix::VQ_SparseSymMatrix(int n) : VQ_SparseSymMatrix() { rows = cols = std::max(n, 0); }
+VQ_SparseSymMatrix::VQ_SparseSymMatrix(int n) : VQ_SparseSymMatrix() {
+  rows = cols = std::max(n, 0);
+}
 
-VQ_SparseSymMatrix::VQ_SparseSymMatrix(int n, const double* values, const int* rowptr, const int* colidx)
+VQ_SparseSymMatrix::VQ_SparseSymMatrix(int n, const double* values, const int* rowptr,
+                                       const int* colidx)
     : VQ_SparseSymMatrix() {
   if (n < 0 || !rowptr) {
     SetStatus(kInvalidSparseMatrixCreation);
@@ -189,10 +193,13 @@ bool VQ_SparseSymMatrix::Initialize(double v) {
 
 void VQ_SparseSymMatrix::CopyData(const double* values, const int* colidx, const int* rowptr) {
   const int nnz = HeldEntries();
-  if (values && data && nnz > 0) std::memcpy(data, values, sizeof(double) * static_cast<size_t>(nnz));
-  if (colidx && colidx_ && nnz > 0) std::memcpy(colidx_, colidx, sizeof(int) * static_cast<size_t>(nnz));
+  if (values && data && nnz > 0)
+    std::memcpy(data, values, sizeof(double) * static_cast<size_t>(nnz));
+  if (colidx && colidx_ && nnz > 0)
+    std::memcpy(colidx_, colidx, sizeof(int) * static_cast<size_t>(nnz));
   if (rowptr && rowptr_) {
-    const std::int64_t count = std::min<std::int64_t>(static_cast<std::int64_t>(rows) + 1, rowBlock_.Count());
+    const std::int64_t count =
+        std::min<std::int64_t>(static_cast<std::int64_t>(rows) + 1, rowBlock_.Count());
     std::memcpy(rowptr_, rowptr, sizeof(int) * static_cast<size_t>(count));
   }
 }
@@ -353,6 +360,12 @@ void VQ_SparseSymMatrix::SetValue(double v) {
 
 void VQ_SparseSymMatrix::Redimension(int, int, double) {}
 
+void VQ_SparseSymMatrix::ClearBuffer() {
+  buffer_.clear();
+  hint_ = buffer_.end();
+  bufferPool_.release();
+}
+
 void VQ_SparseSymMatrix::ClearWork() {
   workValues_.clear();
   workRowPointers_.clear();
@@ -362,7 +375,7 @@ void VQ_SparseSymMatrix::ClearWork() {
 void VQ_SparseSymMatrix::ReleaseMemory() {
   DropArrays();
   rows = cols = size = 0;
-  std::map<std::int64_t, double>().swap(buffer_);
+  ClearBuffer();
   std::vector<double>().swap(workValues_);
   std::vector<int>().swap(workRowPointers_);
   std::vector<int>().swap(workColumns_);
@@ -452,11 +465,12 @@ bool VQ_SparseSymMatrix::IsSparseMatrixDiagonal() const { return size == rows &&
 bool VQ_SparseSymMatrix::CheckSparsity(const VQ_SparseSymMatrix* b) const {
   if (!b) return false;
   if (size != b->size || rows != b->rows || cols != b->cols) return false;
-  if (rowptr_ == b->rowptr_ && colidx_ == b->colidx_) return true;   // shared arrays
+  if (rowptr_ == b->rowptr_ && colidx_ == b->colidx_) return true;  // shared arrays
   const int n = std::max(rows, 0);
   if (!rowptr_ || !b->rowptr_) return !rowptr_ && !b->rowptr_ && size == 0;
   if (HeldRows() < n || b->HeldRows() < n) return false;
-  if (std::memcmp(rowptr_, b->rowptr_, sizeof(int) * (static_cast<size_t>(n) + 1)) != 0) return false;
+  if (std::memcmp(rowptr_, b->rowptr_, sizeof(int) * (static_cast<size_t>(n) + 1)) != 0)
+    return false;
   const int nnz = std::max(size, 0);
   if (HeldEntries() < nnz || b->HeldEntries() < nnz) return false;
   return nnz == 0 || std::memcmp(colidx_, b->colidx_, sizeof(int) * static_cast<size_t>(nnz)) == 0;
@@ -472,7 +486,7 @@ double VQ_SparseSymMatrix::ReturnMemoryUsage() const {
 // ================================================================================================
 
 void VQ_SparseSymMatrix::BeginMatrix() {
-  buffer_.clear();
+  ClearBuffer();
   ClearWork();
   assemblyOutOfMemory_ = false;
 }
@@ -483,13 +497,27 @@ bool VQ_SparseSymMatrix::Add(int i, int j, const double& v) {
   const std::int64_t n = rows;
   const std::int64_t r = std::min(i, j), c = std::max(i, j);
   const std::int64_t key = (r - 1) * n + (c - r);
-  auto it = buffer_.lower_bound(key);
+  // The entry touched last, or the one after it, is checked before searching the tree (the three
+  // equations of a node are neighbours in the key order).
+  auto it = buffer_.end();
+  if (hint_ != buffer_.end()) {
+    if (hint_->first == key) {
+      it = hint_;
+    } else if (hint_->first < key) {
+      auto next = std::next(hint_);
+      if (next == buffer_.end() || next->first >= key) it = next;
+    }
+  }
+  if (it == buffer_.end() || it->first != key) {
+    if (it == buffer_.end() || it->first < key) it = buffer_.lower_bound(key);
+  }
   if (it != buffer_.end() && it->first == key) {
     it->second += v;
+    hint_ = it;
     return false;
   }
   try {
-    buffer_.emplace_hint(it, key, v);
+    hint_ = buffer_.emplace_hint(it, key, v);
   } catch (const std::bad_alloc&) {
     assemblyOutOfMemory_ = true;
     return false;
@@ -509,7 +537,7 @@ bool VQ_SparseSymMatrix::ResolveMatrix() {
   const std::int64_t n = rows;
   if (n <= 0 || buffer_.size() > static_cast<size_t>(INT_MAX) - 1) {
     if (n == 0 && buffer_.empty()) {
-      workRowPointers_.push_back(1);   // the empty matrix: one closing pointer, no entries
+      workRowPointers_.push_back(1);  // the empty matrix: one closing pointer, no entries
       size = 0;
       return true;
     }
@@ -527,12 +555,12 @@ bool VQ_SparseSymMatrix::ResolveMatrix() {
     ReportLine(">>>>>>> Cannot Allocate Memory !..... <<<<<< ");
     return false;
   }
-  const std::int64_t lastKey = n * n;   // keys of entries inside 1..n lie in [0, n*n)
+  const std::int64_t lastKey = n * n;  // keys of entries inside 1..n lie in [0, n*n)
   int p = 1;
   std::int64_t r = 0;
   for (const auto& entry : buffer_) {
     const std::int64_t key = entry.first;
-    if (key < 0 || key >= lastKey) break;   // an index outside 1..n: invalid assembly
+    if (key < 0 || key >= lastKey) break;  // an index outside 1..n: invalid assembly
     const std::int64_t offset = key % n;
     if (offset == 0) {
       ++r;
@@ -567,7 +595,7 @@ bool VQ_SparseSymMatrix::EndMatrix() {
   } else {
     ok = ResolveMatrix();
   }
-  buffer_.clear();
+  ClearBuffer();
   assemblyOutOfMemory_ = false;
   if (!ok) {
     ClearWork();
@@ -584,7 +612,7 @@ bool VQ_SparseSymMatrix::EndMatrix() {
     std::memcpy(colidx_, workColumns_.data(), sizeof(int) * static_cast<size_t>(size));
   }
   std::memcpy(rowptr_, workRowPointers_.data(), sizeof(int) * (static_cast<size_t>(rows) + 1));
-  ClearWork();   // capacity kept for the next assembly
+  ClearWork();  // capacity kept for the next assembly
   return true;
 }
 
@@ -627,7 +655,7 @@ VQ_SparseSymMatrix& VQ_SparseSymMatrix::operator-=(const VQ_SparseSymMatrix& b) 
 VQ_SparseSymMatrix VQ_SparseSymMatrix::operator+() const { return VQ_SparseSymMatrix(*this); }
 
 VQ_SparseSymMatrix VQ_SparseSymMatrix::operator-() const {
-  VQ_SparseSymMatrix r(*this);   // shares the arrays: this matrix is negated as well
+  VQ_SparseSymMatrix r(*this);  // shares the arrays: this matrix is negated as well
   const int nnz = r.HeldEntries();
   for (int k = 0; k < nnz; ++k) r.data[k] = -r.data[k];
   return r;
@@ -675,8 +703,8 @@ namespace {
 // equal columns are combined as a + beta*b, otherwise the smaller column goes first. The callback
 // receives (column, value) of every merged entry in order.
 template <class Emit>
-void MergeRow(const int* ac, const double* av, int ab, int ae, const int* bc, const double* bv, int bb,
-              int be, double beta, Emit&& emit) {
+void MergeRow(const int* ac, const double* av, int ab, int ae, const int* bc, const double* bv,
+              int bb, int be, double beta, Emit&& emit) {
   int p = ab, q = bb;
   while (p < ae || q < be) {
     if (p < ae && q < be) {
@@ -703,7 +731,8 @@ void MergeRow(const int* ac, const double* av, int ab, int ae, const int* bc, co
 
 }  // namespace
 
-bool VQ_SparseSymMatrix::TwoSparseMatrixOperation(const VQ_SparseSymMatrix* b, double alpha, double beta) {
+bool VQ_SparseSymMatrix::TwoSparseMatrixOperation(const VQ_SparseSymMatrix* b, double alpha,
+                                                  double beta) {
   if (!b) return false;
   if (rows != b->rows || cols != b->cols) return false;
   // The scaling happens first, also when a later step fails.
@@ -761,7 +790,8 @@ bool VQ_SparseSymMatrix::TwoSparseMatrixOperation(const VQ_SparseSymMatrix* b, d
     int ab, ae, bb, be;
     rangeA(i, ab, ae);
     rangeB(i, bb, be);
-    MergeRow(colidx_, data, ab, ae, b->colidx_, b->data, bb, be, beta, [&](int, double) { ++total; });
+    MergeRow(colidx_, data, ab, ae, b->colidx_, b->data, bb, be, beta,
+             [&](int, double) { ++total; });
   }
   if (total > INT_MAX) {
     SetStatus(MC::STATUS_NO_MEMORY);
@@ -802,7 +832,8 @@ void VQ_SparseSymMatrix::MultiplyDense(int m, const double* X, int ldx, double* 
   if (m <= 0 || n == 0 || !X || !P || ldx < n || ldp < n) return;
   const int held = HeldRows();
   // Rows beyond the held row pointers (a sized matrix awaiting assembly) contribute nothing.
-  vqmath::internal::SymUpperTimesDense(held, HeldEntries(), rowptr_, colidx_, data, m, X, ldx, P, ldp);
+  vqmath::internal::SymUpperTimesDense(held, HeldEntries(), rowptr_, colidx_, data, m, X, ldx, P,
+                                       ldp);
   if (held < n)
     for (int j = 0; j < m; ++j)
       std::fill(P + static_cast<size_t>(j) * ldp + held, P + static_cast<size_t>(j) * ldp + n, 0.0);
@@ -827,7 +858,7 @@ bool VQ_SparseSymMatrix::WriteToFile(const char* base, bool plusSign, bool value
     if (!f) {
       SetStatus(MC::STATUS_FILE_NOT_FOUND);
       ReportLine(">>>>>>> Cannot Open File !..... <<<<<< ");
-      rows = cols = size = 0;   // the arrays stay allocated
+      rows = cols = size = 0;  // the arrays stay allocated
       return false;
     }
     AddToFileList(path);
@@ -926,7 +957,9 @@ bool VQ_SparseSymMatrix::ReadSwapFile(const std::string& path, int which) {
     }
   }
   std::fclose(f);
-  if (!ok) return fail(MC::STATUS_OFF_DIAGONAL_IGNORED, ">>>>>>> Invalid Sparse Matrix File !..... <<<<<< ");
+  if (!ok)
+    return fail(MC::STATUS_OFF_DIAGONAL_IGNORED,
+                ">>>>>>> Invalid Sparse Matrix File !..... <<<<<< ");
   if (which == 1) {
     DetachData();
     valueBlock_ = std::move(dv);
@@ -956,17 +989,19 @@ bool VQ_SparseSymMatrix::LayoutIsConsistent() const {
   return true;
 }
 
-bool VQ_SparseSymMatrix::ReadFromFile(const char* base, bool plusSign, bool values, bool rowPointers,
-                                      bool columns) {
+bool VQ_SparseSymMatrix::ReadFromFile(const char* base, bool plusSign, bool values,
+                                      bool rowPointers, bool columns) {
   const std::string stem = base ? base : "";
   const bool wanted[3] = {values, rowPointers, columns};
   // Only files this matrix wrote itself are read; if any requested one is not among them nothing
   // is read at all, so the matrix is never left half replaced by foreign files.
   for (int which = 1; which <= 3; ++which)
-    if (wanted[which - 1] && fileList_.find(stem + std::to_string(which) + ".dat") == fileList_.end())
+    if (wanted[which - 1] &&
+        fileList_.find(stem + std::to_string(which) + ".dat") == fileList_.end())
       return false;
   for (int which = 1; which <= 3; ++which)
-    if (wanted[which - 1] && !ReadSwapFile(stem + std::to_string(which) + ".dat", which)) return false;
+    if (wanted[which - 1] && !ReadSwapFile(stem + std::to_string(which) + ".dat", which))
+      return false;
   if (!LayoutIsConsistent()) {
     SetStatus(MC::STATUS_OFF_DIAGONAL_IGNORED);
     ReportLine(">>>>>>> Invalid Sparse Matrix File !..... <<<<<< ");
@@ -1058,7 +1093,9 @@ bool VQ_SparseSymMatrix::ReadIn_MTX_Format(const char* path, bool report) {
   std::FILE* f = path ? std::fopen(path, "r") : nullptr;
   if (!f) {
     SetStatus(MC::STATUS_FILE_NOT_FOUND);
-    if (report) std::cout << ">>>>>>> File Not Found : " << (path ? path : "") << "  <<<<<< " << '\n' << std::endl;
+    if (report)
+      std::cout << ">>>>>>> File Not Found : " << (path ? path : "") << "  <<<<<< " << '\n'
+                << std::endl;
     return false;
   }
   ReleaseMemory();
@@ -1077,7 +1114,8 @@ bool VQ_SparseSymMatrix::ReadIn_MTX_Format(const char* path, bool report) {
       if (w.size() < 5 || !EqualsNoCase(w[0].first, w[0].second, "%%matrixmarket") ||
           !EqualsNoCase(w[1].first, w[1].second, "matrix") ||
           !EqualsNoCase(w[2].first, w[2].second, "coordinate") ||
-          !(EqualsNoCase(w[3].first, w[3].second, "real") || EqualsNoCase(w[3].first, w[3].second, "integer") ||
+          !(EqualsNoCase(w[3].first, w[3].second, "real") ||
+            EqualsNoCase(w[3].first, w[3].second, "integer") ||
             EqualsNoCase(w[3].first, w[3].second, "double")) ||
           !EqualsNoCase(w[4].first, w[4].second, "symmetric"))
         problem = "not a MatrixMarket coordinate real symmetric file";
@@ -1109,17 +1147,20 @@ bool VQ_SparseSymMatrix::ReadIn_MTX_Format(const char* path, bool report) {
           break;
         }
         // Tiny off-diagonal values are dropped; diagonal entries are kept whatever their value.
-        if (i == j || std::fabs(v) > kMachineEpsilon) Add(static_cast<int>(i), static_cast<int>(j), v);
+        if (i == j || std::fabs(v) > kMachineEpsilon)
+          Add(static_cast<int>(i), static_cast<int>(j), v);
       }
     }
   }
   std::fclose(f);
   if (problem) {
-    buffer_.clear();
+    ClearBuffer();
     ClearWork();
     rows = cols = size = 0;
     SetStatus(MC::STATUS_OFF_DIAGONAL_IGNORED);
-    if (report) std::cout << ">>>>>>> Invalid MatrixMarket File : " << path << " (" << problem << ")  <<<<<< " << std::endl;
+    if (report)
+      std::cout << ">>>>>>> Invalid MatrixMarket File : " << path << " (" << problem << ")  <<<<<< "
+                << std::endl;
     return false;
   }
   // A file without some diagonal entry leaves the matrix empty with status -66; the read itself
@@ -1132,7 +1173,8 @@ void VQ_SparseSymMatrix::print(const char* path, int append, bool scientific) co
   if (!path) return;
   std::FILE* f = std::fopen(path, append != 0 ? "a" : "w");
   if (!f) return;
-  std::fprintf(f, "\nMatrix Type = %s \t NumRows: %d \t  NumCols: %d \n", GetMatrixType().c_str(), rows, cols);
+  std::fprintf(f, "\nMatrix Type = %s \t NumRows: %d \t  NumCols: %d \n", GetMatrixType().c_str(),
+               rows, cols);
   std::fprintf(f, "\n{");
   const int n = rows;
   for (int i = 1; i <= n; ++i) {

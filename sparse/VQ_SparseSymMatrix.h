@@ -37,6 +37,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory_resource>
 #include <string>
 #include <vector>
 
@@ -48,8 +49,8 @@
 class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
  public:
   // ---- building --------------------------------------------------------------------------------
-  VQ_SparseSymMatrix();                 // empty: n = 0, nnz = 0, no arrays
-  explicit VQ_SparseSymMatrix(int n);   // order n, no arrays: ready for assembly
+  VQ_SparseSymMatrix();                // empty: n = 0, nnz = 0, no arrays
+  explicit VQ_SparseSymMatrix(int n);  // order n, no arrays: ready for assembly
   // Copies n+1 row pointers and rowptr[n]-1 values and columns (1-based upper rows, not checked
   // beyond what is needed to copy them safely: a null array or a negative count leaves the object
   // empty with status -66).
@@ -76,23 +77,25 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   int SetEqualTo(VQ_DiagonalMatrix* d);
   // Entries that SetEqualTo(a) would store.
   int CountNonzeroTerms(VQ_Matrix* a);
-  void SetBounds(int n);        // rows = cols = n; nothing else
-  void SetValue(double v);      // every stored value = v, pattern unchanged
+  void SetBounds(int n);    // rows = cols = n; nothing else
+  void SetValue(double v);  // every stored value = v, pattern unchanged
 
-  // ---- virtual operations of the matrix family ---------------------------------------------------
-  void Redimension(int rows, int cols, double value) override;   // does nothing at all
+  // ---- virtual operations of the matrix family
+  // ---------------------------------------------------
+  void Redimension(int rows, int cols, double value) override;  // does nothing at all
   // Lets go of the three arrays, n = nnz = 0, clears the assembly buffer and the work arrays.
   // The file list is kept.
   void ReleaseMemory() override;
-  double Value(int i, int j) const override;   // stored value, 0.0 when not stored
+  double Value(int i, int j) const override;  // stored value, 0.0 when not stored
   // Reference to one process-wide scratch double, set to 0.0 on every call: never the matrix.
   double& Ref(int i, int j) override;
   // Same as Value / Ref (the packed index rule of the dense symmetric base does not apply here).
   double Value_(int i, int j) const override;
   double& Ref_(int i, int j) override;
 
-  // ---- assembly ----------------------------------------------------------------------------------
-  void BeginMatrix();   // clears the buffer and the work arrays; n must already be set
+  // ---- assembly
+  // ----------------------------------------------------------------------------------
+  void BeginMatrix();  // clears the buffer and the work arrays; n must already be set
   // Adds v to entry (min(i,j), max(i,j)). True when the entry is new, false when v was summed into
   // an entry already present. Indices are expected in 1..n.
   bool Add(int i, int j, const double& v);
@@ -102,8 +105,9 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // The conversion step of EndMatrix; fills the work arrays only.
   bool ResolveMatrix();
 
-  // ---- access ------------------------------------------------------------------------------------
-  // 0-based position of (i, j) (either triangle) in the value array, -1 when not stored.
+  // ---- access
+  // ------------------------------------------------------------------------------------ 0-based
+  // position of (i, j) (either triangle) in the value array, -1 when not stored.
   int FindLoc(int i, int j) const;
   // Overwrites a stored entry (true); false and no change when it is not stored. Never inserts.
   bool Set(int i, int j, const double& v);
@@ -112,14 +116,14 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   int* GetColumnVectorPointer() const { return colidx_; }
   double* GetValuePointer() const { return data; }
   int GetOrder() const { return rows; }
-  int GetNumberOfNonZeros() const { return size; }   // stored upper-triangle entries (nnz)
-  // New arrays (nnz values, n+1 row pointers, nnz columns) handed to the caller, who frees them with
-  // delete[]. False (nothing handed over) when an allocation fails.
+  int GetNumberOfNonZeros() const { return size; }  // stored upper-triangle entries (nnz)
+  // New arrays (nnz values, n+1 row pointers, nnz columns) handed to the caller, who frees them
+  // with delete[]. False (nothing handed over) when an allocation fails.
   bool CopyPointers(double** values, int** rowptr, int** colidx) const;
   // out[i-1] = Value(i, i); false when n differs from the order.
   bool GetListOfDiagonalTerms(double* out, int n) const;
-  int CountNonZeroDiagonalTerms(double tol) const;   // |Value(i, i)| > tol
-  bool IsSparseMatrixDiagonal() const;               // nnz == rows == cols
+  int CountNonZeroDiagonalTerms(double tol) const;  // |Value(i, i)| > tol
+  bool IsSparseMatrixDiagonal() const;              // nnz == rows == cols
   // Same order, nnz, row pointers and columns (values ignored).
   bool CheckSparsity(const VQ_SparseSymMatrix* b) const;
   // Every stored entry of b is stored here too.
@@ -127,14 +131,15 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // Megabytes (1e6 bytes) of the three arrays: ((n+1)*4 + nnz*8 + nnz*4) / 1e6.
   double ReturnMemoryUsage() const;
 
-  // ---- arithmetic ----------------------------------------------------------------------------------
+  // ---- arithmetic
+  // ----------------------------------------------------------------------------------
   VQ_SparseSymMatrix& operator*=(double s);
-  VQ_SparseSymMatrix& operator/=(double s);   // |s| < machine epsilon: status -7, unchanged
+  VQ_SparseSymMatrix& operator/=(double s);  // |s| < machine epsilon: status -7, unchanged
   // Value by value when the patterns are the same; otherwise nothing happens (silently).
   VQ_SparseSymMatrix& operator+=(const VQ_SparseSymMatrix& b);
   VQ_SparseSymMatrix& operator-=(const VQ_SparseSymMatrix& b);
-  VQ_SparseSymMatrix operator+() const;   // shallow copy
-  VQ_SparseSymMatrix operator-() const;   // shallow copy, negated: negates this matrix too
+  VQ_SparseSymMatrix operator+() const;  // shallow copy
+  VQ_SparseSymMatrix operator-() const;  // shallow copy, negated: negates this matrix too
   // value[k] += f * b.value[k]; with check, false and no change when the patterns differ.
   bool AddSparseMatrix(const VQ_SparseSymMatrix* b, double f, bool check);
   // this := alpha*this + beta*b, merging the patterns when b holds entries this one lacks. False
@@ -145,16 +150,17 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // matrix. Cost O(nnz * m). Each element of P is summed in storage order of the entries.
   void MultiplyDense(int m, const double* X, int ldx, double* P, int ldp) const;
 
-  // ---- files ---------------------------------------------------------------------------------------
-  // Swap files base+"1.dat" (values), base+"2.dat" (row pointers), base+"3.dat" (columns): the
-  // count on the first line, then one number per line. Each file written joins the file list and
-  // is deleted when this object is destroyed.
+  // ---- files
+  // --------------------------------------------------------------------------------------- Swap
+  // files base+"1.dat" (values), base+"2.dat" (row pointers), base+"3.dat" (columns): the count on
+  // the first line, then one number per line. Each file written joins the file list and is deleted
+  // when this object is destroyed.
   bool WriteToFile(const char* base, bool plusSign, bool values, bool rowPointers, bool columns);
   // Reads back the requested swap files. Only files of this object's file list are read: when a
   // requested file is not in the list, nothing at all is read and the result is false (status
   // untouched). Unreadable or inconsistent contents: false, n = nnz = 0 (status -5, -6 or -1).
   bool ReadFromFile(const char* base, bool plusSign, bool values, bool rowPointers, bool columns);
-  void AddToFileList(std::string path);   // key and value are the path; once only
+  void AddToFileList(std::string path);  // key and value are the path; once only
   const std::map<std::string, std::string>& GetFileList() const { return fileList_; }
   // MatrixMarket "coordinate real symmetric", upper triangle row by row, to an open stream.
   void StoreIn_MTX_Format(FILE* f) const;
@@ -173,6 +179,7 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   void SyncPointers();
   void SetStatus(int code) const { status = static_cast<MATLIBDLLCOMMONS::STATE_STATUS>(code); }
   void ClearWork();
+  void ClearBuffer();
   void FailInvalidCreation();
   // Adopts ready arrays as the new content (sizes n, nnz).
   void Adopt(int n, vqmath::internal::SharedArray<double> values,
@@ -201,12 +208,17 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   int* rowptr_ = nullptr;
   int* colidx_ = nullptr;
 
-  std::map<std::string, std::string> fileList_;   // temporary files made for this matrix
-  std::map<std::int64_t, double> buffer_;         // entries added since BeginMatrix
-  std::vector<double> workValues_;                // scratch of ResolveMatrix
+  std::map<std::string, std::string> fileList_;  // temporary files made for this matrix
+  // Entries added since BeginMatrix: an ordered map whose nodes come from a pool that is released
+  // in one piece when the assembly ends (no per-node frees), plus a position hint (the entry
+  // touched last), because finite-element assembly often adds the next stored entry after it.
+  std::pmr::monotonic_buffer_resource bufferPool_;
+  std::pmr::map<std::int64_t, double> buffer_{&bufferPool_};
+  std::pmr::map<std::int64_t, double>::iterator hint_ = buffer_.end();
+  std::vector<double> workValues_;  // scratch of ResolveMatrix
   std::vector<int> workRowPointers_;
   std::vector<int> workColumns_;
-  bool assemblyOutOfMemory_ = false;   // an Add could not store its entry
+  bool assemblyOutOfMemory_ = false;  // an Add could not store its entry
 };
 
 #include "sparse/SparseOperators.h"

@@ -42,8 +42,8 @@ void OneColumn(int n, int nnz, const int* rowptr, const int* colidx, const doubl
 // Several columns with X and P held row-major (m consecutive values per row), so that each stored
 // entry is read once and its row updates are contiguous.
 template <int M>
-void RowMajorBlock(int n, int nnz, const int* rowptr, const int* colidx, const double* values, int mDyn,
-                   const double* __restrict xt, double* __restrict pt) {
+void RowMajorBlock(int n, int nnz, const int* rowptr, const int* colidx, const double* values,
+                   int mDyn, const double* __restrict xt, double* __restrict pt) {
   const int m = M > 0 ? M : mDyn;
   for (int r = 0; r < n; ++r) {
     int begin, end;
@@ -70,10 +70,11 @@ void RowMajorBlock(int n, int nnz, const int* rowptr, const int* colidx, const d
 
 }  // namespace
 
-void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, const double* values, int m,
-                        const double* X, int ldx, double* P, int ldp) {
+void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, const double* values,
+                        int m, const double* X, int ldx, double* P, int ldp) {
   if (n <= 0 || m <= 0) return;
-  for (int j = 0; j < m; ++j) std::fill(P + static_cast<size_t>(j) * ldp, P + static_cast<size_t>(j) * ldp + n, 0.0);
+  for (int j = 0; j < m; ++j)
+    std::fill(P + static_cast<size_t>(j) * ldp, P + static_cast<size_t>(j) * ldp + n, 0.0);
   if (!rowptr || nnz <= 0 || !colidx || !values) return;
 
   if (m > 1) {
@@ -92,7 +93,8 @@ void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, co
       for (int j0 = 0; j0 < m; j0 += kBlock) {
         const int w = std::min(kBlock, m - j0);
         for (int r = 0; r < n; ++r)
-          for (int j = 0; j < w; ++j) xt[static_cast<size_t>(r) * w + j] = X[static_cast<size_t>(j0 + j) * ldx + r];
+          for (int j = 0; j < w; ++j)
+            xt[static_cast<size_t>(r) * w + j] = X[static_cast<size_t>(j0 + j) * ldx + r];
         std::fill(pt.begin(), pt.begin() + static_cast<size_t>(n) * w, 0.0);
         switch (w) {
           case 2: RowMajorBlock<2>(n, nnz, rowptr, colidx, values, w, xt.data(), pt.data()); break;
@@ -101,13 +103,15 @@ void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, co
           default: RowMajorBlock<0>(n, nnz, rowptr, colidx, values, w, xt.data(), pt.data()); break;
         }
         for (int r = 0; r < n; ++r)
-          for (int j = 0; j < w; ++j) P[static_cast<size_t>(j0 + j) * ldp + r] = pt[static_cast<size_t>(r) * w + j];
+          for (int j = 0; j < w; ++j)
+            P[static_cast<size_t>(j0 + j) * ldp + r] = pt[static_cast<size_t>(r) * w + j];
       }
       return;
     }
   }
   for (int j = 0; j < m; ++j)
-    OneColumn(n, nnz, rowptr, colidx, values, X + static_cast<size_t>(j) * ldx, P + static_cast<size_t>(j) * ldp);
+    OneColumn(n, nnz, rowptr, colidx, values, X + static_cast<size_t>(j) * ldx,
+              P + static_cast<size_t>(j) * ldp);
 }
 
 }  // namespace internal

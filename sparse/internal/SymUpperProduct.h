@@ -17,8 +17,8 @@ namespace internal {
 // P (first n rows of m columns, leading dimension ldp) = A * X (leading dimension ldx).
 // When the work space of the multi-column path cannot be allocated, P is computed column by
 // column instead (same result).
-void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, const double* values, int m,
-                        const double* X, int ldx, double* P, int ldp);
+void SymUpperTimesDense(int n, int nnz, const int* rowptr, const int* colidx, const double* values,
+                        int m, const double* X, int ldx, double* P, int ldp);
 
 }  // namespace internal
 }  // namespace vqmath

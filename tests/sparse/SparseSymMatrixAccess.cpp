@@ -33,7 +33,7 @@ TEST_F(Small, ValueIsSymmetricAndZeroWhenAbsent) {
   EXPECT_EQ(a.Value(4, 2), 2.0);
   EXPECT_EQ(a.Value(1, 2), 0.0);
   EXPECT_EQ(a.Value(2, 1), 0.0);
-  EXPECT_EQ(a.Value(5, 5), 0.0);   // outside the order
+  EXPECT_EQ(a.Value(5, 5), 0.0);  // outside the order
   EXPECT_EQ(a.Value(0, 1), 0.0);
   EXPECT_EQ(a.Value_(3, 1), a.Value(3, 1));
 }
@@ -61,10 +61,10 @@ TEST_F(Small, SetOverwritesButNeverInserts) {
 TEST_F(Small, RefAndTheElementProxyNeverChangeTheMatrix) {
   a.Ref(1, 1) = 7.0;
   EXPECT_EQ(a.Value(1, 1), 4.0);
-  EXPECT_EQ(a.Ref(2, 2), 0.0);   // the scratch value is reset on every call
+  EXPECT_EQ(a.Ref(2, 2), 0.0);  // the scratch value is reset on every call
   a(1, 3) = 11.0;
   EXPECT_EQ(a.Value(1, 3), 1.0);
-  EXPECT_EQ(static_cast<double>(a(3, 1)), 1.0);   // reading through the proxy works
+  EXPECT_EQ(static_cast<double>(a(3, 1)), 1.0);  // reading through the proxy works
   a.Ref_(2, 2) = 1.0;
   EXPECT_EQ(a.Value(2, 2), 5.0);
 }
@@ -80,7 +80,7 @@ TEST_F(Small, DiagonalQueries) {
   EXPECT_FALSE(a.GetListOfDiagonalTerms(d, 3));
   ASSERT_TRUE(a.GetListOfDiagonalTerms(d, 4));
   EXPECT_EQ(std::vector<double>(d, d + 4), (std::vector<double>{4, 5, 6, 7}));
-  EXPECT_EQ(a.CountNonZeroDiagonalTerms(5.0), 2);   // strictly greater
+  EXPECT_EQ(a.CountNonZeroDiagonalTerms(5.0), 2);  // strictly greater
   EXPECT_EQ(a.CountNonZeroDiagonalTerms(0.0), 4);
   EXPECT_FALSE(a.IsSparseMatrixDiagonal());
 }
@@ -109,12 +109,12 @@ TEST_F(Small, CheckSparsityComparesPatternOnly) {
   std::vector<double> other{1, 2, 3, 4, 5, 6};
   VQ_SparseSymMatrix b(4, other.data(), rowptr.data(), colidx.data());
   EXPECT_TRUE(a.CheckSparsity(&b));
-  std::vector<int> c2{1, 4, 2, 4, 3, 4};   // same counts, one column moved
+  std::vector<int> c2{1, 4, 2, 4, 3, 4};  // same counts, one column moved
   VQ_SparseSymMatrix c(4, other.data(), rowptr.data(), c2.data());
   EXPECT_FALSE(a.CheckSparsity(&c));
   std::vector<int> r3{1, 2, 3, 4, 5};
   VQ_SparseSymMatrix d(4, other.data(), r3.data(), colidx.data());
-  EXPECT_FALSE(a.CheckSparsity(&d));   // different nnz
+  EXPECT_FALSE(a.CheckSparsity(&d));  // different nnz
 }
 
 TEST_F(Small, TypeText) { EXPECT_EQ(a.GetMatrixType(), "SYM_SPARSE_MATRIX"); }
@@ -137,7 +137,7 @@ TEST_F(Small, AssignmentSharesTheArrays) {
   EXPECT_EQ(b.GetColumnVectorPointer(), a.GetColumnVectorPointer());
   b.Set(2, 4, 8.0);
   EXPECT_EQ(a.Value(4, 2), 8.0);
-  b = b;   // self-assignment does nothing
+  b = b;  // self-assignment does nothing
   EXPECT_EQ(b.Value(4, 2), 8.0);
 }
 
@@ -154,7 +154,7 @@ TEST_F(Small, SharedArraysOutliveTheObjectThatMadeThem) {
   VQ_SparseSymMatrix second(*first);
   VQ_SparseSymMatrix third;
   third = second;
-  first.reset();   // destroyed while the arrays are in use by two others
+  first.reset();  // destroyed while the arrays are in use by two others
   EXPECT_EQ(second.Value(1, 3), 1.0);
   second.ReleaseMemory();
   EXPECT_EQ(third.Value(4, 4), 7.0);
@@ -167,7 +167,7 @@ TEST_F(Small, AssigningOverASharerDropsOnlyItsReference) {
   std::vector<int> r{1, 2};
   std::vector<int> c{1};
   VQ_SparseSymMatrix other(1, d.data(), r.data(), c.data());
-  b = other;   // b lets go of a's arrays and shares other's
+  b = other;  // b lets go of a's arrays and shares other's
   EXPECT_EQ(b.NumRows(), 1);
   EXPECT_EQ(a.Value(2, 2), 5.0);
   EXPECT_EQ(b.GetValuePointer(), other.GetValuePointer());
@@ -176,7 +176,7 @@ TEST_F(Small, AssigningOverASharerDropsOnlyItsReference) {
 TEST_F(Small, ScalarProductOfACopyScalesTheOriginalToo) {
   VQ_SparseSymMatrix b = a * 2.0;
   EXPECT_EQ(b.Value(1, 1), 8.0);
-  EXPECT_EQ(a.Value(1, 1), 8.0);   // kept behaviour: the product works on a shallow copy
+  EXPECT_EQ(a.Value(1, 1), 8.0);  // kept behaviour: the product works on a shallow copy
   VQ_SparseSymMatrix c = -a;
   EXPECT_EQ(a.Value(3, 3), -12.0);
   EXPECT_EQ(c.GetValuePointer(), a.GetValuePointer());
@@ -208,7 +208,7 @@ TEST_F(Small, DeepCopyOfASharerIsIndependent) {
   c.SetEqualTo(&b);
   c.Set(1, 1, 0.5);
   EXPECT_EQ(b.Value(1, 1), 4.0);
-  b.SetEqualTo(&b);   // self copy: nothing happens
+  b.SetEqualTo(&b);  // self copy: nothing happens
   EXPECT_EQ(b.GetValuePointer(), a.GetValuePointer());
   // Deep-copying into an object from one that shares its arrays.
   VQ_SparseSymMatrix d(a);
@@ -235,6 +235,24 @@ TEST_F(Small, DenseViewsOfTheSparseMatrix) {
   EXPECT_EQ(t.GetNumberOfNonZeros(), 5);
   EXPECT_EQ(t.FindLoc(1, 3), -1);
   EXPECT_EQ(t.Value(2, 4), 2.0);
+}
+
+}  // namespace
+
+namespace {
+
+// Reallocating members of the dense base classes, called on a sparse object through a base
+// reference, must neither free the shared arrays nor leak what they allocate.
+TEST_F(Small, BaseClassReallocationLeavesSharersIntact) {
+  VQ_SparseSymMatrix sharer(a);
+  VQ_SparseSymMatrix victim(a);
+  double raw[4] = {1, 2, 3, 4};
+  static_cast<VQ_Matrix&>(victim).CopyFromMatrixForm(2, 2, raw);
+  VQ_SparseSymMatrix victim2(a);
+  static_cast<VQ_SymMatrix&>(victim2) = VQ_SymMatrix(3, 1.0);
+  EXPECT_EQ(sharer.Value(4, 2), 2.0);
+  EXPECT_EQ(a.Value(1, 3), 1.0);
+  EXPECT_EQ(sharer.GetValuePointer(), a.GetValuePointer());
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ TEST(SparseSymMatrixScaling, DivisionBelowMachineEpsilonLeavesTheMatrixAndSetsMi
   VQ_SparseSymMatrix c = b / 0.0;
   EXPECT_EQ(c.MatrixStatus(), 0);
   EXPECT_EQ(CsrOf(c).values, before.values);
-  VQ_SparseSymMatrix h = b / 2.0;   // halves b as well (shared arrays)
+  VQ_SparseSymMatrix h = b / 2.0;  // halves b as well (shared arrays)
   EXPECT_EQ(b.Value(1, 1), before.values[0] / 2.0);
   VQ_SparseSymMatrix t = 2.0 * b;
   EXPECT_EQ(b.Value(1, 1), before.values[0]);
@@ -104,7 +104,7 @@ TEST(SparseSymMatrixSum, DifferentPatternLeavesTheReceiverExactlyAsItWas) {
 
 TEST(SparseSymMatrixSum, AddSparseMatrixWithAndWithoutPatternCheck) {
   VQ_SparseSymMatrix a = Diagonal({1, 2, 3});
-  VQ_SparseSymMatrix b = FromDense(3, {1, 1, 0, 1, 1, 0, 0, 0, 1});   // (1,2) present
+  VQ_SparseSymMatrix b = FromDense(3, {1, 1, 0, 1, 1, 0, 0, 0, 1});  // (1,2) present
   EXPECT_FALSE(a.AddSparseMatrix(&b, 2.0, true));
   EXPECT_EQ(a.Value(1, 1), 1.0);
   // Unchecked: positions are combined as they stand, over the shorter array.
@@ -115,7 +115,8 @@ TEST(SparseSymMatrixSum, AddSparseMatrixWithAndWithoutPatternCheck) {
   EXPECT_EQ(CsrOf(a).values, (std::vector<double>{2, 3, 4}));
 }
 
-// ---- TwoSparseMatrixOperation --------------------------------------------------------------------
+// ---- TwoSparseMatrixOperation
+// --------------------------------------------------------------------
 
 TEST(SparseSymMatrixTwoOperation, SizeTestComesBeforeTheScaling) {
   VQ_SparseSymMatrix a = Diagonal({1, 2, 3});
@@ -133,10 +134,10 @@ TEST(SparseSymMatrixTwoOperation, FailedLookupLeavesTheReceiverScaled) {
   VQ_SparseSymMatrix b = Diagonal({1, 1, 1});
   EXPECT_FALSE(a.TwoSparseMatrixOperation(&b, 2.0, 1.0));
   const std::vector<double> got = CsrOf(a).values;
-  EXPECT_EQ(got[1], 10.0);   // scaled by 2
+  EXPECT_EQ(got[1], 10.0);  // scaled by 2
   EXPECT_EQ(got[2], 14.0);
-  EXPECT_EQ(got[3], 6.0);    // (3, 3) never reached
-  EXPECT_EQ(got[0], 3.0);    // (1, 1) scaled and updated before the failure
+  EXPECT_EQ(got[3], 6.0);  // (3, 3) never reached
+  EXPECT_EQ(got[0], 3.0);  // (1, 1) scaled and updated before the failure
 }
 
 TEST(SparseSymMatrixTwoOperation, DiagonalOperandUpdatesOnlyTheDiagonal) {
@@ -147,7 +148,7 @@ TEST(SparseSymMatrixTwoOperation, DiagonalOperandUpdatesOnlyTheDiagonal) {
   for (int i = 0; i < 9; ++i) dm[i] = 0.5 + i;
   VQ_SparseSymMatrix m = Diagonal(dm);
   const double sigma = 1.75;
-  ASSERT_TRUE(a.TwoSparseMatrixOperation(&m, 1.0, -sigma));   // K - sigma M
+  ASSERT_TRUE(a.TwoSparseMatrixOperation(&m, 1.0, -sigma));  // K - sigma M
   EXPECT_EQ(CsrOf(a).columnIndices, pattern);
   std::vector<double> want = da;
   for (int i = 0; i < 9; ++i) want[i * 9 + i] -= sigma * dm[i];
@@ -162,7 +163,8 @@ TEST(SparseSymMatrixTwoOperation, SubsetOperandKeepsThePattern) {
   int k = 0;
   for (int j = 0; j < 12; ++j)
     for (int i = 0; i < j; ++i)
-      if (da[j * 12 + i] != 0.0 && (k++ % 3 == 0)) db[j * 12 + i] = db[i * 12 + j] = 0.5 * (i + j + 1);
+      if (da[j * 12 + i] != 0.0 && (k++ % 3 == 0))
+        db[j * 12 + i] = db[i * 12 + j] = 0.5 * (i + j + 1);
   VQ_SparseSymMatrix a = FromDense(12, da);
   VQ_SparseSymMatrix b = FromDense(12, db);
   ASSERT_TRUE(a.CheckSubsetSparsity(&b));
@@ -182,7 +184,8 @@ TEST_P(Merge, UnionWithAscendingColumnsDiagonalFirst) {
   const int n = std::get<0>(GetParam());
   const unsigned seed = std::get<3>(GetParam());
   const std::vector<double> da = vqtest::RandomSymmetricDense(n, std::get<1>(GetParam()), seed);
-  const std::vector<double> db = vqtest::RandomSymmetricDense(n, std::get<2>(GetParam()), seed + 100);
+  const std::vector<double> db =
+      vqtest::RandomSymmetricDense(n, std::get<2>(GetParam()), seed + 100);
   VQ_SparseSymMatrix a = FromDense(n, da);
   VQ_SparseSymMatrix b = FromDense(n, db);
   const double alpha = 0.5, beta = -1.5;
@@ -200,8 +203,10 @@ TEST_P(Merge, UnionWithAscendingColumnsDiagonalFirst) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Patterns, Merge,
-                         testing::Values(std::make_tuple(2, 0.0, 1.0, 1u), std::make_tuple(3, 1.0, 0.0, 2u),
-                                         std::make_tuple(15, 0.2, 0.2, 3u), std::make_tuple(40, 0.1, 0.3, 4u),
+                         testing::Values(std::make_tuple(2, 0.0, 1.0, 1u),
+                                         std::make_tuple(3, 1.0, 0.0, 2u),
+                                         std::make_tuple(15, 0.2, 0.2, 3u),
+                                         std::make_tuple(40, 0.1, 0.3, 4u),
                                          std::make_tuple(80, 0.05, 0.05, 5u)));
 
 TEST(SparseSymMatrixTwoOperation, MergeWhenTheReceiverHasAnEmptyRowRange) {
@@ -220,7 +225,7 @@ TEST(SparseSymMatrixTwoOperation, MergeWhenTheReceiverHasAnEmptyRowRange) {
 TEST(SparseSymMatrixTwoOperation, MergedResultDoesNotDisturbEarlierSharers) {
   VQ_SparseSymMatrix a = Diagonal({1, 2});
   VQ_SparseSymMatrix shared(a);
-  VQ_SparseSymMatrix b = FromDense(2, {0, 1, 1, 0});   // (1,2)=1, zero diagonal kept
+  VQ_SparseSymMatrix b = FromDense(2, {0, 1, 1, 0});  // (1,2)=1, zero diagonal kept
   ASSERT_TRUE(a.TwoSparseMatrixOperation(&b, 1.0, 1.0));
   EXPECT_EQ(a.Value(1, 2), 1.0);
   EXPECT_EQ(shared.GetNumberOfNonZeros(), 2);
@@ -230,18 +235,18 @@ TEST(SparseSymMatrixTwoOperation, MergedResultDoesNotDisturbEarlierSharers) {
 // ---- subset test --------------------------------------------------------------------------------
 
 TEST(SparseSymMatrixSubset, LowerTriangleEntriesOfTheOperandAreLookedUpTransposed) {
-  VQ_SparseSymMatrix a = FromDense(3, {1, 0, 1, 0, 1, 0, 1, 0, 1});   // (1,3)
+  VQ_SparseSymMatrix a = FromDense(3, {1, 0, 1, 0, 1, 0, 1, 0, 1});  // (1,3)
   // B from hand-made arrays that store (3, 1) in row 3 instead of (1, 3).
   std::vector<int> r{1, 2, 3, 5};
   std::vector<int> c{1, 2, 3, 1};
   std::vector<double> v{1, 1, 1, 1};
   VQ_SparseSymMatrix b(3, v.data(), r.data(), c.data());
   EXPECT_TRUE(a.CheckSubsetSparsity(&b));
-  c[3] = 2;   // (3, 2): not stored in A
+  c[3] = 2;  // (3, 2): not stored in A
   VQ_SparseSymMatrix b2(3, v.data(), r.data(), c.data());
   EXPECT_FALSE(a.CheckSubsetSparsity(&b2));
   VQ_SparseSymMatrix big = Diagonal({1, 1, 1, 1});
-  EXPECT_FALSE(a.CheckSubsetSparsity(&big));   // rows beyond A's order
+  EXPECT_FALSE(a.CheckSubsetSparsity(&big));  // rows beyond A's order
 }
 
 // ---- free operators -----------------------------------------------------------------------------
@@ -255,12 +260,12 @@ TEST(SparseSymMatrixOperators, PlusDiagonalChangesOnlyTheDiagonalAndTheOperand) 
   std::vector<double> want = da;
   for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
   EXPECT_EQ(DenseOf(s), want);
-  EXPECT_EQ(DenseOf(a), want);   // shallow copy: A's own diagonal changed as well
+  EXPECT_EQ(DenseOf(a), want);  // shallow copy: A's own diagonal changed as well
   VQ_SparseSymMatrix t = dm + a;
   for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
   EXPECT_EQ(DenseOf(a), want);
   VQ_DiagonalMatrix wrong(5, 1.0);
-  VQ_SparseSymMatrix u = a + wrong;   // other order: unchanged copy
+  VQ_SparseSymMatrix u = a + wrong;  // other order: unchanged copy
   EXPECT_EQ(DenseOf(u), want);
 }
 
@@ -280,7 +285,7 @@ TEST(SparseSymMatrixOperators, SumAndDifferenceAreNewMatricesOverTheUnion) {
   }
   ExpectDenseNear(DenseOf(s), ws);
   ExpectDenseNear(DenseOf(d), wd);
-  EXPECT_EQ(DenseOf(a), da);   // operands untouched
+  EXPECT_EQ(DenseOf(a), da);  // operands untouched
   EXPECT_EQ(DenseOf(b), db);
   EXPECT_NE(s.GetValuePointer(), a.GetValuePointer());
 }

@@ -7,11 +7,11 @@
 #include <random>
 #include <vector>
 
-#include "support/SparseSymMatrixSupport.h"
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "sparse/internal/SharedArray.h"
+#include "support/SparseSymMatrixSupport.h"
 
 using vqtest::CaptureStdout;
 using vqtest::CsrOf;
@@ -28,7 +28,7 @@ TEST(SparseSymMatrixAssembly, TransposedEntryIsSummedIntoTheUpperOne) {
   EXPECT_TRUE(a.Add(1, 1, 1.0));
   EXPECT_TRUE(a.Add(2, 2, 2.0));
   EXPECT_TRUE(a.Add(2, 1, 5.0));
-  EXPECT_FALSE(a.Add(1, 2, 3.0));   // summed into the entry made by (2, 1)
+  EXPECT_FALSE(a.Add(1, 2, 3.0));  // summed into the entry made by (2, 1)
   ASSERT_TRUE(a.EndMatrix());
   const vqtest::Csr c = CsrOf(a);
   EXPECT_EQ(c.rowPointers, (std::vector<int>{1, 3, 4}));
@@ -79,7 +79,7 @@ TEST(SparseSymMatrixAssembly, DiagonalOnlyGivesUnitSteps) {
   const int n = 6;
   VQ_SparseSymMatrix a(n);
   a.BeginMatrix();
-  for (int i = n; i >= 1; --i) a.Add(i, i, 0.0);   // zeros are enough, any order
+  for (int i = n; i >= 1; --i) a.Add(i, i, 0.0);  // zeros are enough, any order
   ASSERT_TRUE(a.EndMatrix());
   const vqtest::Csr c = CsrOf(a);
   for (int i = 0; i <= n; ++i) EXPECT_EQ(c.rowPointers[i], i + 1);
@@ -133,7 +133,8 @@ TEST_P(RandomAssembly, MatchesDenseAccumulationInCanonicalLayout) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, RandomAssembly,
                          testing::Values(std::make_tuple(1, 0.0, 1u), std::make_tuple(2, 0.5, 2u),
-                                         std::make_tuple(17, 0.2, 3u), std::make_tuple(60, 0.05, 4u),
+                                         std::make_tuple(17, 0.2, 3u),
+                                         std::make_tuple(60, 0.05, 4u),
                                          std::make_tuple(150, 0.5, 5u)));
 
 TEST(SparseSymMatrixAssembly, ReassemblyLeavesAnEarlierShallowCopyIntact) {
@@ -142,7 +143,7 @@ TEST(SparseSymMatrixAssembly, ReassemblyLeavesAnEarlierShallowCopyIntact) {
   a.Add(1, 1, 1.0);
   a.Add(2, 2, 2.0);
   ASSERT_TRUE(a.EndMatrix());
-  VQ_SparseSymMatrix old(a);   // shares the first arrays
+  VQ_SparseSymMatrix old(a);  // shares the first arrays
   a.BeginMatrix();
   a.Add(1, 1, 5.0);
   a.Add(1, 2, 6.0);
@@ -180,12 +181,12 @@ TEST(SparseSymMatrixAssembly, OutOfMemoryWhileFinishingGivesStatusMinus1) {
 
 TEST(SparseSymMatrixBuild, FromDenseKeepsZeroDiagonalAndDropsTinyEntries) {
   VQ_Matrix d(3, 3);
-  d.Ref(1, 1) = 0.0;   // exact zero on the diagonal: still stored
+  d.Ref(1, 1) = 0.0;  // exact zero on the diagonal: still stored
   d.Ref(2, 2) = 2.0;
   d.Ref(3, 3) = 3.0;
-  d.Ref(1, 2) = d.Ref(2, 1) = 1e-17;   // below machine epsilon: dropped
+  d.Ref(1, 2) = d.Ref(2, 1) = 1e-17;  // below machine epsilon: dropped
   d.Ref(1, 3) = d.Ref(3, 1) = 4.0;
-  d.Ref(2, 3) = d.Ref(3, 2) = 3e-16;   // above machine epsilon: kept
+  d.Ref(2, 3) = d.Ref(3, 2) = 3e-16;  // above machine epsilon: kept
   EXPECT_EQ(VQ_SparseSymMatrix().CountNonzeroTerms(&d), 5);
   VQ_SparseSymMatrix a(&d);
   const vqtest::Csr c = CsrOf(a);
@@ -264,7 +265,7 @@ TEST(SparseSymMatrixBuild, InitializeFillsAndResetsStatus) {
   std::vector<int> c{1, 2, 3};
   std::vector<double> v{1, 2, 3};
   VQ_SparseSymMatrix b(3, v.data(), r.data(), c.data());
-  b /= 0.0;   // status -7
+  b /= 0.0;  // status -7
   ASSERT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIVISION_BY_ZERO);
   ASSERT_TRUE(b.Initialize(2.5));
   EXPECT_EQ(b.MatrixStatus(), 0);
@@ -277,7 +278,7 @@ TEST(SparseSymMatrixBuild, InitializeOutOfMemory) {
   std::vector<int> c{1, 2};
   std::vector<double> v{1, 2};
   VQ_SparseSymMatrix b(2, v.data(), r.data(), c.data());
-  vqmath::internal::SetSparseAllocationFailure(2);   // the row pointer array
+  vqmath::internal::SetSparseAllocationFailure(2);  // the row pointer array
   bool ok = true;
   const std::string out = CaptureStdout([&] { ok = b.Initialize(0.0); });
   vqmath::internal::SetSparseAllocationFailure(0);

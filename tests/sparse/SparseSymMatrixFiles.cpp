@@ -66,14 +66,16 @@ struct TempFile {
   std::string path;
 };
 
-// ---- swap files -----------------------------------------------------------------------------------
+// ---- swap files
+// -----------------------------------------------------------------------------------
 
 TEST(SparseSymMatrixSwapFiles, ExactTextAndDeletionAtDestruction) {
   const std::string base = vqtest::ScratchPrefix("swap");
   {
     VQ_SparseSymMatrix a = TwoByTwo();
     ASSERT_TRUE(a.WriteToFile(base.c_str(), false, true, true, true));
-    EXPECT_EQ(Slurp(base + "1.dat"), "3\n4.0000000000000000e+00\n1.0000000000000000e+00\n3.0000000000000000e+00\n");
+    EXPECT_EQ(Slurp(base + "1.dat"),
+              "3\n4.0000000000000000e+00\n1.0000000000000000e+00\n3.0000000000000000e+00\n");
     EXPECT_EQ(Slurp(base + "2.dat"), "3\n1\n3\n4\n");
     EXPECT_EQ(Slurp(base + "3.dat"), "3\n1\n2\n2\n");
     EXPECT_EQ(a.GetFileList().size(), 3u);
@@ -89,14 +91,16 @@ TEST(SparseSymMatrixSwapFiles, PlusSignOnNonNegativeNumbers) {
   VQ_SparseSymMatrix a = TwoByTwo();
   a.Set(1, 2, -1.0);
   ASSERT_TRUE(a.WriteToFile(base.c_str(), true, true, true, false));
-  EXPECT_EQ(Slurp(base + "1.dat"), "+3\n+4.0000000000000000e+00\n-1.0000000000000000e+00\n+3.0000000000000000e+00\n");
+  EXPECT_EQ(Slurp(base + "1.dat"),
+            "+3\n+4.0000000000000000e+00\n-1.0000000000000000e+00\n+3.0000000000000000e+00\n");
   EXPECT_EQ(Slurp(base + "2.dat"), "+3\n+1\n+3\n+4\n");
   EXPECT_FALSE(Exists(base + "3.dat"));
 }
 
 TEST(SparseSymMatrixSwapFiles, ScientificTextMatchesPrintf) {
   const std::string base = vqtest::ScratchPrefix("fmt");
-  std::vector<double> vals{1.0 / 3.0, -2.5e-300, 6.02214076e23, 0.0, -0.0, 123456789.123456789, 5e-324};
+  std::vector<double> vals{1.0 / 3.0, -2.5e-300,           6.02214076e23, 0.0,
+                           -0.0,      123456789.123456789, 5e-324};
   std::vector<int> r(vals.size() + 1), c(vals.size());
   for (size_t i = 0; i <= vals.size(); ++i) r[i] = static_cast<int>(i) + 1;
   for (size_t i = 0; i < vals.size(); ++i) c[i] = static_cast<int>(i) + 1;
@@ -119,7 +123,7 @@ TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactly) {
   EXPECT_EQ(a.NumRows(), 60);
   EXPECT_EQ(after.rowPointers, before.rowPointers);
   EXPECT_EQ(after.columnIndices, before.columnIndices);
-  EXPECT_EQ(after.values, before.values);   // 17 significant digits read back to the same doubles
+  EXPECT_EQ(after.values, before.values);  // 17 significant digits read back to the same doubles
 }
 
 TEST(SparseSymMatrixSwapFiles, ValuesAloneRestoreAnUnshiftedMatrix) {
@@ -139,7 +143,7 @@ TEST(SparseSymMatrixSwapFiles, ReadBackDoesNotDisturbASharer) {
   VQ_SparseSymMatrix k = Random(10, 0.3, 5);
   ASSERT_TRUE(k.WriteToFile(base.c_str(), false, true, false, false));
   VQ_SparseSymMatrix copy(k);
-  k *= 2.0;   // both see the doubled values
+  k *= 2.0;  // both see the doubled values
   ASSERT_TRUE(k.ReadFromFile(base.c_str(), false, true, false, false));
   EXPECT_NE(copy.GetValuePointer(), k.GetValuePointer());
   EXPECT_EQ(copy.Value(1, 1), 2.0 * k.Value(1, 1));
@@ -160,13 +164,14 @@ TEST(SparseSymMatrixSwapFiles, FilesThisMatrixNeverWroteAreNotRead) {
 TEST(SparseSymMatrixSwapFiles, UnopenableFileFailsWithMinus5) {
   VQ_SparseSymMatrix a = TwoByTwo();
   bool ok = true;
-  const std::string out = CaptureStdout([&] { ok = a.WriteToFile("/nonexistent-folder/x", false, true, true, true); });
+  const std::string out =
+      CaptureStdout([&] { ok = a.WriteToFile("/nonexistent-folder/x", false, true, true, true); });
   EXPECT_FALSE(ok);
   EXPECT_EQ(out, ">>>>>>> Cannot Open File !..... <<<<<< \n");
   EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_FILE_NOT_FOUND);
   EXPECT_EQ(a.NumRows(), 0);
   EXPECT_EQ(a.GetNumberOfNonZeros(), 0);
-  EXPECT_NE(a.GetRowVectorPointer(), nullptr);   // the arrays stay allocated
+  EXPECT_NE(a.GetRowVectorPointer(), nullptr);  // the arrays stay allocated
   EXPECT_TRUE(a.GetFileList().empty());
 }
 
@@ -229,7 +234,7 @@ TEST(SparseSymMatrixMatrixMarket, WrittenFormat) {
 TEST(SparseSymMatrixMatrixMarket, MissingDiagonalOfHandMadeArraysIsWrittenAsZero) {
   TempFile t("mtxz");
   std::vector<int> r{1, 2, 3};
-  std::vector<int> c{2, 2};   // row 1 holds only (1, 2)
+  std::vector<int> c{2, 2};  // row 1 holds only (1, 2)
   std::vector<double> v{5.0, 1e300};
   VQ_SparseSymMatrix a(2, v.data(), r.data(), c.data());
   std::FILE* f = std::fopen(t.path.c_str(), "w");
@@ -263,12 +268,12 @@ TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
        "%\r\n"
        "3 3 7\r\n"
        "1 1 1.5\r\n"
-       "2 1 2.0\r\n"        // lower triangle: goes to (1, 2)
-       "1 2 0.25\r\n"       // repetition of the same entry
+       "2 1 2.0\r\n"   // lower triangle: goes to (1, 2)
+       "1 2 0.25\r\n"  // repetition of the same entry
        "2 2 -3\r\n"
        "3 3 1e1\r\n"
-       "3 1 1e-17\r\n"      // tiny off-diagonal: dropped
-       "3 3 +.5\r\n");      // repeated diagonal
+       "3 1 1e-17\r\n"  // tiny off-diagonal: dropped
+       "3 3 +.5\r\n");  // repeated diagonal
   VQ_SparseSymMatrix a;
   ASSERT_TRUE(a.ReadIn_MTX_Format(t.path.c_str(), true));
   const vqtest::Csr c = CsrOf(a);
@@ -283,7 +288,7 @@ TEST(SparseSymMatrixMatrixMarket, IntegerFieldIsAccepted) {
   VQ_SparseSymMatrix a;
   ASSERT_TRUE(a.ReadIn_MTX_Format(t.path.c_str(), false));
   EXPECT_EQ(a.Value(1, 1), 100.0);
-  EXPECT_EQ(a.FindLoc(2, 2), 1);   // a zero diagonal is kept
+  EXPECT_EQ(a.FindLoc(2, 2), 1);  // a zero diagonal is kept
 }
 
 TEST(SparseSymMatrixMatrixMarket, MissingFile) {
@@ -328,21 +333,37 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         std::make_pair("empty file", ""),
         std::make_pair("no banner", "3 3 3\n1 1 1\n2 2 1\n3 3 1\n"),
-        std::make_pair("general storage", "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 1\n"),
+        std::make_pair("general storage",
+                       "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 1\n"),
         std::make_pair("array format", "%%MatrixMarket matrix array real symmetric\n1 1\n1\n"),
-        std::make_pair("pattern field", "%%MatrixMarket matrix coordinate pattern symmetric\n1 1 1\n1 1\n"),
-        std::make_pair("not square", "%%MatrixMarket matrix coordinate real symmetric\n2 3 2\n1 1 1\n2 2 1\n"),
-        std::make_pair("no size line", "%%MatrixMarket matrix coordinate real symmetric\n% only comments\n"),
-        std::make_pair("row out of range", "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 1\n2 2 1\n3 1 1\n"),
-        std::make_pair("column zero", "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 1\n2 2 1\n2 0 1\n"),
-        std::make_pair("negative index", "%%MatrixMarket matrix coordinate real symmetric\n2 2 2\n1 1 1\n-2 2 1\n"),
-        std::make_pair("truncated", "%%MatrixMarket matrix coordinate real symmetric\n3 3 3\n1 1 1\n2 2 1\n"),
-        std::make_pair("missing value", "%%MatrixMarket matrix coordinate real symmetric\n2 2 2\n1 1 1\n2 2\n"),
-        std::make_pair("garbage value", "%%MatrixMarket matrix coordinate real symmetric\n1 1 1\n1 1 x\n"),
-        std::make_pair("negative size", "%%MatrixMarket matrix coordinate real symmetric\n-1 -1 0\n"),
-        std::make_pair("size beyond 32 bits", "%%MatrixMarket matrix coordinate real symmetric\n4294967297 4294967297 1\n1 1 1\n")));
+        std::make_pair("pattern field",
+                       "%%MatrixMarket matrix coordinate pattern symmetric\n1 1 1\n1 1\n"),
+        std::make_pair("not square",
+                       "%%MatrixMarket matrix coordinate real symmetric\n2 3 2\n1 1 1\n2 2 1\n"),
+        std::make_pair("no size line",
+                       "%%MatrixMarket matrix coordinate real symmetric\n% only comments\n"),
+        std::make_pair(
+            "row out of range",
+            "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 1\n2 2 1\n3 1 1\n"),
+        std::make_pair(
+            "column zero",
+            "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 1\n2 2 1\n2 0 1\n"),
+        std::make_pair("negative index",
+                       "%%MatrixMarket matrix coordinate real symmetric\n2 2 2\n1 1 1\n-2 2 1\n"),
+        std::make_pair("truncated",
+                       "%%MatrixMarket matrix coordinate real symmetric\n3 3 3\n1 1 1\n2 2 1\n"),
+        std::make_pair("missing value",
+                       "%%MatrixMarket matrix coordinate real symmetric\n2 2 2\n1 1 1\n2 2\n"),
+        std::make_pair("garbage value",
+                       "%%MatrixMarket matrix coordinate real symmetric\n1 1 1\n1 1 x\n"),
+        std::make_pair("negative size",
+                       "%%MatrixMarket matrix coordinate real symmetric\n-1 -1 0\n"),
+        std::make_pair(
+            "size beyond 32 bits",
+            "%%MatrixMarket matrix coordinate real symmetric\n4294967297 4294967297 1\n1 1 1\n")));
 
-// ---- the real matrices of the shared data folder -------------------------------------------------
+// ---- the real matrices of the shared data folder
+// -------------------------------------------------
 
 class RealMatrix : public testing::TestWithParam<const char*> {};
 
@@ -362,7 +383,7 @@ TEST_P(RealMatrix, ReadsLikeTheIndependentReader) {
     for (int p = ref.rowPointers[i - 1] - 1; p < ref.rowPointers[i] - 1; ++p) {
       const int j = ref.columnIndices[p];
       const double v = ref.values[p];
-      if (i != j && !(std::fabs(v) > 2.220446049250313e-16)) continue;   // tiny entries are dropped
+      if (i != j && !(std::fabs(v) > 2.220446049250313e-16)) continue;  // tiny entries are dropped
       ++kept;
       EXPECT_EQ(a.Value(i, j), v) << "(" << i << ", " << j << ")";
       EXPECT_EQ(a.Value(j, i), v);
@@ -371,9 +392,10 @@ TEST_P(RealMatrix, ReadsLikeTheIndependentReader) {
 }
 
 INSTANTIATE_TEST_SUITE_P(SharedData, RealMatrix,
-                         testing::Values("bcsstk01.mtx", "bcsstk02.mtx", "bcsstk05.mtx", "bcsstk06.mtx",
-                                         "bcsstk07.mtx", "bcsstk20.mtx", "bcsstk22.mtx", "bcsstm01.mtx",
-                                         "bcsstm02.mtx", "bcsstm07.mtx", "bcsstm22.mtx"));
+                         testing::Values("bcsstk01.mtx", "bcsstk02.mtx", "bcsstk05.mtx",
+                                         "bcsstk06.mtx", "bcsstk07.mtx", "bcsstk20.mtx",
+                                         "bcsstk22.mtx", "bcsstm01.mtx", "bcsstm02.mtx",
+                                         "bcsstm07.mtx", "bcsstm22.mtx"));
 
 // ---- text dumps ---------------------------------------------------------------------------------
 
@@ -385,11 +407,12 @@ TEST(SparseSymMatrixText, PrintShowsTheFullSymmetricMatrix) {
   std::string row2 = "{" + Format("%12.8f , ", 1.0) + " " + Format("%12.8f ", 3.0) + "},\n";
   const std::string head = "\nMatrix Type = SYM_SPARSE_MATRIX \t NumRows: 2 \t  NumCols: 2 \n\n{";
   EXPECT_EQ(Slurp(t.path), head + row1 + row2 + "}\n");
-  a.print(t.path.c_str(), 1, true);   // appended, scientific
+  a.print(t.path.c_str(), 1, true);  // appended, scientific
   row1 = "{" + Format("%e , ", 4.0) + " " + Format("%e ", 1.0) + "},\n";
   row2 = "{" + Format("%e , ", 1.0) + " " + Format("%e ", 3.0) + "},\n";
-  const std::string first = head + "{" + Format("%12.8f , ", 4.0) + " " + Format("%12.8f ", 1.0) + "},\n{" +
-                            Format("%12.8f , ", 1.0) + " " + Format("%12.8f ", 3.0) + "},\n}\n";
+  const std::string first = head + "{" + Format("%12.8f , ", 4.0) + " " + Format("%12.8f ", 1.0) +
+                            "},\n{" + Format("%12.8f , ", 1.0) + " " + Format("%12.8f ", 3.0) +
+                            "},\n}\n";
   EXPECT_EQ(Slurp(t.path), first + head + row1 + row2 + "}\n");
 }
 
@@ -397,8 +420,8 @@ TEST(SparseSymMatrixText, WriteDataDumpsTheThreeArrays) {
   TempFile t("data");
   VQ_SparseSymMatrix a = TwoByTwo();
   a.WriteData(t.path.c_str());
-  const std::string want = Format("%12.8f \n", 4.0) + Format("%12.8f \n", 1.0) + Format("%12.8f \n", 3.0) +
-                           "1 \n3 \n4 \n1 \n2 \n2 \n";
+  const std::string want = Format("%12.8f \n", 4.0) + Format("%12.8f \n", 1.0) +
+                           Format("%12.8f \n", 3.0) + "1 \n3 \n4 \n1 \n2 \n2 \n";
   EXPECT_EQ(Slurp(t.path), want);
 }
 

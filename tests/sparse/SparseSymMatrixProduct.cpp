@@ -39,10 +39,11 @@ std::vector<double> DefinitionProduct(const vqtest::Csr& a, const std::vector<do
   return p;
 }
 
-std::vector<double> BlasProduct(int n, const std::vector<double>& full, const std::vector<double>& x, int m) {
+std::vector<double> BlasProduct(int n, const std::vector<double>& full,
+                                const std::vector<double>& x, int m) {
   std::vector<double> p(static_cast<size_t>(n) * m, 0.0);
-  cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, m, n, 1.0, full.data(), n, x.data(), n, 0.0,
-              p.data(), n);
+  cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, m, n, 1.0, full.data(), n, x.data(), n,
+              0.0, p.data(), n);
   return p;
 }
 
@@ -60,9 +61,11 @@ TEST_P(Product, AgreesWithBlasAndMatchesTheDefinitionExactly) {
   ASSERT_EQ(P.NumRows(), n);
   ASSERT_EQ(P.NumCols(), m);
   EXPECT_EQ(P.MatrixStatus(), 0);
-  const std::vector<double> got(P.GetDataPointer(), P.GetDataPointer() + static_cast<size_t>(n) * m);
+  const std::vector<double> got(P.GetDataPointer(),
+                                P.GetDataPointer() + static_cast<size_t>(n) * m);
   const std::vector<double> blas = BlasProduct(n, full, x, m);
-  for (size_t k = 0; k < got.size(); ++k) EXPECT_NEAR(got[k], blas[k], 1e-12 * (1.0 + std::fabs(blas[k])));
+  for (size_t k = 0; k < got.size(); ++k)
+    EXPECT_NEAR(got[k], blas[k], 1e-12 * (1.0 + std::fabs(blas[k])));
   const std::vector<double> def = DefinitionProduct(vqtest::CsrOf(a), x, m);
   for (size_t k = 0; k < got.size(); ++k) ASSERT_EQ(got[k], def[k]) << "position " << k;
 }
@@ -70,7 +73,8 @@ TEST_P(Product, AgreesWithBlasAndMatchesTheDefinitionExactly) {
 INSTANTIATE_TEST_SUITE_P(Shapes, Product,
                          testing::Values(std::make_tuple(1, 1, 0.0), std::make_tuple(7, 1, 0.5),
                                          std::make_tuple(50, 2, 0.1), std::make_tuple(50, 3, 0.2),
-                                         std::make_tuple(64, 8, 0.1), std::make_tuple(120, 30, 0.05),
+                                         std::make_tuple(64, 8, 0.1),
+                                         std::make_tuple(120, 30, 0.05),
                                          std::make_tuple(90, 41, 0.1)));
 
 TEST(SparseSymMatrixProduct, DiagonalOnlyScalesRows) {
@@ -123,7 +127,7 @@ TEST(SparseSymMatrixProduct, ShortOperandGivesZeroResultWithMismatch) {
 
 TEST(SparseSymMatrixProduct, TallerOperandUsesItsOwnLeadingDimension) {
   VQ_SparseSymMatrix a = vqtest::SparseOf(vqtest::DiagonalCsr({2, 3}));
-  double x[] = {1, 2, 99, 3, 4, 99};   // 3 x 2, the third row is not part of the product
+  double x[] = {1, 2, 99, 3, 4, 99};  // 3 x 2, the third row is not part of the product
   VQ_Matrix X(3, 2, x);
   VQ_Matrix P = a * X;
   EXPECT_EQ(P.NumRows(), 2);
@@ -135,7 +139,7 @@ TEST(SparseSymMatrixProduct, TallerOperandUsesItsOwnLeadingDimension) {
 
 TEST(SparseSymMatrixProduct, HandMadeArraysWithBadColumnsDoNotBreakTheKernel) {
   std::vector<int> r{1, 3, 4};
-  std::vector<int> c{1, 7, 2};   // column 7 outside the order: skipped
+  std::vector<int> c{1, 7, 2};  // column 7 outside the order: skipped
   std::vector<double> v{1.0, 5.0, 2.0};
   VQ_SparseSymMatrix a(2, v.data(), r.data(), c.data());
   VQ_Matrix X(2, 3, 1.0);

@@ -106,7 +106,8 @@ std::string ScratchPrefix(const std::string& tag) {
   static int counter = 0;
   const char* tmp = std::getenv("TMPDIR");
   std::ostringstream s;
-  s << (tmp && *tmp ? tmp : "/tmp") << "/vqsparse_" << tag << "_" << ::getpid() << "_" << ++counter << "_";
+  s << (tmp && *tmp ? tmp : "/tmp") << "/vqsparse_" << tag << "_" << ::getpid() << "_" << ++counter
+    << "_";
   return s.str();
 }
 
