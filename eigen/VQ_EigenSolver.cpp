@@ -28,6 +28,11 @@ constexpr int kSolverNegativePivots = -3;  // not positive definite
 constexpr int kSolverNoMemory = -4;
 constexpr int kSolverNoMemoryOutOfCore = -5;
 
+// A pivot below this fraction of its diagonal term marks a dependent equation: rigid-body modes
+// give ratios near the rounding level (1e-14 and below), while stiff but regular structural
+// matrices stay above 1e-9.
+constexpr double kSingularPivotRatio = 1e-12;
+
 const char* const kMissedText = "Eigenvalue missed (Subspace Iteration)";
 const char* const kNegativeShiftText =
     "Negative shifting applied automatically to find correct Eigenvalues. (Subspace Iteration)";
@@ -165,10 +170,46 @@ bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName) {
   // negative pivots fails here as well as a singular one.
   solver->SetMatrixType(-2);
   solver->Set_StopIfNotPosDefinite(true);
+  // PARDISO factors an exactly singular stiffness matrix without complaint (its zero pivots come
+  // out as rounding-level positive numbers), so the pivots are also compared with K's diagonal.
+  const int n = stiffness_->NumRows();
+  std::vector<double> matrixDiagonal, factorDiagonal;
+  try {
+    matrixDiagonal.assign(static_cast<std::size_t>(n), 0.0);
+    factorDiagonal.assign(static_cast<std::size_t>(n), 0.0);
+    solver->SetDiagElementsInfo(true, matrixDiagonal.data(), factorDiagonal.data());
+  } catch (const std::bad_alloc&) {
+    delete solver;
+    SetStatus(-1);
+    return false;
+  }
   const int result = solver->Decomposition(true, true);
   MapDecompositionResult(result, solver);
+  if (result == 0) {
+    const int equation = SingularPivotEquation(n, matrixDiagonal.data(), factorDiagonal.data());
+    if (equation > 0) {
+      instabilityDOF_ = equation;
+      SetStatus(-3);
+    }
+  }
   delete solver;
   return status_ == MATLIBDLLCOMMONS::STATUS_OK;
+}
+
+int VQ_EigenSolver::SingularPivotEquation(int n, const double* matrixDiagonal,
+                                          const double* factorDiagonal) {
+  int worst = 0;
+  double smallest = kSingularPivotRatio;
+  for (int i = 0; i < n; ++i) {
+    const double a = std::fabs(matrixDiagonal[i]);
+    if (a == 0.0) continue;
+    const double ratio = factorDiagonal[i] / a;
+    if (ratio < smallest) {
+      smallest = ratio;
+      worst = i + 1;
+    }
+  }
+  return worst;
 }
 
 // ---- small numerical helpers ------------------------------------------------------------------------

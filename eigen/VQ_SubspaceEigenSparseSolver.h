@@ -86,6 +86,7 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   bool IsEigenvalueLimitActive() const { return limitActive_; }
   // true: rigid-body modes are allowed, the singularity check before a run is skipped.
   void SetRigidBodyModesCheck(bool allowRigidBodyModes) { rigidBodyModesAllowed_ = allowRigidBodyModes; }
+  bool GetRigidBodyModesCheck() const { return rigidBodyModesAllowed_; }
   double GetZeroVal() const { return zeroValue_; }
   void SetConvergenceTolerance(double tolerance) { tolerance_ = tolerance; }
   double GetConvergenceTolerance() const { return tolerance_; }

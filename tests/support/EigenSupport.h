@@ -1,0 +1,74 @@
+// Helpers of the eigen-solver tests: generalized problems (generated solids, the real structural
+// matrices, diagonal pairs with known spectra), a scratch working directory, and a runner that
+// drives VQ_SubspaceEigenSparseSolver on copies of a problem's arrays.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/TestSupport.h"
+
+namespace vqtest {
+
+// A generalized problem: K, and M either as a diagonal (lumped non-empty) or sparse.
+struct EigenProblem {
+  std::string name;
+  Csr k;
+  std::vector<double> lumped;
+  Csr mass;
+  bool diagonal() const { return !lumped.empty(); }
+  Csr MassCsr() const;
+};
+
+// The generated solid block nx x ny x nz (clamped or free), lumped or consistent mass.
+EigenProblem SolidProblem(int nx, int ny, int nz, bool consistentMass, bool clamped = true);
+// bcsstkNN / bcsstmNN of the shared data folder (diagonal mass when the file holds only the
+// diagonal). False when the files cannot be read.
+bool RealProblem(const std::string& number, EigenProblem& out);
+// K = diag(k), M = diag(m).
+EigenProblem DiagonalProblem(const std::vector<double>& k, const std::vector<double>& m);
+// K = Q diag(eigenvalues) Q' for a random orthogonal Q (stored densely as sparse), M = I.
+EigenProblem RotatedProblem(const std::vector<double>& eigenvalues, unsigned seed);
+
+// A fresh folder under /tmp, removed with its files at destruction; Path() ends with "/".
+class ScratchDir {
+ public:
+  ScratchDir();
+  ~ScratchDir();
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+struct SubspaceOptions {
+  double shift = 0.0;
+  double tolerance = 1e-12;
+  bool limitActive = false;
+  double limit = 0.0;
+  bool allowRigidBodyModes = false;
+  int maxPasses = 0;
+  int oocMode = 0;
+  int verbose = 0;  // verbose mode of the solver (1: progress on standard output)
+};
+
+struct SubspaceRun {
+  int constructionStatus = 0;
+  int status = 0;
+  int found = 0;
+  int warning = 0;
+  std::string warningMessage;
+  int instabilityDof = -1;
+  std::vector<double> values;   // found eigenvalues in the order found
+  std::vector<double> vectors;  // n x found, column-major
+};
+
+// Builds the solver from copies of the problem's arrays (owned K and M), runs p modes.
+SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& options = {});
+
+// All eigenvalues by dense LAPACK (finite ones, ascending).
+std::vector<double> ReferenceEigenvalues(const EigenProblem& e);
+
+}  // namespace vqtest
