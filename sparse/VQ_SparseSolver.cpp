@@ -16,6 +16,7 @@
 #include "sparse/internal/PardisoHandle.h"
 #include "sparse/internal/PardisoReports.h"
 #include "sparse/internal/PardisoWorkspace.h"
+#include "sparse/internal/PivotOrder.h"
 
 using vqmath::internal::PardisoArgs;
 using vqmath::internal::PardisoHandle;
@@ -348,11 +349,23 @@ void VQ_SparseSolver::FetchDiagonals() {
   if (!matrixDiagonal_ && !factorDiagonal_) return;
   std::unique_ptr<double[]> df(new (std::nothrow) double[n_]);
   std::unique_ptr<double[]> da(new (std::nothrow) double[n_]);
-  if (!df || !da) return;
+  std::unique_ptr<double[]> kd(new (std::nothrow) double[n_]);
+  if (!df || !da || !kd) return;
   if (handle_->GetDiagonal(df.get(), da.get(), mnum_) != 0) return;
-  // PARDISO gives both diagonals in pivot order; entry i belongs to equation perm[i].
+  // K's diagonal in equation order: the first entry of every row.
+  const int nnz = rowPointers_[n_] - 1;
   for (int i = 0; i < n_; ++i) {
-    int eq = permutation_[i];
+    const int p = rowPointers_[i] - 1;
+    kd[i] = (p >= 0 && p < nnz && columnIndices_[p] == i + 1) ? values_[p] : 0.0;
+  }
+  // PARDISO gives both diagonals in pivot order: entry i belongs to equation perm[i], corrected
+  // where the factorisation exchanged pivots within a block.
+  std::vector<int> equations;
+  if (!vi::EquationsOfPivots(n_, permutation_.get(), da.get(), kd.get(), equations)) {
+    equations.assign(permutation_.get(), permutation_.get() + n_);
+  }
+  for (int i = 0; i < n_; ++i) {
+    const int eq = equations[i];
     if (eq < 1 || eq > n_) continue;
     if (matrixDiagonal_) matrixDiagonal_[eq - 1] = da[i];
     if (factorDiagonal_) factorDiagonal_[eq - 1] = df[i];

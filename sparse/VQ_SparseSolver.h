@@ -133,7 +133,11 @@ class VQ_SparseSolver {
   void ReadGlobalSparseSolverParams();
   void UpdateGlobalSparseSolverParams() const;
   // Requests both diagonals (n values each, filled in K's equation order by the next
-  // factorisation): sets iparm[4] = 2 (return the permutation) and iparm[55] = 1.
+  // factorisation): sets iparm[4] = 2 (return the permutation) and iparm[55] = 1. Pivots that the
+  // factorisation exchanges within a block after the analysis are followed by the matrix diagonal
+  // PARDISO reports beside them; with Bunch-Kaufman pivoting (iparm[20] = 1) PARDISO reports that
+  // diagonal in analysis order, so the two factor entries of a block whose rows it exchanged stay
+  // at the analysis positions.
   void SetDiagElementsInfo(bool on, double* matrixDiagonal, double* factorDiagonal);
   // Message of the last error; code translated into the registry codes (a status outside the
   // table leaves `code` as it was).

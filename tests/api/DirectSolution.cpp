@@ -1,0 +1,320 @@
+// VQ_SparseSolverDirect and VQ_DirectSparseSolver: solutions through the shared harness (in core
+// and out of core, one and many right-hand sides, in place and separate), and what they leave in
+// the registry: pivot counts, the pivoting warning, singular matrices with their equation, the
+// kept parameters and diagonals, and the out-of-core retry with its core size.
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "api/internal/DirectSolverSettings.h"
+#include "api/internal/GlobalState.h"
+#include "support/SolverHarness.h"
+#include "vqmath.h"
+
+namespace {
+
+namespace vi = vqmath::internal;
+using vqtest::Csr;
+
+std::string LastMessage() {
+  char* m = VQ_GetLastErrorMessage();
+  std::string s = m ? m : "";
+  std::free(m);
+  return s;
+}
+
+std::string LastWarning() {
+  char* m = VQ_GetLastWarningMessage();
+  std::string s = m ? m : "";
+  std::free(m);
+  return s;
+}
+
+// Scratch folder (with trailing '/') for out-of-core files, emptied and removed afterwards.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    char pattern[] = "/tmp/vqmath_direct_XXXXXX";
+    const char* made = mkdtemp(pattern);
+    path_ = made ? std::string(made) + "/" : "";
+  }
+  ~ScratchDir() {
+    if (DIR* d = opendir(path_.c_str())) {
+      while (dirent* e = readdir(d)) {
+        std::string name = e->d_name;
+        if (name != "." && name != "..") std::remove((path_ + name).c_str());
+      }
+      closedir(d);
+    }
+    rmdir(path_.c_str());
+  }
+  const std::string& path() const { return path_; }
+  int FileCount() const {
+    int count = 0;
+    if (DIR* d = opendir(path_.c_str())) {
+      while (dirent* e = readdir(d))
+        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") ++count;
+      closedir(d);
+    }
+    return count;
+  }
+
+ private:
+  std::string path_;
+};
+
+void ResetDirectSettings() {
+  vi::DirectSolverSettings& d = vi::directSolverSettings();
+  d.stopIfNotPosDefinite = false;
+  d.decompositionInCallingThread = false;
+  d.collectDiagonals = false;
+  d.retryOutOfCore = false;
+  d.messageLevel = 0;
+}
+
+class DirectSolution : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (int& p : vi::settings().sparseParams) p = 0;
+    VQ_SetSolverType(0);
+    VQ_SetSolverMatrixType(-2);
+    VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
+    VQ_InitializeLibrary();
+    VQ_ResetOverrideListSparseSolverParam();
+    vi::settings().sparseParamsSetByHost = false;
+    ResetDirectSettings();
+    VQ_SetWorkingDir(dir_.path().c_str());
+  }
+  void TearDown() override {
+    VQ_SetSolverType(0);
+    VQ_SetSolverMatrixType(-2);
+    VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
+    VQ_SetWorkingDir("");
+    vi::settings().sparseParamsSetByHost = false;
+    ResetDirectSettings();
+  }
+  ScratchDir dir_;
+};
+
+// ---- the harness over both entry points -------------------------------------------------------
+
+struct EntryConfig {
+  std::string name;
+  bool settingsEntry;  // VQ_SparseSolverDirect (else VQ_DirectSparseSolver)
+  int solverType;
+  int callingThread;
+};
+
+class EntryPointSolver : public vqtest::SolverUnderTest {
+ public:
+  EntryPointSolver(const EntryConfig& c, const std::string& dir) : c_(c), dir_(dir) {}
+  int Factor(const Csr& k) override {
+    k_ = k;
+    return 0;  // every call of these entry points factors anew
+  }
+  int Solve(int nrhs, double* b, double* x) override {
+    if (c_.settingsEntry) {
+      VQ_SetSolverType(c_.solverType);
+      vi::directSolverSettings().decompositionInCallingThread = c_.callingThread != 0;
+      return VQ_SparseSolverDirect(k_.n, nrhs, k_.rowPointers.data(), k_.columnIndices.data(),
+                                   k_.values.data(), b, 0, x);
+    }
+    int params[64];
+    return VQ_DirectSparseSolver(k_.n, nrhs, k_.rowPointers.data(), k_.columnIndices.data(),
+                                 k_.values.data(), b, c_.solverType, -2, params, 0, dir_.c_str(),
+                                 c_.callingThread, 1, x, 0, nullptr, nullptr, 0, 0);
+  }
+
+ private:
+  EntryConfig c_;
+  std::string dir_;
+  Csr k_;
+};
+
+class DirectSolutionPaths : public DirectSolution, public ::testing::WithParamInterface<EntryConfig> {};
+
+TEST_P(DirectSolutionPaths, GeneratedSolidWithDenseReference) {
+  EntryPointSolver s(GetParam(), dir_.path());
+  vqtest::RunSolverChecks(s, vqtest::SolidStiffness(700));
+  EXPECT_EQ(0, VQ_GetLastErrorID());
+  EXPECT_EQ(0, VQ_GetNumberOfNegativeEigenvalues());
+}
+
+TEST_P(DirectSolutionPaths, SolidBeyondTheCoreSize) {
+  if (GetParam().solverType == 0) GTEST_SKIP() << "in-core configuration: covered above";
+  // 20 MB of core: the factor of this solid (about 30 MB) does not fit.
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(20);
+  EntryPointSolver s(GetParam(), dir_.path());
+  vqtest::HarnessOptions options;
+  options.rhsCounts = {1, 5};
+  const Csr k = vqtest::SolidStiffness(12000);
+  vqtest::RunSolverChecks(s, k, options);
+  EXPECT_EQ(k.n, VQ_GetNumberOfPositiveEigenvalues());
+  // Scratch files are gone once each call has destroyed its solver.
+  EXPECT_EQ(0, dir_.FileCount());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EntryPoints, DirectSolutionPaths,
+    ::testing::Values(EntryConfig{"SettingsInCore", true, 0, 0},
+                      EntryConfig{"SettingsOutOfCore", true, 2, 0},
+                      EntryConfig{"SettingsCallingThread", true, 0, 1},
+                      EntryConfig{"ArgumentsInCore", false, 0, 1},
+                      EntryConfig{"ArgumentsOutOfCoreWhenNeeded", false, 1, 0},
+                      EntryConfig{"ArgumentsOutOfCore", false, 2, 0}),
+    [](const ::testing::TestParamInfo<EntryConfig>& info) { return info.param.name; });
+
+// ---- registry, warnings, failures -----------------------------------------------------------
+
+TEST_F(DirectSolution, IndefiniteShiftSolvesWithPivotingWarningAndCounts) {
+  const Csr k = vqtest::SolidStiffness(700);
+  const std::vector<double> m = vqtest::SolidLumpedMass(700);
+  const std::vector<double> lambda = vqtest::DenseEigenvalues(k, vqtest::DiagonalCsr(m));
+  const int below = 9;
+  const Csr shifted = vqtest::ShiftedByDiagonal(k, m, 0.5 * (lambda[below - 1] + lambda[below]));
+  const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 2);
+  std::vector<double> b = f, x(f.size());
+  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 2, shifted.rowPointers.data(), shifted.columnIndices.data(),
+                                     shifted.values.data(), b.data(), 0, x.data()));
+  EXPECT_EQ(below, VQ_GetNumberOfNegativeEigenvalues());
+  EXPECT_EQ(k.n - below, VQ_GetNumberOfPositiveEigenvalues());
+  EXPECT_EQ(-85, VQ_GetLastWarningID());
+  EXPECT_EQ("Pivoting Applied for Small or Zero Pivots. Solution Successfully Completed.", LastWarning());
+  EXPECT_EQ(0, VQ_GetLastErrorID());
+  EXPECT_LE(vqtest::RelativeResidual(shifted, x.data(), f.data(), 2), 1e-9);
+
+  // Stop if not positive definite (key 1003): the same matrix fails with its equation.
+  vi::directSolverSettings().stopIfNotPosDefinite = true;
+  std::vector<double> untouched(f.size(), 3.0);
+  b = f;
+  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 2, shifted.rowPointers.data(), shifted.columnIndices.data(),
+                                      shifted.values.data(), b.data(), 0, untouched.data()));
+  EXPECT_EQ(-3, VQ_GetLastErrorID());
+  EXPECT_EQ("Zero Pivot, Numerical Factoriztion or Iterative Refinement Problem in Sparse Solver",
+            LastMessage());
+  EXPECT_GE(VQ_GetInstabilityDOF(), 1);
+  EXPECT_LE(VQ_GetInstabilityDOF(), k.n);
+  EXPECT_EQ(below, VQ_GetNumberOfNegativeEigenvalues());
+  EXPECT_EQ(f, b);
+  EXPECT_EQ(std::vector<double>(f.size(), 3.0), untouched);
+}
+
+TEST_F(DirectSolution, SingularModelReportsMinusThreeWithItsEquation) {
+  Csr k = vqtest::SolidStiffness(700);
+  const int j = 123;  // an equation with no stiffness at all
+  for (int i = 1; i <= k.n; ++i)
+    for (int p = k.rowPointers[i - 1] - 1; p < k.rowPointers[i] - 1; ++p)
+      if (i == j || k.columnIndices[p] == j) k.values[p] = 0.0;
+  std::vector<double> b(k.n, 1.0);
+  int params[64];
+  EXPECT_EQ(-3, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                      k.values.data(), b.data(), 0, 2, params, 0, "", 1, 0, nullptr,
+                                      0, nullptr, nullptr, 0, 0));
+  EXPECT_EQ(-3, VQ_GetLastErrorID());
+  EXPECT_EQ(j, VQ_GetInstabilityDOF());
+  EXPECT_EQ(j, params[29]);  // parameters delivered also after a failure
+  EXPECT_EQ(std::vector<double>(k.n, 1.0), b);
+
+  VQ_SetSolverMatrixType(2);
+  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                      k.values.data(), b.data(), 0, nullptr));
+  EXPECT_EQ(j, VQ_GetInstabilityDOF());
+  EXPECT_EQ(j, vi::directSolverSettings().keptParams[29]);
+}
+
+TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
+  const Csr k = vqtest::SolidStiffness(700);
+  vi::directSolverSettings().collectDiagonals = true;
+  VQ_SetGlobalSparseSolverParam(1, 2);  // the host's array is in use from now on
+  std::vector<double> b = vqtest::MakeRightHandSides(k.n, 1);
+  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), b.data(), 1, nullptr));
+  const vi::DirectSolverSettings& d = vi::directSolverSettings();
+  EXPECT_EQ(vqtest::Diagonal(k), d.matrixDiagonal);
+  ASSERT_EQ(static_cast<size_t>(k.n), d.factorDiagonal.size());
+  for (int i = 0; i < k.n; ++i) {
+    EXPECT_GT(d.factorDiagonal[i], 0.0);
+    EXPECT_LE(d.factorDiagonal[i], d.matrixDiagonal[i] * (1 + 1e-12));
+  }
+  EXPECT_GT(d.keptParams[17], k.nnz());  // non-zeros of the factor
+  EXPECT_EQ(k.n, d.keptParams[21]);      // positive pivots
+  EXPECT_EQ(d.keptParams[17], VQ_GetGlobalSparseSolverParam(17));
+
+  // VQ_DirectSparseSolver fills the caller's arrays instead.
+  std::vector<double> d1(k.n, -1.0), d2(k.n, -1.0);
+  int params[64] = {};
+  b = vqtest::MakeRightHandSides(k.n, 1);
+  ASSERT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), b.data(), 0, -2, params, 0, "", 0, 1, nullptr,
+                                     1, d1.data(), d2.data(), 0, 0));
+  EXPECT_EQ(vqtest::Diagonal(k), d1);
+  EXPECT_EQ(d.factorDiagonal, d2);
+  EXPECT_EQ(d.keptParams[17], params[17]);
+}
+
+TEST_F(DirectSolution, OutOfCoreRetryRaisesTheCoreSizeToWhatPardisoAskedFor) {
+  const Csr k = vqtest::SolidStiffness(6000);
+  const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+
+  // Without the retry: out of memory out of core; the parameters tell the memory PARDISO wants.
+  int params[64] = {};
+  std::vector<double> b = f;
+  ASSERT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                       k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
+                                       0, 1, nullptr, 0, nullptr, nullptr, 0, 0));
+  EXPECT_EQ("Not Enough Memory for OOC in Sparse Solver", LastMessage());
+  const long long wanted = std::max<long long>(params[14], params[15] + params[62]) / 1000 + 1;
+  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+
+  // Solver type 1 never retries.
+  b = f;
+  EXPECT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                       k.values.data(), b.data(), 1, -2, params, 0, dir_.path().c_str(),
+                                       0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
+  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+
+  // With the retry allowed: one more run with the larger core size, which solves.
+  b = f;
+  EXPECT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
+                                     0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
+  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+  EXPECT_EQ(std::to_string(wanted), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
+  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
+
+  // The process-wide retry flag (key 1006) does the same for VQ_SparseSolverDirect.
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+  VQ_SetSolverType(2);
+  b = f;
+  EXPECT_EQ(-82, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                       k.values.data(), b.data(), 0, nullptr));
+  vi::directSolverSettings().retryOutOfCore = true;
+  b = f;
+  EXPECT_EQ(0, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), b.data(), 0, nullptr));
+  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
+}
+
+TEST_F(DirectSolution, ParameterOverridesReachTheSolverOfAnEntryPoint) {
+  const Csr k = vqtest::SolidStiffness(700);
+  VQ_OverrideDefaultSparseSolverParam(1, 0);  // minimum-degree ordering instead of METIS
+  std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1), b = f;
+  int params[64];
+  ASSERT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), b.data(), 0, -2, params, 0, "", 0, 0, nullptr,
+                                     0, nullptr, nullptr, 0, 0));
+  EXPECT_EQ(0, params[1]);
+  std::vector<int> last(64);
+  VQ_ParamsListSparseSolver(64, last.data());
+  EXPECT_EQ(0, last[1]);
+  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
+  VQ_ResetOverrideListSparseSolverParam();
+}
+
+}  // namespace
