@@ -547,7 +547,8 @@ bool VQ_SparseSymMatrix::ResolveMatrix() {
   try {
     workValues_.reserve(buffer_.size());
     workColumns_.reserve(buffer_.size());
-    workRowPointers_.reserve(static_cast<size_t>(n) + 1);
+    // At most one row pointer per buffered entry (each row needs its diagonal), whatever n claims.
+    workRowPointers_.reserve(std::min(static_cast<size_t>(n), buffer_.size()) + 1);
   } catch (const std::bad_alloc&) {
     ClearWork();
     size = rows = cols = 0;

@@ -313,6 +313,16 @@ TEST(SparseSymMatrixMatrixMarket, MissingDiagonalReadsButLeavesTheMatrixEmpty) {
   EXPECT_EQ(a.NumRows(), 0);
 }
 
+TEST(SparseSymMatrixMatrixMarket, HugeDeclaredOrderWithFewEntriesFailsCheaply) {
+  // The order is taken from the file, but nothing is sized by it before the diagonal is complete.
+  TempFile t("mtxhuge");
+  Spit(t.path, "%%MatrixMarket matrix coordinate real symmetric\n2000000000 2000000000 1\n1 1 1\n");
+  VQ_SparseSymMatrix a;
+  CaptureStdout([&] { EXPECT_TRUE(a.ReadIn_MTX_Format(t.path.c_str(), true)); });
+  EXPECT_EQ(static_cast<int>(a.MatrixStatus()), -66);
+  EXPECT_EQ(a.NumRows(), 0);
+}
+
 class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 
 TEST_P(MalformedMatrixMarket, FailsWithStatusAndLeavesAnEmptyMatrix) {
