@@ -80,8 +80,7 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   void SetBounds(int n);    // rows = cols = n; nothing else
   void SetValue(double v);  // every stored value = v, pattern unchanged
 
-  // ---- virtual operations of the matrix family
-  // ---------------------------------------------------
+  // ---- virtual operations of the matrix family --------------------------------------------------
   void Redimension(int rows, int cols, double value) override;  // does nothing at all
   // Lets go of the three arrays, n = nnz = 0, clears the assembly buffer and the work arrays.
   // The file list is kept.
@@ -93,8 +92,7 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   double Value_(int i, int j) const override;
   double& Ref_(int i, int j) override;
 
-  // ---- assembly
-  // ----------------------------------------------------------------------------------
+  // ---- assembly ---------------------------------------------------------------------------------
   void BeginMatrix();  // clears the buffer and the work arrays; n must already be set
   // Adds v to entry (min(i,j), max(i,j)). True when the entry is new, false when v was summed into
   // an entry already present. Indices are expected in 1..n.
@@ -105,9 +103,8 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // The conversion step of EndMatrix; fills the work arrays only.
   bool ResolveMatrix();
 
-  // ---- access
-  // ------------------------------------------------------------------------------------ 0-based
-  // position of (i, j) (either triangle) in the value array, -1 when not stored.
+  // ---- access -----------------------------------------------------------------------------------
+  // 0-based position of (i, j) (either triangle) in the value array, -1 when not stored.
   int FindLoc(int i, int j) const;
   // Overwrites a stored entry (true); false and no change when it is not stored. Never inserts.
   bool Set(int i, int j, const double& v);
@@ -131,8 +128,7 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // Megabytes (1e6 bytes) of the three arrays: ((n+1)*4 + nnz*8 + nnz*4) / 1e6.
   double ReturnMemoryUsage() const;
 
-  // ---- arithmetic
-  // ----------------------------------------------------------------------------------
+  // ---- arithmetic -------------------------------------------------------------------------------
   VQ_SparseSymMatrix& operator*=(double s);
   VQ_SparseSymMatrix& operator/=(double s);  // |s| < machine epsilon: status -7, unchanged
   // Value by value when the patterns are the same; otherwise nothing happens (silently).
@@ -150,11 +146,10 @@ class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
   // matrix. Cost O(nnz * m). Each element of P is summed in storage order of the entries.
   void MultiplyDense(int m, const double* X, int ldx, double* P, int ldp) const;
 
-  // ---- files
-  // --------------------------------------------------------------------------------------- Swap
-  // files base+"1.dat" (values), base+"2.dat" (row pointers), base+"3.dat" (columns): the count on
-  // the first line, then one number per line. Each file written joins the file list and is deleted
-  // when this object is destroyed.
+  // ---- files ------------------------------------------------------------------------------------
+  // Swap files base+"1.dat" (values), base+"2.dat" (row pointers), base+"3.dat" (columns): the
+  // count on the first line, then one number per line. Each file written joins the file list and
+  // is deleted when this object is destroyed.
   bool WriteToFile(const char* base, bool plusSign, bool values, bool rowPointers, bool columns);
   // Reads back the requested swap files. Only files of this object's file list are read: when a
   // requested file is not in the list, nothing at all is read and the result is false (status

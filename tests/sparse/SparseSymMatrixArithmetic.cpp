@@ -115,8 +115,7 @@ TEST(SparseSymMatrixSum, AddSparseMatrixWithAndWithoutPatternCheck) {
   EXPECT_EQ(CsrOf(a).values, (std::vector<double>{2, 3, 4}));
 }
 
-// ---- TwoSparseMatrixOperation
-// --------------------------------------------------------------------
+// ---- TwoSparseMatrixOperation -------------------------------------------------------------------
 
 TEST(SparseSymMatrixTwoOperation, SizeTestComesBeforeTheScaling) {
   VQ_SparseSymMatrix a = Diagonal({1, 2, 3});

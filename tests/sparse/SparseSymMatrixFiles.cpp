@@ -66,8 +66,7 @@ struct TempFile {
   std::string path;
 };
 
-// ---- swap files
-// -----------------------------------------------------------------------------------
+// ---- swap files ---------------------------------------------------------------------------------
 
 TEST(SparseSymMatrixSwapFiles, ExactTextAndDeletionAtDestruction) {
   const std::string base = vqtest::ScratchPrefix("swap");
@@ -372,8 +371,7 @@ INSTANTIATE_TEST_SUITE_P(
             "size beyond 32 bits",
             "%%MatrixMarket matrix coordinate real symmetric\n4294967297 4294967297 1\n1 1 1\n")));
 
-// ---- the real matrices of the shared data folder
-// -------------------------------------------------
+// ---- the real matrices of the shared data folder ------------------------------------------------
 
 class RealMatrix : public testing::TestWithParam<const char*> {};
 
