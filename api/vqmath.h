@@ -580,6 +580,125 @@ int VQ_EigenvalueAnalysis_ARPACK5(int n /* in */, int nev /* in */,
 /* Eigenvalue analysis entry points and keyed exchange                                          */
 /* ============================================================================================ */
 /* @@SECTION eigen-analysis@@ */
+/* Common frame: each function resets the registry, clears the nev eigenvalue slots and the count
+   output, checks its input (-64 "ERROR_INVALID_MATRICES: <what>" for n < 1, nev < 1, missing or
+   malformed compressed rows, NaN or infinite values), builds the solver on copies of the caller's
+   arrays, runs it and copies at most nev eigenvalues (ascending) and, on request, as many mode
+   shapes (n values each, mode after mode) into the caller's arrays. Returns 0 on success, 1 with
+   error -22 recorded when only part of the requested eigenvalues was found (those are copied),
+   -1 when the solver cannot be built, otherwise the solver's status (with the instability
+   equation in VQ_GetInstabilityDOF for -3). oocMode and matrixType are PARDISO's out-of-core mode
+   (0, 1, 2) and matrix type (2, -2) for the factorisations; workingDirectory (ending with "/")
+   receives work files. */
+
+/* Lowest eigenpairs of K phi = lambda M phi (M diagonal) by subspace iteration with automatic
+   shifting and a Sturm-sequence check. limitActive/limit: stop once an eigenvalue above limit is
+   found. allowRigidBodyModes: 1 skips the check that K is positive definite. shift: first pass's
+   shift (0 = none). overrideFlag 1: overrideCount eigenpairs are sought instead of nev (at most nev
+   are copied out). tolerance: relative convergence tolerance (<= 0 keeps 1e-6). When an unshifted
+   run finds nothing, it is retried once at shift -0.1 and warning -24 is recorded; a missed
+   eigenvalue found by the Sturm check is warning -23. */
+int VQ_EigenvalueAnalysis_SubSpaceSolver(int n /* in */, int nev /* in */,
+                                         const int* kRowPointers /* in: n+1 */,
+                                         const int* kColumnIndices /* in */,
+                                         const double* kValues /* in */,
+                                         const double* massDiagonal /* in: n */, int oocMode /* in */,
+                                         int matrixType /* in */,
+                                         const char* workingDirectory /* in */,
+                                         int limitActive /* in */, double limit /* in */,
+                                         int allowRigidBodyModes /* in */, int* found /* out */,
+                                         double* eigenvalues /* out: nev */,
+                                         int wantModeShapes /* in: 1 = deliver */,
+                                         double* modeShapes /* out: n*nev */, double shift /* in */,
+                                         int overrideFlag /* in */, int overrideCount /* in */,
+                                         double tolerance /* in */);
+/* The same with a sparse mass matrix M (upper CSR). */
+int VQ_EigenvalueAnalysis_SubSpaceSolver2(
+    int n /* in */, int nev /* in */, const int* kRowPointers /* in: n+1 */,
+    const int* kColumnIndices /* in */, const double* kValues /* in */,
+    const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+    const double* mValues /* in */, int oocMode /* in */, int matrixType /* in */,
+    const char* workingDirectory /* in */, int limitActive /* in */, double limit /* in */,
+    int allowRigidBodyModes /* in */, int* found /* out */, double* eigenvalues /* out: nev */,
+    int wantModeShapes /* in */, double* modeShapes /* out: n*nev */, double shift /* in */,
+    int overrideFlag /* in */, int overrideCount /* in */, double tolerance /* in */);
+
+/* Load-dependent Ritz vectors (M diagonal): nev M-orthonormal vectors generated from a load
+   pattern, with the eigenvalue estimates of the reduced problem. loadFlag nonzero: load holds n
+   values (else a vector of ones is used); vectorKind 1 takes the load as given, any other value
+   multiplies the pattern by M first. The Ritz options and solution type come from the process-wide
+   settings (VQ_SetRitzVector...). limitActive/limit as for subspace iteration. */
+int VQ_EigenvalueAnalysis_RitzVectorSolver(int n /* in */, int nev /* in */,
+                                           const int* kRowPointers /* in: n+1 */,
+                                           const int* kColumnIndices /* in */,
+                                           const double* kValues /* in */,
+                                           const double* massDiagonal /* in: n */,
+                                           int oocMode /* in */, int matrixType /* in */,
+                                           const char* workingDirectory /* in */,
+                                           int limitActive /* in */, double limit /* in */,
+                                           int loadFlag /* in */, const double* load /* in: n */,
+                                           int vectorKind /* in */, int* found /* out */,
+                                           double* eigenvalues /* out: nev */,
+                                           int wantModeShapes /* in: 1 = deliver */,
+                                           double* modeShapes /* out: n*nev */);
+/* The same with a sparse mass matrix M (upper CSR). */
+int VQ_EigenvalueAnalysis_RitzVectorSolver2(
+    int n /* in */, int nev /* in */, const int* kRowPointers /* in: n+1 */,
+    const int* kColumnIndices /* in */, const double* kValues /* in */,
+    const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+    const double* mValues /* in */, int oocMode /* in */, int matrixType /* in */,
+    const char* workingDirectory /* in */, int limitActive /* in */, double limit /* in */,
+    int loadFlag /* in */, const double* load /* in: n */, int vectorKind /* in */,
+    int* found /* out */, double* eigenvalues /* out: nev */, int wantModeShapes /* in */,
+    double* modeShapes /* out: n*nev */);
+
+/* Eigenpairs with eigenvalues in [emin, emax] by FEAST (sparse M), searched in four equal
+   sub-intervals from the lowest up until nev are collected. storeVectors nonzero with a modeShapes
+   array delivers the vectors. FEAST parameters set by the host (VQ_SetGlobalExtended...) are
+   used. Errors -60...-69 are FEAST's (-62 for emin >= emax). */
+int VQ_EigenvalueAnalysis_ExtendedSolver(
+    int n /* in */, int nev /* in */, const int* kRowPointers /* in: n+1 */,
+    const int* kColumnIndices /* in */, const double* kValues /* in */,
+    const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+    const double* mValues /* in */, int oocMode /* in */, int matrixType /* in */,
+    const char* workingDirectory /* in */, double emin /* in */, double emax /* in */,
+    int* found /* out */, double* eigenvalues /* out: nev */, int storeVectors /* in */,
+    double* modeShapes /* out: n*nev */);
+
+/* Dispatcher by eigen-solver type (M diagonal): 0 subspace iteration (allowRigidBodyModes, shift,
+   limit used), 1 Ritz vectors (load may be null: ones; limit used), 2 FEAST on [emin, emax];
+   any other type records -9999 "Unclassified" and returns -9999. */
+int VQ_EigenvalueAnalysis(int eigenSolverType /* in */, int n /* in */, int nev /* in */,
+                          const int* kRowPointers /* in: n+1 */, const int* kColumnIndices /* in */,
+                          const double* kValues /* in */, const double* massDiagonal /* in: n */,
+                          int oocMode /* in */, int matrixType /* in */,
+                          const char* workingDirectory /* in */, int limitActive /* in */,
+                          double limit /* in */, int allowRigidBodyModes /* in */,
+                          int* found /* out */, double* eigenvalues /* out: nev */,
+                          int wantModeShapes /* in */, double* modeShapes /* out: n*nev */,
+                          double shift /* in */, double emin /* in */, double emax /* in */,
+                          const double* load /* in: n, or null */);
+
+/* Keyed settings. L: 1001 solver type, 1002 matrix type, 1009 PARDISO message level of
+   VQ_SparseSolverDirect (0, 1). B: 1003 stop if not positive definite, 1004 factor in the
+   calling thread, 1005 collect the diagonals of K and of the factor, 1006 allow the out-of-core
+   retry (all for VQ_SparseSolverDirect). C: 1008 working directory. Other keys, and the D, LA,
+   DA, BA, CA forms, have no effect. */
+void VQ_SetParameterL(int key /* in */, int value /* in */);
+void VQ_SetParameterB(int key /* in */, int flag /* in */);
+void VQ_SetParameterC(int key /* in */, const char* text /* in */);
+void VQ_SetParameterD(int key /* in */, double value /* in */);
+void VQ_SetParameterLA(int key /* in */, int count /* in */, const int* values /* in */);
+void VQ_SetParameterDA(int key /* in */, int count /* in */, const double* values /* in */);
+void VQ_SetParameterBA(int key /* in */, int count /* in */, const int* values /* in */);
+void VQ_SetParameterCA(int key /* in */, int count /* in */, const char* const* texts /* in */);
+/* Keyed results of the last VQ_SparseSolverDirect: 1010 its 64 PARDISO parameters (IA); 1013 the
+   diagonal of K, 1014 the diagonal of the factor, in equation order (DA). Copies the first count
+   values and returns 1; returns 0 (nothing copied) when count exceeds what is held; unknown keys
+   and count < 1 copy nothing and return 1. LA has no results and returns 1. */
+int VQ_GetResultsIA(int key /* in */, int count /* in */, int* values /* out: count */);
+int VQ_GetResultsDA(int key /* in */, int count /* in */, double* values /* out: count */);
+int VQ_GetResultsLA(int key /* in */, int count /* in */, int* values /* out: count */);
 
 #ifdef __cplusplus
 }
