@@ -1,0 +1,199 @@
+// Product entry points: the symmetric sparse products (MKL's kernel and the library's own class)
+// against an independent product, the dense product with its dimension checks and its
+// leading-dimension rule against a naive triple loop, and the two diagnostic dumps.
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "support/SolverHarness.h"
+#include "vqmath.h"
+
+namespace {
+
+using vqtest::Csr;
+
+double MaxRelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
+  double worst = 0.0, scale = 0.0;
+  for (double v : b) scale = std::fmax(scale, std::fabs(v));
+  for (size_t i = 0; i < a.size(); ++i) worst = std::fmax(worst, std::fabs(a[i] - b[i]));
+  return worst / scale;
+}
+
+class DirectSolutionProducts : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    VQ_ResetGlobalErrorsAndWarnings();
+    k_ = vqtest::SolidStiffness(1500);
+  }
+  Csr k_;
+};
+
+TEST_F(DirectSolutionProducts, SparseVectorProductsAgreeWithReference) {
+  const std::vector<double> x = vqtest::MakeRightHandSides(k_.n, 1, 3);
+  std::vector<double> expected(k_.n);
+  vqtest::Multiply(k_, x.data(), expected.data());
+  // Registry contents survive the products.
+  VQ_ResolveEror(-8);
+
+  for (int useKernel : {1, 0, 7}) {
+    SCOPED_TRACE(useKernel);
+    std::vector<double> y(k_.n, std::nan(""));
+    EXPECT_EQ(0, VQ_SparseSymmMatrixVectorMultiplication(useKernel, k_.n, k_.values.data(),
+                                                         k_.rowPointers.data(), k_.columnIndices.data(),
+                                                         x.data(), y.data()));
+    EXPECT_LE(MaxRelativeDifference(y, expected), 1e-14);
+  }
+  std::vector<double> mkl(k_.n), native(k_.n);
+  EXPECT_EQ(0, VQ_SparseSymmMatrixVectorMultiplication_MKL(k_.n, k_.values.data(), k_.rowPointers.data(),
+                                                           k_.columnIndices.data(), x.data(), mkl.data()));
+  EXPECT_EQ(0, VQ_SparseSymmMatrixVectorMultiplication_NATIVE(k_.n, k_.values.data(), k_.rowPointers.data(),
+                                                              k_.columnIndices.data(), x.data(), native.data()));
+  EXPECT_LE(MaxRelativeDifference(mkl, expected), 1e-14);
+  EXPECT_LE(MaxRelativeDifference(native, expected), 1e-14);
+  EXPECT_EQ(-8, VQ_GetLastErrorID());
+}
+
+TEST_F(DirectSolutionProducts, SparseMatrixProductIsColumnByColumn) {
+  const int ncols = 4;
+  const std::vector<double> x = vqtest::MakeRightHandSides(k_.n, ncols, 5);
+  std::vector<double> expected(x.size());
+  for (int j = 0; j < ncols; ++j)
+    vqtest::Multiply(k_, x.data() + static_cast<size_t>(j) * k_.n, expected.data() + static_cast<size_t>(j) * k_.n);
+  std::vector<double> y(x.size(), std::nan(""));
+  EXPECT_EQ(0, VQ_SparseSymmMatrixMatrixMultiplication_MKL(k_.n, ncols, k_.values.data(), k_.rowPointers.data(),
+                                                           k_.columnIndices.data(), x.data(), y.data()));
+  EXPECT_LE(MaxRelativeDifference(y, expected), 1e-14);
+
+  std::vector<double> untouched(x.size(), 4.0);
+  EXPECT_EQ(0, VQ_SparseSymmMatrixMatrixMultiplication_MKL(k_.n, 0, k_.values.data(), k_.rowPointers.data(),
+                                                           k_.columnIndices.data(), x.data(), untouched.data()));
+  EXPECT_EQ(std::vector<double>(x.size(), 4.0), untouched);
+}
+
+// Naive C = alpha op(A) op(B) + beta C, column-major, op(B) read with leading dimension ldb.
+std::vector<double> NaiveProduct(const std::vector<double>& a, int lda, bool ta, const std::vector<double>& b,
+                                 int ldb, bool tb, std::vector<double> c, int m, int n, int k, double alpha,
+                                 double beta) {
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < n; ++j) {
+      double s = 0.0;
+      for (int p = 0; p < k; ++p) {
+        const double av = ta ? a[i * lda + p] : a[p * lda + i];
+        const double bv = tb ? b[p * ldb + j] : b[j * ldb + p];
+        s += av * bv;
+      }
+      c[j * m + i] = alpha * s + beta * c[j * m + i];
+    }
+  return c;
+}
+
+TEST_F(DirectSolutionProducts, DenseProductForAllTranspositions) {
+  const int m = 4, k = 3, n = 5;
+  const std::vector<double> a = vqtest::MakeRightHandSides(m * k, 1, 1);
+  const std::vector<double> c0 = vqtest::MakeRightHandSides(m * n, 1, 9);
+  const double alpha = 1.5, beta = -0.5;
+  // Both untransposed: A m x k, B k x n.
+  {
+    const std::vector<double> b = vqtest::MakeRightHandSides(k * n, 1, 2);
+    std::vector<double> c = c0;
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), m, k, k, n, m, n, 0, 0, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(a, m, false, b, k, false, c0, m, n, k, alpha, beta)), 1e-14);
+  }
+  // A transposed: A is k x m.
+  {
+    const std::vector<double> b = vqtest::MakeRightHandSides(k * n, 1, 2);
+    std::vector<double> c = c0;
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), k, m, k, n, m, n, 1, 0, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(a, k, true, b, k, false, c0, m, n, k, alpha, beta)), 1e-14);
+  }
+  // B transposed, square B (n x n, k = n): the leading dimension colsB equals rowsB.
+  {
+    const int kk = n;
+    const std::vector<double> aa = vqtest::MakeRightHandSides(m * kk, 1, 4);
+    const std::vector<double> b = vqtest::MakeRightHandSides(n * n, 1, 6);
+    std::vector<double> c = c0;
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(aa.data(), b.data(), c.data(), m, kk, n, n, m, n, 0, 1, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(aa, m, false, b, n, true, c0, m, n, kk, alpha, beta)), 1e-14);
+    // Both transposed.
+    const std::vector<double> at = vqtest::MakeRightHandSides(kk * m, 1, 8);
+    c = c0;
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(at.data(), b.data(), c.data(), kk, m, n, n, m, n, 1, 1, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(at, kk, true, b, n, true, c0, m, n, kk, alpha, beta)), 1e-14);
+  }
+  // B transposed and not square: B (rowsB x colsB) is read with leading dimension colsB, so a
+  // host passes it in a buffer of colsB x colsB values.
+  {
+    const int rowsB = 3, colsB = 5, kk = colsB;
+    const std::vector<double> aa = vqtest::MakeRightHandSides(m * kk, 1, 14);
+    const std::vector<double> b = vqtest::MakeRightHandSides(colsB * colsB, 1, 12);
+    const std::vector<double> c1 = vqtest::MakeRightHandSides(m * rowsB, 1, 10);
+    std::vector<double> c = c1;
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(aa.data(), b.data(), c.data(), m, kk, rowsB, colsB, m,
+                                                   rowsB, 0, 1, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(aa, m, false, b, colsB, true, c1, m, rowsB, kk, alpha, beta)),
+              1e-14);
+  }
+}
+
+TEST_F(DirectSolutionProducts, DenseProductChecksDimensions) {
+  std::vector<double> a(12, 1.0), b(12, 1.0), c(16, 7.0);
+  const std::vector<double> untouched = c;
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 4, 3, 4, 3, 0, 0, 1, 0));
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 3, 4, 3, 4, 0, 0, 1, 0));
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 3, 4, 4, 3, 0, 0, 1, 0));
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 4, 4, 4, 4, 0, 1, 1, 0));
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 3, 4, 4, 4, 1, 0, 1, 0));
+  EXPECT_EQ(-1, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 4, 4, 4, 4, 1, 1, 1, 0));
+  EXPECT_EQ(untouched, c);
+  // Consistent sizes pass the same checks.
+  EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), 4, 3, 3, 4, 4, 4, 0, 0, 1, 0));
+  EXPECT_EQ(std::vector<double>(16, 3.0), c);
+}
+
+TEST_F(DirectSolutionProducts, DiagnosticDumpsWriteKAndF) {
+  char pattern[] = "/tmp/vqmath_dump_XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(pattern));
+  char previous[4096];
+  ASSERT_NE(nullptr, getcwd(previous, sizeof previous));
+  ASSERT_EQ(0, chdir(pattern));
+  const Csr k = vqtest::SolidStiffness(200);
+  const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 2);
+  EXPECT_EQ(0, VQ_WriteSystemMatrixMTX(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data()));
+  EXPECT_EQ(0, VQ_WriteLoadMatrixMTX(k.n, 2, f.data()));
+  Csr back, loads;
+  std::string error;
+  EXPECT_TRUE(vqtest::ReadMtx("K.mtx", back, &error)) << error;
+  EXPECT_EQ(k.rowPointers, back.rowPointers);
+  EXPECT_EQ(k.columnIndices, back.columnIndices);
+  EXPECT_LE(MaxRelativeDifference(back.values, k.values), 1e-15);
+  // F.mtx is a general coordinate file of n x 2 entries.
+  std::FILE* file = std::fopen("F.mtx", "r");
+  ASSERT_NE(nullptr, file);
+  char header[128];
+  ASSERT_NE(nullptr, std::fgets(header, sizeof header, file));
+  EXPECT_EQ(std::string("%%MatrixMarket matrix coordinate real general \n"), header);
+  int rows = 0, cols = 0, count = 0;
+  ASSERT_EQ(3, std::fscanf(file, "%d %d %d", &rows, &cols, &count));
+  EXPECT_EQ(k.n, rows);
+  EXPECT_EQ(2, cols);
+  EXPECT_EQ(2 * k.n, count);
+  std::vector<double> read(static_cast<size_t>(2) * k.n, 0.0);
+  for (int e = 0; e < count; ++e) {
+    int i = 0, j = 0;
+    double v = 0.0;
+    ASSERT_EQ(3, std::fscanf(file, "%d %d %lf", &i, &j, &v));
+    read[static_cast<size_t>(j - 1) * k.n + (i - 1)] = v;
+  }
+  std::fclose(file);
+  EXPECT_LE(MaxRelativeDifference(read, f), 1e-15);
+  std::remove("K.mtx");
+  std::remove("F.mtx");
+  ASSERT_EQ(0, chdir(previous));
+  rmdir(pattern);
+}
+
+}  // namespace
