@@ -160,6 +160,11 @@ void VQ_EigenSolver::MapDecompositionResult(int result, const VQ_SparseSolver* s
 }
 
 bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName) {
+  return CheckForRigidBodyModes(fileName, nullptr);
+}
+
+bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName, VQ_SparseSolver** keep) {
+  if (keep) *keep = nullptr;
   VQ_SparseSolver* solver = nullptr;
   CreateSolver(fileName, &solver, false, nullptr);
   if (!solver) {
@@ -192,8 +197,14 @@ bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName) {
       SetStatus(-3);
     }
   }
-  delete solver;
-  return status_ == MATLIBDLLCOMMONS::STATUS_OK;
+  const bool regular = status_ == MATLIBDLLCOMMONS::STATUS_OK;
+  if (regular && keep) {
+    solver->SetDiagElementsInfo(false, nullptr, nullptr);
+    *keep = solver;
+  } else {
+    delete solver;
+  }
+  return regular;
 }
 
 int VQ_EigenSolver::SingularPivotEquation(int n, const double* matrixDiagonal,

@@ -85,6 +85,9 @@ class VQ_EigenSolver {
   // the factorisation broke down, or a pivot fell below 1e-12 of its diagonal term; instability
   // DOF set), -1 (no memory) or -9999.
   bool CheckForRigidBodyModes(std::string fileName);
+  // The same; when K passes and `keep` is not null, the factorised solver is handed over in *keep
+  // (the caller deletes it) instead of being deleted, so that an unshifted first pass can reuse it.
+  bool CheckForRigidBodyModes(std::string fileName, VQ_SparseSolver** keep);
   // The equation (1-based) whose pivot is smallest relative to its diagonal term, when that ratio
   // is below 1e-12 (or not positive); 0 when there is none. It names the equation at which a
   // positive semi-definite K is singular.

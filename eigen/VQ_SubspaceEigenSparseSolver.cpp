@@ -493,11 +493,18 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     }
   }
 
-  const auto factorStart = Clock::now();
   VQ_SparseSolver* solver = nullptr;
-  const int decomposition = CreateSolverAndDecompose(workFileStem_, &solver, false, nullptr);
-  timings_.factorisation += SecondsSince(factorStart);
-  ++timings_.factorisations;
+  int decomposition = 0;
+  if (unshiftedFactor_ && appliedShift_ == 0.0 && matrixType_ == -2) {
+    // K unshifted and factorised as symmetric indefinite by the rigid-body check already.
+    solver = unshiftedFactor_.release();
+  } else {
+    unshiftedFactor_.reset();
+    const auto factorStart = Clock::now();
+    decomposition = CreateSolverAndDecompose(workFileStem_, &solver, false, nullptr);
+    timings_.factorisation += SecondsSince(factorStart);
+    ++timings_.factorisations;
+  }
   if (decomposition != 0) {
     MapDecompositionResult(decomposition, solver);
     delete solver;
@@ -637,13 +644,24 @@ MATLIBDLLCOMMONS::STATE_STATUS VQ_SubspaceEigenSparseSolver::SolveSystemIncremen
   // K is handed back unshifted; the mass operator borrowed M's arrays for this run only.
   RestoreUnshiftedStiffness();
   massProduct_.reset();
+  unshiftedFactor_.reset();
   (void)result;
   return status_;
 }
 
 int VQ_SubspaceEigenSparseSolver::RunPasses(int requested, double shift, int maxPasses) {
   // 1. Save K: every shifted pass reloads its unshifted values from this file.
-  if (!stiffness_->WriteToFile(workFileStem_.c_str(), true, true, true, true)) {
+  // The pattern files are needed only when shifting can change K's pattern: a sparse (or dense)
+  // mass with entries outside it.
+  bool patternMayChange = false;
+  if (mass_->MatrixType() != MATLIBDLLCOMMONS::DIAGONAL_MATRIX) {
+    if (mass_->MatrixType() == MATLIBDLLCOMMONS::SYM_SPARSE_MATRIX)
+      patternMayChange = !stiffness_->CheckSubsetSparsity(static_cast<VQ_SparseSymMatrix*>(mass_));
+    else
+      patternMayChange = true;
+  }
+  if (!stiffness_->WriteToFile(workFileStem_.c_str(), true, true, patternMayChange,
+                               patternMayChange)) {
     SetStatus(-5);
     return -5;
   }
@@ -656,7 +674,9 @@ int VQ_SubspaceEigenSparseSolver::RunPasses(int requested, double shift, int max
   // 2. K must be positive definite unless rigid-body modes are allowed.
   if (!rigidBodyModesAllowed_) {
     const auto checkStart = Clock::now();
-    const bool regular = CheckForRigidBodyModes(workFileStem_);
+    VQ_SparseSolver* factor = nullptr;
+    const bool regular = CheckForRigidBodyModes(workFileStem_, &factor);
+    unshiftedFactor_.reset(factor);
     timings_.rigidBodyCheck = SecondsSince(checkStart);
     if (!regular) {
       SetStatus(-3);

@@ -38,6 +38,7 @@
 #include "eigen/VQ_EigenSolver.h"
 
 class VQ_RandomNumGen;
+class VQ_SparseSolver;
 class VQ_SparseSymMatrix;
 
 namespace vqmath {
@@ -187,6 +188,9 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   int savedNonZeros_ = 0;              // nnz of K when it was saved
   double appliedShift_ = 0.0;          // shift currently applied to K
   Timings timings_;
+  // Factorisation of the unshifted K left by the rigid-body check, taken by an unshifted first
+  // pass instead of factorising the same matrix again.
+  std::unique_ptr<VQ_SparseSolver> unshiftedFactor_;
 };
 
 #endif  // VQMATH_EIGEN_VQ_SUBSPACEEIGENSPARSESOLVER_H
