@@ -151,6 +151,7 @@ VQ_SubspaceEigenSparseSolver::~VQ_SubspaceEigenSparseSolver() { ReleaseOwned(); 
 
 void VQ_SubspaceEigenSparseSolver::ReleaseOwned() {
   massProduct_.reset();
+  unshiftedFactor_.reset();
   if (ownsStiffness_) delete stiffness_;
   if (ownsMass_) delete mass_;
   stiffness_ = nullptr;
@@ -452,6 +453,18 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     return -1;
   }
   const int n = s.n, q = s.q;
+  // The pass writes into `vectors` in place when it is a view on the solver's own store.
+  vectorsAreView_ = vectors.GetDataPointer() != nullptr &&
+                    vectors.GetDataPointer() == eigenVectors_.GetDataPointer();
+  if (vectors.NumRows() != n || vectors.NumCols() < (vectorsAreView_ ? numReqEigen_ : p) ||
+      values.NumRows() * values.NumCols() < p) {
+    SetStatus(-1);
+    return -1;
+  }
+  if (!massProduct_ && !PrepareMassProduct()) {
+    SetStatus(-1);
+    return -1;
+  }
   try {
     s.X.Redimension(n, q, 0.0);
     s.Xbar.Redimension(n, q, 0.0);
@@ -505,9 +518,10 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     timings_.factorisation += SecondsSince(factorStart);
     ++timings_.factorisations;
   }
+  // Released on every way out of this pass.
+  const std::unique_ptr<VQ_SparseSolver> owner(solver);
   if (decomposition != 0) {
     MapDecompositionResult(decomposition, solver);
-    delete solver;
     return -1;
   }
 
@@ -530,7 +544,6 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     auto t = Clock::now();
     OrthogonaliseAgainstFound(s, count, vectors);
     if (!massProduct_->Apply(s.X.GetDataPointer(), s.Y.GetDataPointer(), q)) {
-      delete solver;
       SetStatus(-9999);
       return -1;
     }
@@ -546,7 +559,6 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
         SetStatus(-1);
       else
         SetStatus(-9999);
-      delete solver;
       return -1;
     }
 
@@ -570,7 +582,6 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     const int jacobi = JACOBI(s.Kr, s.Mr, s.Q, s.lambda);
     timings_.reducedSolves += SecondsSince(t);
     if (jacobi != 0) {
-      delete solver;
       ProcessVerboseMessage("............JACOBI RETURNED -1......................................\n");
       if (numFoundEigen_ == 0 && count == 0 && std::fabs(sigma) < kMachineEpsilon) {
         ProcessVerboseMessage(
@@ -605,14 +616,12 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     }
     if (count >= p || numFoundEigen_ + count >= numReqEigen_ ||
         (limitActive_ && count >= 1 && values[count] > eigenvalueLimit_)) {
-      delete solver;
       SetStatus(0);
       return 0;
     }
     std::copy_n(s.lambda.GetDataPointer(), q, s.lambdaPrevious.GetDataPointer());
   }
 
-  delete solver;
   if (count < 1) {
     SetStatus(-21);
     return -1;
@@ -637,7 +646,9 @@ MATLIBDLLCOMMONS::STATE_STATUS VQ_SubspaceEigenSparseSolver::SolveSystemIncremen
   int result;
   try {
     result = RunPasses(requested, shift, maxPasses);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
+    // Allocation failures of the standard containers (and anything else thrown below) end the
+    // run as a memory failure; nothing leaves the solver.
     SetStatus(-1);
     result = -1;
   }

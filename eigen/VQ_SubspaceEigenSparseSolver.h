@@ -2,7 +2,8 @@
 // iteration with automatic shifting and a Sturm sequence check.
 //
 // K is sparse symmetric; M is diagonal (VQ_DiagonalMatrix), sparse symmetric (VQ_SparseSymMatrix)
-// or dense. The solver works in passes. Each pass factorises K - sigma*M once (PARDISO) and runs a
+// or dense (any other square kind: used through its sparse form in products and shifts, and
+// through its diagonal for the unit trial vectors). The solver works in passes. Each pass factorises K - sigma*M once (PARDISO) and runs a
 // block subspace iteration on it: q = min(2p, p + 8) trial vectors are M-orthogonalised against
 // the eigenvectors already found, multiplied by M, solved for all q columns in one PARDISO call,
 // projected (Kr = Xb' M X, Mr = Xb' M Xb), and the small pencil is solved by the generalized
