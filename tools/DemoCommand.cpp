@@ -112,6 +112,8 @@ int DemoCommand(int argc, char** argv, int first)
         run.method = m;
         if (!MethodAvailable(m, pencil))
             run.skipped = "not available in this build";
+        else if (m == Method::Feast && n > 3000)
+            run.skipped = "complex factorisations on one thread, minutes at this size (try --size small)";
         else if (m == Method::Lapack && n > 1500)
             run.skipped = Format("dense, too large (%d equations)", n);
         else if (m == Method::Jacobi && n > 500)

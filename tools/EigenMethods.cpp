@@ -166,6 +166,179 @@ void RunDense(Method method, const Pencil& pencil, const EigenRequest& request, 
     if (request.wantVectors) out.vectors = vectors;
 }
 
+
+// Results of a sparse entry point: `found` pairs in the arrays, sorted ascending.
+void TakeResults(EigenOutcome& out, int code, int found, std::vector<double>& values, std::vector<double>& vectors,
+                 int n, const EigenRequest& request)
+{
+    out.code = code;
+    out.registry = ReadRegistry();
+    if (code != 0 && code != 1) return;
+    found = std::max(0, std::min(found, static_cast<int>(values.size())));
+    values.resize(static_cast<size_t>(found));
+    vectors.resize(request.wantVectors ? static_cast<size_t>(found) * n : 0);
+    SortAndKeep(values, vectors, n, values.size());
+    out.values = values;
+    out.vectors = vectors;
+}
+
+void RunSubspace(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out)
+{
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver2)
+    const int n = pencil.N(), nev = std::min(request.count, n);
+    const CsrMatrix& k = *pencil.k;
+    std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
+    int found = 0, code;
+    if (pencil.b)
+        code = VQ_EigenvalueAnalysis_SubSpaceSolver2(
+            n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.b->rowPointers.data(),
+            pencil.b->columnIndices.data(), pencil.b->values.data(), request.outOfCoreMode, VQ_GetSolverMatrixType(),
+            request.workingDirectory.c_str(), request.hasLimit ? 1 : 0, request.limit, 0, &found, values.data(),
+            request.wantVectors ? 1 : 0, vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, 0.0);
+    else
+        code = VQ_EigenvalueAnalysis_SubSpaceSolver(
+            n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.diagonal->data(),
+            request.outOfCoreMode, VQ_GetSolverMatrixType(), request.workingDirectory.c_str(),
+            request.hasLimit ? 1 : 0, request.limit, 0, &found, values.data(), request.wantVectors ? 1 : 0,
+            vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, 0.0);
+    TakeResults(out, code, found, values, vectors, n, request);
+#else
+    (void)pencil, (void)request, (void)out;
+#endif
+}
+
+// A shift for ARPACK's buckling mode: below the lowest buckling factor (no negative pivot in
+// K − σ·Kg) but within a decade of it, from the smallest ratio k_ii / kg_ii downwards.
+double BucklingShift(const Pencil& pencil, const EigenRequest& request)
+{
+    const CsrMatrix& k = *pencil.k;
+    const CsrMatrix& g = *pencil.b;
+    double sigma = 0.0;
+    for (int i = 0; i < k.n; ++i) {
+        const double kii = k.values[k.rowPointers[i] - 1], gii = g.values[g.rowPointers[i] - 1];
+        if (gii > 0.0 && kii > 0.0 && (sigma == 0.0 || kii / gii < sigma)) sigma = kii / gii;
+    }
+    if (sigma <= 0.0) return 1.0;
+    DirectOptions options;
+    options.outOfCoreMode = request.outOfCoreMode;
+    options.workingDirectory = request.workingDirectory;
+    for (int attempt = 0; attempt < 30; ++attempt) {
+        const SturmCount c = CountBelow(pencil, sigma, options);
+        if (!c.message.empty() || c.negativePivots == 0) break;
+        sigma *= 0.1;
+    }
+    return sigma;
+}
+
+void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out, LibraryCall& call)
+{
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK2)
+    const int n = pencil.N(), nev = std::min(request.count, n);
+    const CsrMatrix& k = *pencil.k;
+    std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
+    double shift = request.hasShift ? request.shift : 0.0;
+    if (request.buckling && !request.hasShift) {
+        call.Stage("Lanczos (ARPACK): a shift below the lowest buckling factor by Sturm counts");
+        shift = BucklingShift(pencil, request);
+        call.Stage(Format("Lanczos (ARPACK): %d buckling modes above %.4g", nev, shift));
+        out.note = Format("shift %.6g below the lowest buckling factor", shift);
+    }
+    // Selector: bit 0 buckling, bit 1 no mode shapes. Mode 4: the eigenvalues nearest the shift.
+    const int selector = (request.buckling ? 1 : 0) | (request.wantVectors ? 0 : 2);
+    int found = 0, code;
+    if (pencil.b)
+        code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                             pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
+                                             pencil.b->values.data(), 4, selector, -1, &found, values.data(),
+                                             request.wantVectors ? vectors.data() : nullptr, shift,
+                                             request.workingDirectory.c_str(), 1);
+    else
+        code = VQ_EigenvalueAnalysis_ARPACK(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                            pencil.diagonal->data(), 4, selector, -1, &found, values.data(),
+                                            request.wantVectors ? vectors.data() : nullptr, shift,
+                                            request.workingDirectory.c_str(), 1);
+    TakeResults(out, code, found, values, vectors, n, request);
+    if (request.hasLimit) {
+        EigenRequest limitOnly;
+        limitOnly.hasLimit = true;
+        limitOnly.limit = request.limit;
+        Select(out.values, out.vectors, n, limitOnly);
+    }
+#else
+    (void)pencil, (void)request, (void)out, (void)call;
+#endif
+}
+
+void RunFeast(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out, LibraryCall& call)
+{
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ExtendedSolver)
+    const int n = pencil.N(), nev = std::min(request.count, n);
+    const CsrMatrix& k = *pencil.k;
+    CsrMatrix diagonal;
+    const CsrMatrix* b = pencil.b;
+    if (!b) {
+        diagonal = vqmath::models::FromDiagonal(*pencil.diagonal);
+        b = &diagonal;
+    }
+    // The search interval: given, or from Sturm counts (negative pivots of K − σ·M) with σ grown
+    // until the wanted number of eigenvalues lies below it.
+    double lower = request.lower, upper = request.upper;
+    if (!request.hasInterval) {
+        DirectOptions options;
+        options.outOfCoreMode = request.outOfCoreMode;
+        options.workingDirectory = request.workingDirectory;
+        const double from = request.hasShift ? request.shift : 0.0;
+        int counted = 0;
+        call.Stage("FEAST: bracketing the interval by Sturm counts");
+        upper = UpperBoundFor(pencil, nev, from, options, &counted);
+        if (request.hasLimit) upper = std::min(upper, request.limit);
+        lower = request.hasShift ? request.shift : -1e-3 * upper;
+        out.note = Format("interval [%.6g, %.6g] from Sturm counts", lower, upper);
+    } else {
+        out.note = Format("interval [%.6g, %.6g]", lower, upper);
+    }
+    call.Stage(Format("FEAST: %d modes in [%.4g, %.4g]", nev, lower, upper));
+    std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
+    int found = 0;
+    const int code = VQ_EigenvalueAnalysis_ExtendedSolver(
+        n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), b->rowPointers.data(),
+        b->columnIndices.data(), b->values.data(), request.outOfCoreMode, VQ_GetSolverMatrixType(),
+        request.workingDirectory.c_str(), lower, upper, &found, values.data(), request.wantVectors ? 1 : 0,
+        vectors.data());
+    TakeResults(out, code, found, values, vectors, n, request);
+#else
+    (void)pencil, (void)request, (void)out, (void)call;
+#endif
+}
+
+void RunRitz(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out)
+{
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver2)
+    const int n = pencil.N(), nev = std::min(request.count, n);
+    const CsrMatrix& k = *pencil.k;
+    std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
+    const bool haveLoad = request.load && static_cast<int>(request.load->size()) == n;
+    const double* load = haveLoad ? request.load->data() : nullptr;
+    const int kind = request.loadIsForce ? 1 : 0;
+    int found = 0, code;
+    if (pencil.b)
+        code = VQ_EigenvalueAnalysis_RitzVectorSolver2(
+            n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.b->rowPointers.data(),
+            pencil.b->columnIndices.data(), pencil.b->values.data(), request.outOfCoreMode, VQ_GetSolverMatrixType(),
+            request.workingDirectory.c_str(), request.hasLimit ? 1 : 0, request.limit, haveLoad ? 1 : 0, load, kind,
+            &found, values.data(), request.wantVectors ? 1 : 0, vectors.data());
+    else
+        code = VQ_EigenvalueAnalysis_RitzVectorSolver(
+            n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.diagonal->data(),
+            request.outOfCoreMode, VQ_GetSolverMatrixType(), request.workingDirectory.c_str(),
+            request.hasLimit ? 1 : 0, request.limit, haveLoad ? 1 : 0, load, kind, &found, values.data(),
+            request.wantVectors ? 1 : 0, vectors.data());
+    TakeResults(out, code, found, values, vectors, n, request);
+#else
+    (void)pencil, (void)request, (void)out;
+#endif
+}
+
 }  // namespace
 
 bool MethodAvailable(Method method, const Pencil& pencil, bool buckling)
@@ -174,9 +347,33 @@ bool MethodAvailable(Method method, const Pencil& pencil, bool buckling)
     case Method::Lapack:
     case Method::Jacobi: return DenseAvailable(method, pencil, buckling);
     case Method::Subspace:
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver2)
+        return pencil.b || buckling ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_SubSpaceSolver2)
+                                    : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_SubSpaceSolver);
+#else
+        return false;
+#endif
     case Method::Lanczos:
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK2)
+        return pencil.b || buckling ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ARPACK2)
+                                    : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ARPACK);
+#else
+        return false;
+#endif
     case Method::Feast:
-    case Method::Ritz: return false;
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ExtendedSolver)
+        // FEAST needs a positive definite B: not the geometric stiffness.
+        return !buckling && VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ExtendedSolver) && DirectSolverAvailable();
+#else
+        return false;
+#endif
+    case Method::Ritz:
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver2)
+        return !buckling && (pencil.b ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_RitzVectorSolver2)
+                                      : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_RitzVectorSolver));
+#else
+        return false;
+#endif
     }
     return false;
 }
@@ -187,11 +384,17 @@ EigenOutcome RunEigen(Method method, const Pencil& pencil, const EigenRequest& r
     out.method = method;
     out.available = MethodAvailable(method, pencil, request.buckling);
     if (!out.available) return out;
-    LibraryCall call(progress, Format("%s: %d equations", MethodName(method), pencil.N()));
+    static const char* kTitles[] = {"subspace iteration", "Lanczos (ARPACK)", "FEAST", "Ritz vectors",
+                                    "dense LAPACK", "dense Jacobi"};
+    LibraryCall call(progress, Format("%s: %d %s of %d equations", kTitles[static_cast<int>(method)], request.count,
+                                      request.buckling ? "buckling modes" : "modes", pencil.N()));
     switch (method) {
     case Method::Lapack:
     case Method::Jacobi: RunDense(method, pencil, request, out); break;
-    default: break;
+    case Method::Subspace: RunSubspace(pencil, request, out); break;
+    case Method::Lanczos: RunLanczos(pencil, request, out, call); break;
+    case Method::Feast: RunFeast(pencil, request, out, call); break;
+    case Method::Ritz: RunRitz(pencil, request, out); break;
     }
     out.seconds = call.Seconds();
     return out;

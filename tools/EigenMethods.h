@@ -30,7 +30,8 @@ struct EigenRequest {
     double lower = 0.0, upper = 0.0;
     bool hasLimit = false;          // no eigenvalue above this is wanted
     double limit = 0.0;
-    const std::vector<double>* load = nullptr;  // Ritz vectors start from B·load
+    const std::vector<double>* load = nullptr;  // Ritz vectors start from this pattern:
+    bool loadIsForce = false;                   //   a force as given, or a displacement (× B)
     bool wantVectors = true;
     bool buckling = false;          // B is the geometric stiffness
     int outOfCoreMode = 0;

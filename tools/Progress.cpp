@@ -92,6 +92,16 @@ double LibraryCall::Seconds() const
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
 }
 
+void LibraryCall::Stage(const std::string& what)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        what_ = what;
+        detail_.clear();
+    }
+    wake_.notify_all();
+}
+
 void LibraryCall::Read()
 {
     std::string pending;

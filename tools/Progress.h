@@ -45,6 +45,8 @@ public:
 
     // Wall-clock seconds since construction.
     double Seconds() const;
+    // Names the current stage of the work on the status line.
+    void Stage(const std::string& what);
 
 private:
     void Read();
