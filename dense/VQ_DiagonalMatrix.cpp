@@ -13,10 +13,7 @@
 #include "dense/internal/DenseWork.h"
 #include "dense/internal/MtxReader.h"
 
-#if __has_include("sparse/VQ_SparseSymMatrix.h")
 #include "sparse/VQ_SparseSymMatrix.h"
-#define VQMATH_HAVE_SPARSE_HEADER 1
-#endif
 
 using vqdense::GeneralView;
 using vqdense::kMachineEpsilon;
@@ -87,14 +84,10 @@ double VQ_DiagonalMatrix::Value_(int i, int j) const { return i == j ? data[i - 
 double& VQ_DiagonalMatrix::Ref_(int i, int) { return data[i - 1]; }
 
 void VQ_DiagonalMatrix::CopyDiagonalTerms(const VQ_SparseSymMatrix* s) {
-#ifdef VQMATH_HAVE_SPARSE_HEADER
   if (!s) return;
   const VQ_Matrix& src = *s;
   if (!Initialize(src.NumRows()) || !data) return;
   for (int k = 1; k <= rows; ++k) data[k - 1] = src.Value(k, k);
-#else
-  (void)s;
-#endif
 }
 
 void VQ_DiagonalMatrix::SetValue(double v) {

@@ -59,7 +59,7 @@ class VQMATH_DENSE_API VQ_DiagonalMatrix : public VQ_SymMatrix {
 
  protected:
   int Size() const { return rows; }
-  int Shift(int i, int j) const { return i - 1; }
+  int Shift(int i, int /*j*/) const { return i - 1; }
   // Reallocates to order n (n values, contents not cleared); status 0 or -1.
   bool Initialize(int n);
 };

@@ -25,10 +25,7 @@
 #include "dense/internal/DenseWork.h"
 #include "dense/internal/MtxReader.h"
 
-#if __has_include("sparse/VQ_SparseSymMatrix.h")
 #include "sparse/VQ_SparseSymMatrix.h"
-#define VQMATH_HAVE_SPARSE_HEADER 1
-#endif
 
 using MATLIBDLLCOMMONS::MATRIX_TYPE;
 using MATLIBDLLCOMMONS::STATE_STATUS;
@@ -286,11 +283,7 @@ void VQ_Matrix::SetEqualTo(const VQ_Matrix* other) {
 void VQ_Matrix::SetEqualTo(const VQ_SymMatrix& s) { FillFromSymmetric(*this, s); }
 
 void VQ_Matrix::SetEqualTo(const VQ_SparseSymMatrix& s) {
-#ifdef VQMATH_HAVE_SPARSE_HEADER
   FillFromSymmetric(*this, s);
-#else
-  (void)s;
-#endif
 }
 
 void VQ_Matrix::Add(const VQ_Matrix& b) {

@@ -20,10 +20,7 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/internal/DenseWork.h"
 
-#if __has_include("sparse/VQ_SparseSymMatrix.h")
 #include "sparse/VQ_SparseSymMatrix.h"
-#define VQMATH_HAVE_SPARSE_HEADER 1
-#endif
 
 using vqdense::GeneralView;
 using vqdense::kMachineEpsilon;
@@ -92,16 +89,12 @@ VQ_SymMatrix::VQ_SymMatrix(int n, double* diag) : VQ_SymMatrix() {
 }
 
 VQ_SymMatrix::VQ_SymMatrix(const VQ_SparseSymMatrix* s) : VQ_SymMatrix() {
-#ifdef VQMATH_HAVE_SPARSE_HEADER
   if (!s) return;
   const VQ_Matrix& src = *s;
   const int n = src.NumRows();
   if (!Initialize(n) || !data) return;
   for (int j = 1; j <= n; ++j)
     for (int i = 1; i <= j; ++i) data[Shift_(i, j)] = src.Value(i, j);
-#else
-  (void)s;
-#endif
 }
 
 VQ_SymMatrix::VQ_SymMatrix(const VQ_SymMatrix& other) : VQ_SymMatrix() {
