@@ -194,13 +194,14 @@ void RunSubspace(const Pencil& pencil, const EigenRequest& request, EigenOutcome
             n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.b->rowPointers.data(),
             pencil.b->columnIndices.data(), pencil.b->values.data(), request.outOfCoreMode, VQ_GetSolverMatrixType(),
             request.workingDirectory.c_str(), request.hasLimit ? 1 : 0, request.limit, 0, &found, values.data(),
-            request.wantVectors ? 1 : 0, vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, 0.0);
+            request.wantVectors ? 1 : 0, vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0,
+            request.tolerance);
     else
         code = VQ_EigenvalueAnalysis_SubSpaceSolver(
             n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), pencil.diagonal->data(),
             request.outOfCoreMode, VQ_GetSolverMatrixType(), request.workingDirectory.c_str(),
             request.hasLimit ? 1 : 0, request.limit, 0, &found, values.data(), request.wantVectors ? 1 : 0,
-            vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, 0.0);
+            vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, request.tolerance);
     TakeResults(out, code, found, values, vectors, n, request);
 #else
     (void)pencil, (void)request, (void)out;

@@ -32,6 +32,7 @@ struct EigenRequest {
     double limit = 0.0;
     const std::vector<double>* load = nullptr;  // Ritz vectors start from this pattern:
     bool loadIsForce = false;                   //   a force as given, or a displacement (× B)
+    double tolerance = 0.0;         // subspace convergence tolerance; 0: the library's (1e-6)
     bool wantVectors = true;
     bool buckling = false;          // B is the geometric stiffness
     int outOfCoreMode = 0;
