@@ -101,15 +101,9 @@ int Run(const Call& c, Driver driver, const std::string& workingDirectory) {
 
     VQ_LanczosEigenSolver solver(p);
     switch (driver) {
-      case Driver::kSingle:
-        solver.Solve((c.selector & kSelectorBuckling) ? 1 : 0);
-        break;
-      case Driver::kIncrementalNatural:
-        solver.SolveNaturalModesIncrementally();
-        break;
-      case Driver::kIncrementalBuckling:
-        solver.SolveBucklingModesIncrementally();
-        break;
+      case Driver::kSingle: solver.Solve((c.selector & kSelectorBuckling) ? 1 : 0); break;
+      case Driver::kIncrementalNatural: solver.SolveNaturalModesIncrementally(); break;
+      case Driver::kIncrementalBuckling: solver.SolveBucklingModesIncrementally(); break;
     }
     const VQ_LanczosResult& r = solver.Result();
     if (r.status == 0) return 0;
@@ -159,10 +153,9 @@ Call Common(int n, int nev, const int* kia, const int* kja, const double* ka, in
 
 extern "C" {
 
-int VQ_EigenvalueAnalysis_ARPACK(int n, int nev, const int* kRowPointers,
-                                 const int* kColumnIndices, const double* kValues,
-                                 const double* bDiagonal, int mode, int selector,
-                                 int maxIterations, int* found, double* eigenvalues,
+int VQ_EigenvalueAnalysis_ARPACK(int n, int nev, const int* kRowPointers, const int* kColumnIndices,
+                                 const double* kValues, const double* bDiagonal, int mode,
+                                 int selector, int maxIterations, int* found, double* eigenvalues,
                                  double* modeShapes, double shift, const char* workingDirectory,
                                  int verbose) {
   Call c = Common(n, nev, kRowPointers, kColumnIndices, kValues, mode, selector, maxIterations,
@@ -176,8 +169,8 @@ int VQ_EigenvalueAnalysis_ARPACK2(int n, int nev, const int* kRowPointers,
                                   const int* kColumnIndices, const double* kValues,
                                   const int* bRowPointers, const int* bColumnIndices,
                                   const double* bValues, int mode, int selector, int maxIterations,
-                                  int* found, double* eigenvalues, double* modeShapes,
-                                  double shift, const char* workingDirectory, int verbose) {
+                                  int* found, double* eigenvalues, double* modeShapes, double shift,
+                                  const char* workingDirectory, int verbose) {
   Call c = Common(n, nev, kRowPointers, kColumnIndices, kValues, mode, selector, maxIterations,
                   found, eigenvalues, modeShapes, shift, verbose);
   c.bia = bRowPointers;
@@ -227,9 +220,9 @@ int VQ_EigenvalueAnalysis_ARPACK4(int n, int nev, const int* kRowPointers,
                                   const int* kColumnIndices, const double* kValues,
                                   const double* massDiagonal, const int* gRowPointers,
                                   const int* gColumnIndices, const double* gValues, int mode,
-                                  int selector, int maxIterations, int* found,
-                                  double* eigenvalues, double* modeShapes, double shift,
-                                  const char* workingDirectory, int verbose) {
+                                  int selector, int maxIterations, int* found, double* eigenvalues,
+                                  double* modeShapes, double shift, const char* workingDirectory,
+                                  int verbose) {
   Call c = Common(n, nev, kRowPointers, kColumnIndices, kValues, mode, selector, maxIterations,
                   found, eigenvalues, modeShapes, shift, verbose);
   if (c.selector & kSelectorBuckling) {

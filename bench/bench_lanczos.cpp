@@ -28,12 +28,11 @@ void dsaupd_(int* ido, const char* bmat, const int* n, const char* which, const 
              double* tol, double* resid, const int* ncv, double* v, const int* ldv, int* iparam,
              int* ipntr, double* workd, double* workl, const int* lworkl, int* info,
              size_t bmatLength, size_t whichLength);
-void dseupd_(const int* rvec, const char* howmny, int* select, double* d, double* z,
-             const int* ldz, const double* sigma, const char* bmat, const int* n,
-             const char* which, const int* nev, double* tol, double* resid, const int* ncv,
-             double* v, const int* ldv, int* iparam, int* ipntr, double* workd, double* workl,
-             const int* lworkl, int* info, size_t howmnyLength, size_t bmatLength,
-             size_t whichLength);
+void dseupd_(const int* rvec, const char* howmny, int* select, double* d, double* z, const int* ldz,
+             const double* sigma, const char* bmat, const int* n, const char* which, const int* nev,
+             double* tol, double* resid, const int* ncv, double* v, const int* ldv, int* iparam,
+             int* ipntr, double* workd, double* workl, const int* lworkl, int* info,
+             size_t howmnyLength, size_t bmatLength, size_t whichLength);
 }
 
 namespace {
@@ -105,8 +104,8 @@ Timing PlainLoop(const vqmath::models::CsrMatrix& k, const std::vector<double>& 
         rhs = &workd[ipntr[2] - 1];
       const double s0 = Now();
       pardiso(pt, &maxfct, &mnum, &mtype, &phase, &n, k.values.data(), k.rowPointers.data(),
-              k.columnIndices.data(), &idummy, &nrhs, iparm, &msglvl, const_cast<double*>(rhs),
-              y, &error);
+              k.columnIndices.data(), &idummy, &nrhs, iparm, &msglvl, const_cast<double*>(rhs), y,
+              &error);
       solveTime += Now() - s0;
       ++t.applications;
     } else if (ido == 2) {
@@ -150,8 +149,9 @@ Timing Library(const vqmath::models::CsrMatrix& k, const std::vector<double>& m,
   VQ_LanczosEigenSolver solver(p);
   const int status = solver.SolveNaturalModes();
   t.total = Now() - t0;
-  if (status != 0) std::printf("  (library: status %d, %s)\n", solver.GetStatus(),
-                               solver.GetErrorMessage().c_str());
+  if (status != 0)
+    std::printf("  (library: status %d, %s)\n", solver.GetStatus(),
+                solver.GetErrorMessage().c_str());
   t.applications = solver.Result().operatorApplications;
   t.values.assign(values.begin(), values.begin() + found);
   return t;
@@ -173,9 +173,10 @@ int main(int argc, char** argv) {
   const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(equations));
   const auto& k = model.Stiffness();
   const std::vector<double>& m = model.LumpedMass();
-  std::printf("3D solid: %d equations, %d stored entries of K, %d modes (generated in %.1f s), "
-              "%d MKL threads\n",
-              k.n, k.Nnz(), nev, Now() - g0, mkl_get_max_threads());
+  std::printf(
+      "3D solid: %d equations, %d stored entries of K, %d modes (generated in %.1f s), "
+      "%d MKL threads\n",
+      k.n, k.Nnz(), nev, Now() - g0, mkl_get_max_threads());
 
   Timing best[2];
   for (int r = 0; r < repeats; ++r) {
@@ -184,8 +185,10 @@ int main(int argc, char** argv) {
       const int run = (r % 2 == 0) ? which : 1 - which;
       const Timing t = run == 0 ? PlainLoop(k, m, nev) : Library(k, m, nev);
       std::printf("  %-12s total %7.3f s", run == 0 ? "plain loop" : "library", t.total);
-      if (run == 0) std::printf("  (factor %.3f s, %d solves %.3f s)", t.factor, t.applications, t.solves);
-      else std::printf("  (%d operator applications)", t.applications);
+      if (run == 0)
+        std::printf("  (factor %.3f s, %d solves %.3f s)", t.factor, t.applications, t.solves);
+      else
+        std::printf("  (%d operator applications)", t.applications);
       std::printf("\n");
       if (r == 0 || t.total < best[run].total) best[run] = t;
     }
@@ -193,10 +196,12 @@ int main(int argc, char** argv) {
   double worst = 0.0;
   const size_t count = std::min(best[0].values.size(), best[1].values.size());
   for (size_t i = 0; i < count; ++i)
-    worst = std::max(worst, std::fabs(best[1].values[i] - best[0].values[i]) / std::fabs(best[0].values[i]));
-  std::printf("best: plain loop %.3f s, library %.3f s, ratio %.3f; eigenvalues agree to %.1e "
-              "(%zu compared), lowest %.6e\n",
-              best[0].total, best[1].total, best[1].total / best[0].total, worst, count,
-              count ? best[0].values[0] : 0.0);
+    worst = std::max(
+        worst, std::fabs(best[1].values[i] - best[0].values[i]) / std::fabs(best[0].values[i]));
+  std::printf(
+      "best: plain loop %.3f s, library %.3f s, ratio %.3f; eigenvalues agree to %.1e "
+      "(%zu compared), lowest %.6e\n",
+      best[0].total, best[1].total, best[1].total / best[0].total, worst, count,
+      count ? best[0].values[0] : 0.0);
   return 0;
 }

@@ -80,11 +80,11 @@ VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K
 }
 
 VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a,
-                                                           int* ib, int* jb, double* b,
-                                                           int oocMode, int mtype, bool verbose,
+                                                           int* ib, int* jb, double* b, int oocMode,
+                                                           int mtype, bool verbose,
                                                            const char* workingDirectory)
-    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0,
-                      workingDirectory, nullptr) {
+    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0, workingDirectory,
+                      nullptr) {
   order_ = n;
   kRowPointers_ = ia;
   kColumnIndices_ = ja;
@@ -99,8 +99,8 @@ VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(int n, int* ia, int* 
                                                            double* bDiagonal, int oocMode,
                                                            int mtype, bool verbose,
                                                            const char* workingDirectory)
-    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0,
-                      workingDirectory, nullptr) {
+    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0, workingDirectory,
+                      nullptr) {
   order_ = n;
   kRowPointers_ = ia;
   kColumnIndices_ = ja;
@@ -112,8 +112,8 @@ VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(int n, int* ia, int* 
 VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a,
                                                            int oocMode, int mtype, bool verbose,
                                                            const char* workingDirectory)
-    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0,
-                      workingDirectory, nullptr) {
+    : VQ_SparseSolver(n, a, ia, ja, 1, nullptr, oocMode, mtype, verbose ? 1 : 0, workingDirectory,
+                      nullptr) {
   order_ = n;
   kRowPointers_ = ia;
   kColumnIndices_ = ja;
@@ -224,7 +224,8 @@ void VQ_ExtendedEigenSparseSolver::RepointOwnedB() {
   bValues_ = ownedValues_.data();
 }
 
-// ---- user parameters -----------------------------------------------------------------------------
+// ---- user parameters
+// -----------------------------------------------------------------------------
 
 void VQ_ExtendedEigenSparseSolver::SetRunTimeStatus(int value) {
   userParams_[0] = value;
@@ -324,8 +325,8 @@ int VQ_ExtendedEigenSparseSolver::Solve(double lo, double hi, int requested,
     const char uplo = 'U';
     ++feastCalls_;
     dfeast_scsrgv(&uplo, &n, kValues_, kRowPointers_, kColumnIndices_, bValues_, bRowPointers_,
-                  bColumnIndices_, fpm_, &epsout, &loop, &lo, &hi, &m0, e.data(), x.data(),
-                  &found, res.data(), &info);
+                  bColumnIndices_, fpm_, &epsout, &loop, &lo, &hi, &m0, e.data(), x.data(), &found,
+                  res.data(), &info);
     if (info == kFeastOk) {
       const int collected = static_cast<int>(values.size());
       const int k = std::max(0, std::min(found, requested - collected));
@@ -374,8 +375,9 @@ int VQ_ExtendedEigenSparseSolver::SolveSystem(double Emin, double Emax, int requ
         return status_;
       }
       char buffer[128];
-      std::snprintf(buffer, sizeof buffer, "Only %d Eigenvalues of Requested %d Eigenvalues Found \n",
-                    collected, requested);
+      std::snprintf(buffer, sizeof buffer,
+                    "Only %d Eigenvalues of Requested %d Eigenvalues Found \n", collected,
+                    requested);
       statusMessage_ = buffer;
       status_ = static_cast<STATE_STATUS>(kStatusPartial);
       return kStatusPartial;

@@ -39,18 +39,16 @@ class VQ_SparseSymMatrix;
 class VQ_ExtendedEigenSparseSolver : public VQ_SparseSolver {
  public:
   // The trailing (oocMode, mtype, verbose, workingDirectory) are the sparse-solver settings.
-  VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K, VQ_SparseSymMatrix& M, int oocMode,
-                               int mtype, bool verbose, const char* workingDirectory);
-  VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K, VQ_DiagonalMatrix& M, int oocMode,
-                               int mtype, bool verbose, const char* workingDirectory);
+  VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K, VQ_SparseSymMatrix& M, int oocMode, int mtype,
+                               bool verbose, const char* workingDirectory);
+  VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K, VQ_DiagonalMatrix& M, int oocMode, int mtype,
+                               bool verbose, const char* workingDirectory);
   VQ_ExtendedEigenSparseSolver(VQ_SparseSymMatrix& K, int oocMode, int mtype, bool verbose,
                                const char* workingDirectory);
   VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a, int* ib, int* jb, double* b,
-                               int oocMode, int mtype, bool verbose,
-                               const char* workingDirectory);
-  VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a, double* bDiagonal,
-                               int oocMode, int mtype, bool verbose,
-                               const char* workingDirectory);
+                               int oocMode, int mtype, bool verbose, const char* workingDirectory);
+  VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a, double* bDiagonal, int oocMode,
+                               int mtype, bool verbose, const char* workingDirectory);
   VQ_ExtendedEigenSparseSolver(int n, int* ia, int* ja, double* a, int oocMode, int mtype,
                                bool verbose, const char* workingDirectory);
   // Copies take the strings, settings and matrices (a B built here is copied and owned anew).
@@ -75,19 +73,19 @@ class VQ_ExtendedEigenSparseSolver : public VQ_SparseSolver {
   void ResolveSolverErrors(int info, std::string& message, MATLIBDLLCOMMONS::STATE_STATUS& status);
 
   // ---- user parameters fpm(1)…fpm(7); each setter stores the value and marks them as set ----
-  void SetRunTimeStatus(int value);                                 // fpm(1): 0 or 1
+  void SetRunTimeStatus(int value);  // fpm(1): 0 or 1
   int GetRunTimeStatus() const { return userParams_[0]; }
-  void SetNumberOfCountourPoints(int value);                        // fpm(2): 3…48, listed
+  void SetNumberOfCountourPoints(int value);  // fpm(2): 3…48, listed
   int GetNumberOfCountourPoints() const { return userParams_[1]; }
-  void SetErrorTraceDoublePrecesionStoppingCriteria(int value);     // fpm(3)
+  void SetErrorTraceDoublePrecesionStoppingCriteria(int value);  // fpm(3)
   int GetErrorTraceDoublePrecesionStoppingCriteria() const { return userParams_[2]; }
-  void SetMaxRefinimentLoop(int value);                             // fpm(4)
+  void SetMaxRefinimentLoop(int value);  // fpm(4)
   int GetMaxRefinimentLoop() const { return userParams_[3]; }
-  void SetUserInitialSpace(int value);                              // fpm(5): 0 or 1
+  void SetUserInitialSpace(int value);  // fpm(5): 0 or 1
   int GetUserInitialSpace() const { return userParams_[4]; }
-  void SetStoppingTestType(int value);                              // fpm(6): 0 or 1
+  void SetStoppingTestType(int value);  // fpm(6): 0 or 1
   int GetStoppingTestType() const { return userParams_[5]; }
-  void SetErrorTraceSinglePrecesionStoppingCriteria(int value);     // fpm(7)
+  void SetErrorTraceSinglePrecesionStoppingCriteria(int value);  // fpm(7)
   int GetErrorTraceSinglePrecesionStoppingCriteria() const { return userParams_[6]; }
   bool UserParametersSet() const { return userParamsSet_; }
 

@@ -62,7 +62,8 @@ std::vector<double> FullFromSym(const VQ_SymMatrix& s) {
 
 }  // namespace
 
-// ---- construction ----------------------------------------------------------------------------------
+// ---- construction
+// ----------------------------------------------------------------------------------
 
 VQ_LDRitzVectors::VQ_LDRitzVectors(int n, int* kRowPointers, int* kColumnIndices, double* kValues,
                                    double* massDiagonal, int oocMode, int matrixType,
@@ -96,7 +97,8 @@ VQ_LDRitzVectors::VQ_LDRitzVectors(int n, int* kRowPointers, int* kColumnIndices
 
 VQ_LDRitzVectors::~VQ_LDRitzVectors() = default;
 
-// ---- options -------------------------------------------------------------------------------------
+// ---- options
+// -------------------------------------------------------------------------------------
 
 void VQ_LDRitzVectors::SetParameters(bool orthogonalizeVwrtK, bool selectiveReorthogonalization,
                                      bool staticCorrection) {
@@ -112,11 +114,10 @@ void VQ_LDRitzVectors::GetParameters(bool& orthogonalizeVwrtK, bool& selectiveRe
   staticCorrection = staticCorrection_;
 }
 
-void VQ_LDRitzVectors::CheckNumReqEigens(int a, int b, int& n) const {
-  n = std::min({n, a, b});
-}
+void VQ_LDRitzVectors::CheckNumReqEigens(int a, int b, int& n) const { n = std::min({n, a, b}); }
 
-// ---- errors --------------------------------------------------------------------------------------
+// ---- errors
+// --------------------------------------------------------------------------------------
 
 void VQ_LDRitzVectors::Fail(int status, const char* message) {
   status_ = status;
@@ -125,39 +126,25 @@ void VQ_LDRitzVectors::Fail(int status, const char* message) {
 
 void VQ_LDRitzVectors::ResolveError(VQ_SparseSolver* solver, int code) {
   switch (code) {
-    case 0:
-      return;
-    case -3:
-      Fail(kStatusCancelled, kTextCancelled);
-      return;
+    case 0: return;
+    case -3: Fail(kStatusCancelled, kTextCancelled); return;
     case -1:
       Fail(kStatusInstability, kTextInstability);
       if (solver) instabilityEquation_ = solver->Get_DOFNumForInstability();
       return;
     case -4:
-    case -5:
-      Fail(kStatusNoMemory, kTextNoMemory);
-      return;
-    default:
-      Fail(kStatusFailed, kTextFailed);
-      return;
+    case -5: Fail(kStatusNoMemory, kTextNoMemory); return;
+    default: Fail(kStatusFailed, kTextFailed); return;
   }
 }
 
 void VQ_LDRitzVectors::ResolveError(int status) {
   status_ = status;
   switch (status) {
-    case 0:
-      return;
-    case kStatusCancelled:
-      errorMessage_ = kTextCancelled;
-      return;
-    case kStatusInstability:
-      errorMessage_ = kTextInstability;
-      return;
-    default:
-      Fail(kStatusFailed, kTextFailed);
-      return;
+    case 0: return;
+    case kStatusCancelled: errorMessage_ = kTextCancelled; return;
+    case kStatusInstability: errorMessage_ = kTextInstability; return;
+    default: Fail(kStatusFailed, kTextFailed); return;
   }
 }
 
@@ -173,7 +160,8 @@ void VQ_LDRitzVectors::PrintMatrices(const char* folder) {
   }
 }
 
-// ---- reduced problem -----------------------------------------------------------------------------
+// ---- reduced problem
+// -----------------------------------------------------------------------------
 
 int VQ_LDRitzVectors::SubspaceIterationEigenSolver(int count, VQ_SymMatrix& Kr, VQ_SymMatrix& Mr,
                                                    std::string workingDirectory) {
@@ -223,7 +211,8 @@ int VQ_LDRitzVectors::LAPACKEigenSolver(VQ_SymMatrix& Kr, VQ_SymMatrix& Mr) {
   }
 }
 
-// ---- solution ------------------------------------------------------------------------------------
+// ---- solution
+// ------------------------------------------------------------------------------------
 
 int VQ_LDRitzVectors::SolveWYD(unsigned count, std::string workingDirectory,
                                VQ_RitzProgressCallback progress, VQ_ColVector* load, int vecType) {
@@ -231,8 +220,7 @@ int VQ_LDRitzVectors::SolveWYD(unsigned count, std::string workingDirectory,
 }
 
 int VQ_LDRitzVectors::SolveLWYD(unsigned count, std::string workingDirectory,
-                                VQ_RitzProgressCallback progress, VQ_ColVector* load,
-                                int vecType) {
+                                VQ_RitzProgressCallback progress, VQ_ColVector* load, int vecType) {
   return Solve(true, count, workingDirectory, progress, load, vecType);
 }
 
@@ -249,8 +237,7 @@ void VQ_LDRitzVectors::ResetResults() {
   errNorm2_ = VQ_ColVector();
 }
 
-int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
-                            const std::string& workingDirectory,
+int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested, const std::string& workingDirectory,
                             VQ_RitzProgressCallback progress, VQ_ColVector* load, int vecType) {
   ResetResults();
   std::unique_ptr<VQ_SparseSolver> solver;
@@ -263,8 +250,8 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
     }
     // At most one vector per mass degree of freedom.
     const int massTerms = M_.CountNonZeroDiagonalTerms(zero_);
-    const int count = static_cast<int>(std::min<unsigned>(
-        requested, static_cast<unsigned>(std::min(massTerms, n))));
+    const int count = static_cast<int>(
+        std::min<unsigned>(requested, static_cast<unsigned>(std::min(massTerms, n))));
     if (count == 0 || massTerms == 0) {
       Fail(kStatusFailed, kTextFailed);
       return status_;
@@ -293,8 +280,8 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
     }
 
     ei::SymmetricProduct mass, stiffness;
-    mass.SetSparse(n, M_.GetRowVectorPointer(), M_.GetColumnVectorPointer(),
-                   M_.GetDataPointer(), 4 * count + 8);
+    mass.SetSparse(n, M_.GetRowVectorPointer(), M_.GetColumnVectorPointer(), M_.GetDataPointer(),
+                   4 * count + 8);
     stiffness.SetSparse(n, K_.GetRowVectorPointer(), K_.GetColumnVectorPointer(),
                         K_.GetDataPointer(), count + 2);
     auto solve = [&solver](const double* rhs, double* x) {
@@ -303,7 +290,7 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
       return solver->Solve();
     };
 
-    std::vector<double> X(Cells(n, count));  // the generated vectors, M-orthonormal
+    std::vector<double> X(Cells(n, count));   // the generated vectors, M-orthonormal
     std::vector<double> MX(Cells(n, count));  // M times each of them
     std::vector<double> y(un), my(un), rhs(un), c(static_cast<size_t>(count));
     int made = 0;
@@ -319,8 +306,8 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
       if (k == 0) return;
       cblas_dgemv(CblasColMajor, CblasTrans, n, k, 1.0, MX.data(), n, y.data(), 1, 0.0, c.data(),
                   1);
-      cblas_dgemv(CblasColMajor, CblasNoTrans, n, k, -1.0, X.data(), n, c.data(), 1, 1.0,
-                  y.data(), 1);
+      cblas_dgemv(CblasColMajor, CblasNoTrans, n, k, -1.0, X.data(), n, c.data(), 1, 1.0, y.data(),
+                  1);
       ++gramSchmidtPasses_;
     };
     // Gram–Schmidt against all k earlier vectors, repeated while a pass removed more than half
@@ -440,8 +427,8 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
         Mr.Ref(i, j) = 0.5 * (mr[Cells(j - 1, q) + i - 1] + mr[Cells(i - 1, q) + j - 1]);
       }
 
-    std::vector<double> phi;       // final vectors, n × q
-    std::vector<double> lambda;    // their estimates, ascending
+    std::vector<double> phi;     // final vectors, n × q
+    std::vector<double> lambda;  // their estimates, ascending
     if (orthogonalizeVwrtK_) {
       int code = SubspaceIterationEigenSolver(q, Kr, Mr, workingDirectory);
       if (code != 0) code = LAPACKEigenSolver(Kr, Mr);
@@ -452,24 +439,22 @@ int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested,
       // Φ = X·Q, ascending order of the estimates.
       std::vector<int> order(static_cast<size_t>(q));
       std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(), [this](int a, int b) {
-        return estimates_[a + 1] < estimates_[b + 1];
-      });
+      std::stable_sort(order.begin(), order.end(),
+                       [this](int a, int b) { return estimates_[a + 1] < estimates_[b + 1]; });
       std::vector<double> Q(Cells(q, q));
       for (int j = 0; j < q; ++j) {
         lambda.push_back(estimates_[order[j] + 1]);
         for (int i = 0; i < q; ++i) Q[Cells(j, q) + i] = reducedVectors_.Value(i + 1, order[j] + 1);
       }
       phi.assign(Cells(n, q), 0.0);
-      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, q, 1.0, X.data(), n, Q.data(),
-                  q, 0.0, phi.data(), n);
+      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, q, 1.0, X.data(), n, Q.data(), q,
+                  0.0, phi.data(), n);
     } else {
       // The generated vectors themselves, with their Rayleigh quotients, ascending.
       std::vector<int> order(static_cast<size_t>(q));
       std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
-        return kr[Cells(a, q) + a] < kr[Cells(b, q) + b];
-      });
+      std::stable_sort(order.begin(), order.end(),
+                       [&](int a, int b) { return kr[Cells(a, q) + a] < kr[Cells(b, q) + b]; });
       phi.assign(Cells(n, q), 0.0);
       for (int j = 0; j < q; ++j) {
         lambda.push_back(kr[Cells(order[j], q) + order[j]]);

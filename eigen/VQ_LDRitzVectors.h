@@ -96,15 +96,17 @@ class VQ_LDRitzVectors {
   // n becomes min(n, a, b).
   void CheckNumReqEigens(int a, int b, int& n) const;
 
-  // ---- solution (each returns the status) ---------------------------------------------------------
-  // load: optional, n values; vecType 1 takes it as a force vector, 0 as a pattern (see above).
+  // ---- solution (each returns the status)
+  // --------------------------------------------------------- load: optional, n values; vecType 1
+  // takes it as a force vector, 0 as a pattern (see above).
   int SolveWYD(unsigned count, std::string workingDirectory, VQ_RitzProgressCallback progress,
                VQ_ColVector* load, int vecType);
   int SolveLWYD(unsigned count, std::string workingDirectory, VQ_RitzProgressCallback progress,
                 VQ_ColVector* load, int vecType);
 
-  // ---- results ------------------------------------------------------------------------------------
-  // The Ritz vectors, n × count (column j the j-th, in ascending order of the estimates).
+  // ---- results
+  // ------------------------------------------------------------------------------------ The Ritz
+  // vectors, n × count (column j the j-th, in ascending order of the estimates).
   VQ_Matrix* GetVectorsPtr() { return &vectors_; }
   // The estimated eigenvalues, ascending (count values).
   VQ_ColVector& GetEstEigVals() { return estimates_; }
@@ -117,14 +119,16 @@ class VQ_LDRitzVectors {
   // Gram–Schmidt passes (against all earlier vectors) made by the last solve.
   int GetNumberOfGramSchmidtPasses() const { return gramSchmidtPasses_; }
 
-  // ---- reduced problem (results in the reduced vectors and the estimates; 0 on success) -----------
+  // ---- reduced problem (results in the reduced vectors and the estimates; 0 on success)
+  // -----------
   int SubspaceIterationEigenSolver(int count, VQ_SymMatrix& Kr, VQ_SymMatrix& Mr,
                                    std::string workingDirectory);
   int ArnoldiSolver(int count, VQ_SymMatrix& Kr, VQ_SymMatrix& Mr, std::string workingDirectory);
   int LAPACKEigenSolver(VQ_SymMatrix& Kr, VQ_SymMatrix& Mr);
 
-  // ---- errors -------------------------------------------------------------------------------------
-  // A factorisation (or reduced-solve) result: 0 unchanged; −3 → −2; −1 → −3 with the solver's
+  // ---- errors
+  // ------------------------------------------------------------------------------------- A
+  // factorisation (or reduced-solve) result: 0 unchanged; −3 → −2; −1 → −3 with the solver's
   // instability equation; −4, −5 → −1; other → −40.
   void ResolveError(VQ_SparseSolver* solver, int code);
   // A status: stored; −2 and −3 with their texts; 0 nothing; other → −40.

@@ -149,8 +149,7 @@ int VQ_LanczosEigenSolver::Factor(bool buckling, double sigma) {
     solver_->Set_Matrix(n, a, ia, ja);
   } else {
     solver_.reset(new VQ_SparseSolver(n, a, ia, ja, 1, nullptr, problem_.oocMode,
-                                      problem_.matrixType, 0, problem_.workingDirectory,
-                                      nullptr));
+                                      problem_.matrixType, 0, problem_.workingDirectory, nullptr));
   }
   const int status = solver_->Decomposition(true, withAnalysis);
   ++result_.factorizations;
@@ -171,8 +170,8 @@ int VQ_LanczosEigenSolver::Factor(bool buckling, double sigma) {
     case -5: {
       int code = 0;
       std::string text;
-      ei::LanczosDriverStatusText(status == -3 ? ei::kLanczosCancelled : ei::kLanczosNoMemory,
-                                  code, text);
+      ei::LanczosDriverStatusText(status == -3 ? ei::kLanczosCancelled : ei::kLanczosNoMemory, code,
+                                  text);
       return FailWith(ei::kLanczosFactorFailed, code, text);
     }
     default: {
@@ -229,8 +228,7 @@ int VQ_LanczosEigenSolver::RunPass(bool buckling, double sigma, int requested, i
       pass.values.swap(outcome.values);
       pass.vectors.swap(outcome.vectors);
       return 0;
-    case ei::ArpackResult::kOutOfMemory:
-      return Fail(ei::kLanczosNoMemory);
+    case ei::ArpackResult::kOutOfMemory: return Fail(ei::kLanczosNoMemory);
     case ei::ArpackResult::kUnexpectedIdo:
       return FailWith(ei::kLanczosBadRequest, ei::kStatusArpackFailed,
                       "ARPACK failed to Find Eigenvectors");
@@ -292,8 +290,8 @@ int VQ_LanczosEigenSolver::SolveSingle(bool buckling) {
 
     Pass pass;
     const bool wantVectors = problem_.modeShapes != nullptr;
-    int status = RunPass(buckling, problem_.shift, problem_.requested, problem_.which,
-                         wantVectors, pass);
+    int status =
+        RunPass(buckling, problem_.shift, problem_.requested, problem_.which, wantVectors, pass);
     if (status != 0) return status;
     if (buckling && HasBucklingFactorNearZero(pass.values, problem_.shift))
       return Fail(ei::kLanczosBucklingFactorNearZero);
@@ -348,9 +346,9 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
     }
 
     const size_t un = static_cast<size_t>(n);
-    std::vector<double> values;      // found eigenvalues, in the order found
-    std::vector<double> modes;       // their B-normalised modes, n each
-    std::vector<double> metricModes; // B times each mode
+    std::vector<double> values;       // found eigenvalues, in the order found
+    std::vector<double> modes;        // their B-normalised modes, n each
+    std::vector<double> metricModes;  // B times each mode
     std::vector<double> bx(un), g, remainder(un);
 
     const int announced = (wanted + block - 1) / block;

@@ -51,7 +51,8 @@
 //   −22  "Not all required EigenValues were found": fewer converged modes than requested (at
 //        least one); they are delivered and the count says how many (ARPACK info 1 or −9999)
 //   −45  an ARPACK failure (its info text), or "ARPACK failed to Find Eigenvectors", or the MAC
-//        failure texts
+//        failure texts, or "Failed to shift matrix K with -sigma*M" ("…*Kg" for buckling) when
+//        the shifted matrix cannot be formed
 //   −46  invalid input: ARPACK's input errors (info −1…−7, −10…−13, −15, −16, their texts),
 //        buckling without a shift, block size below 2
 //   −47  "Buckling factor is approaching zero, check model for instabilities": a buckling factor
@@ -85,10 +86,10 @@ struct VQ_LanczosProblem {
   const double* bValues = nullptr;
   const double* bDiagonal = nullptr;
 
-  double shift = 0.0;       // σ
-  int which = 4;            // spectrum selector 1…5 (other values: 4, "LM")
-  int maxIterations = -1;   // ARPACK restart iterations; −1: 100·nev
-  int blockSize = 0;        // modes per pass of the incremental drivers
+  double shift = 0.0;      // σ
+  int which = 4;           // spectrum selector 1…5 (other values: 4, "LM")
+  int maxIterations = -1;  // ARPACK restart iterations; −1: 100·nev
+  int blockSize = 0;       // modes per pass of the incremental drivers
 
   // Outputs: eigenvalues (requested doubles), mode shapes (n × requested, column-major; null:
   // not delivered) and the count delivered (may be null).

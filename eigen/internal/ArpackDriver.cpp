@@ -17,12 +17,11 @@ void dsaupd_(int* ido, const char* bmat, const int* n, const char* which, const 
              double* tol, double* resid, const int* ncv, double* v, const int* ldv, int* iparam,
              int* ipntr, double* workd, double* workl, const int* lworkl, int* info,
              std::size_t bmatLength, std::size_t whichLength);
-void dseupd_(const int* rvec, const char* howmny, int* select, double* d, double* z,
-             const int* ldz, const double* sigma, const char* bmat, const int* n,
-             const char* which, const int* nev, double* tol, double* resid, const int* ncv,
-             double* v, const int* ldv, int* iparam, int* ipntr, double* workd, double* workl,
-             const int* lworkl, int* info, std::size_t howmnyLength, std::size_t bmatLength,
-             std::size_t whichLength);
+void dseupd_(const int* rvec, const char* howmny, int* select, double* d, double* z, const int* ldz,
+             const double* sigma, const char* bmat, const int* n, const char* which, const int* nev,
+             double* tol, double* resid, const int* ncv, double* v, const int* ldv, int* iparam,
+             int* ipntr, double* workd, double* workl, const int* lworkl, int* info,
+             std::size_t howmnyLength, std::size_t bmatLength, std::size_t whichLength);
 }
 
 namespace vqmath {
@@ -144,9 +143,9 @@ ArpackResult Run(const ArpackRequest& request, ArpackOperator& op, ArpackOutcome
   const char howmny[] = "A";
   double sigma = request.sigma;
   int eupdInfo = 0;
-  dseupd_(&rvec, howmny, select.data(), d.data(), request.wantVectors ? z.data() : v.data(),
-          &ldv, &sigma, bmat, &n, which, &nev, &tol, resid.data(), &ncv, v.data(), &ldv, iparam,
-          ipntr, workd.data(), workl.data(), &lworkl, &eupdInfo, 1, 1, 2);
+  dseupd_(&rvec, howmny, select.data(), d.data(), request.wantVectors ? z.data() : v.data(), &ldv,
+          &sigma, bmat, &n, which, &nev, &tol, resid.data(), &ncv, v.data(), &ldv, iparam, ipntr,
+          workd.data(), workl.data(), &lworkl, &eupdInfo, 1, 1, 2);
   if (eupdInfo != 0) {
     out.info = eupdInfo;
     out.inEupd = true;

@@ -71,22 +71,22 @@ struct ArpackRequest {
 };
 
 enum class ArpackResult : int {
-  kConverged = 0,         // all nev eigenpairs delivered
-  kPartial = 1,           // 1 ≤ nconv < nev pairs delivered (ARPACK info 1 or −9999)
-  kArpackError = 2,       // dsaupd or dseupd failed: see info / inEupd
-  kOperatorFailed = 3,    // the operator returned operatorStatus ≠ 0
-  kUnexpectedIdo = 4,     // ARPACK asked for a request the driver does not serve
-  kOutOfMemory = 5,       // a work array could not be allocated
+  kConverged = 0,       // all nev eigenpairs delivered
+  kPartial = 1,         // 1 ≤ nconv < nev pairs delivered (ARPACK info 1 or −9999)
+  kArpackError = 2,     // dsaupd or dseupd failed: see info / inEupd
+  kOperatorFailed = 3,  // the operator returned operatorStatus ≠ 0
+  kUnexpectedIdo = 4,   // ARPACK asked for a request the driver does not serve
+  kOutOfMemory = 5,     // a work array could not be allocated
 };
 
 struct ArpackOutcome {
   ArpackResult result = ArpackResult::kConverged;
-  int info = 0;             // ARPACK's info of the failing (or last) routine
-  bool inEupd = false;      // true when info comes from dseupd
-  int ido = 0;              // the last ido (meaningful for kUnexpectedIdo)
-  int operatorStatus = 0;   // the operator's result for kOperatorFailed
-  int nconv = 0;            // converged Ritz values reported by dsaupd (iparam(5))
-  int iterations = 0;       // restart iterations taken (iparam(3))
+  int info = 0;                  // ARPACK's info of the failing (or last) routine
+  bool inEupd = false;           // true when info comes from dseupd
+  int ido = 0;                   // the last ido (meaningful for kUnexpectedIdo)
+  int operatorStatus = 0;        // the operator's result for kOperatorFailed
+  int nconv = 0;                 // converged Ritz values reported by dsaupd (iparam(5))
+  int iterations = 0;            // restart iterations taken (iparam(3))
   int operatorApplications = 0;  // OP·x requests served (iparam(9))
   int bProducts = 0;             // B·x requests served (iparam(10))
   // Delivered pairs, eigenvalues ascending: count values and, when vectors were requested,

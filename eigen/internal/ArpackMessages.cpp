@@ -34,10 +34,10 @@ bool ArpackInfoText(int info, std::string& text) {
     case -11:
       t = "For mode 1, B has to be identity (eigenvalue problem is not a generalized one)";
       break;
-    case -12:
-      t = "Implicit shifts index has to either be 0 (user provided)  or 1 (exact)";
+    case -12: t = "Implicit shifts index has to either be 0 (user provided)  or 1 (exact)"; break;
+    case -13:
+      t = "No. of required eigenvalues is not compatible with the BOTH_ENDS criteria";
       break;
-    case -13: t = "No. of required eigenvalues is not compatible with the BOTH_ENDS criteria"; break;
     case -14: t = "Failed to find eigen values to sufficient accuracy"; break;
     case -15: t = "HOWMNY must be 'A' (ALL) or 'S' (Select), if eigenvectors are requested"; break;
     case -16: t = "HOWMNY must be 'S' (Select) is not yet implemented in ARPACK"; break;
@@ -57,11 +57,20 @@ bool ArpackInfoText(int info, std::string& text) {
 
 int ArpackInfoStatus(int info) {
   switch (info) {
-    case -1: case -2: case -3: case -4: case -5: case -6: case -7:
-    case -10: case -11: case -12: case -13: case -15: case -16:
-      return kStatusArpackInvalidInput;
-    default:
-      return kStatusArpackFailed;
+    case -1:
+    case -2:
+    case -3:
+    case -4:
+    case -5:
+    case -6:
+    case -7:
+    case -10:
+    case -11:
+    case -12:
+    case -13:
+    case -15:
+    case -16: return kStatusArpackInvalidInput;
+    default: return kStatusArpackFailed;
   }
 }
 
@@ -96,8 +105,9 @@ void LanczosDriverStatusText(int driverStatus, int& code, std::string& text) {
       return;
     case kLanczosMacFailed:
       code = kStatusArpackFailed;
-      text = "Incremental solver failed, Modes do not satisfies Modal Assurance Criterion (MAC) "
-             "probably due to loss of orthogonality";
+      text =
+          "Incremental solver failed, Modes do not satisfies Modal Assurance Criterion (MAC) "
+          "probably due to loss of orthogonality";
       return;
     case kLanczosBlockTooSmall:
       code = kStatusArpackInvalidInput;
@@ -105,8 +115,9 @@ void LanczosDriverStatusText(int driverStatus, int& code, std::string& text) {
       return;
     case kLanczosBucklingMacFailed:
       code = kStatusArpackFailed;
-      text = "Solution of buckling problem failed, Modes do not satisfies Modal Assurance "
-             "Criterion (MAC) probably due to loss of orthogonality";
+      text =
+          "Solution of buckling problem failed, Modes do not satisfies Modal Assurance "
+          "Criterion (MAC) probably due to loss of orthogonality";
       return;
     case kLanczosBucklingFactorNearZero:
       code = kStatusBucklingFactorNearZero;

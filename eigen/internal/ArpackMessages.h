@@ -13,14 +13,14 @@ namespace eigen_internal {
 // Driver statuses (the negative values the Lanczos routines return).
 enum LanczosDriverStatus : int {
   kLanczosOk = 0,
-  kLanczosInstability = -1,       // factorisation met a zero pivot
-  kLanczosCancelled = -3,         // factorisation cancelled
-  kLanczosNoMemory = -4,          // in-core memory exhausted
-  kLanczosNoMemoryOoc = -5,       // out-of-core memory exhausted
-  kLanczosFactorFailed = -9,      // any factorisation failure (record already set)
-  kLanczosBadRequest = -10,       // ARPACK asked for an ido the driver does not serve
-  kLanczosPartial = -11,          // fewer converged eigenpairs than requested, at least one
-  kLanczosArpackFailed = -12,     // dsaupd/dseupd failed (record holds the info text)
+  kLanczosInstability = -1,    // factorisation met a zero pivot
+  kLanczosCancelled = -3,      // factorisation cancelled
+  kLanczosNoMemory = -4,       // in-core memory exhausted
+  kLanczosNoMemoryOoc = -5,    // out-of-core memory exhausted
+  kLanczosFactorFailed = -9,   // any factorisation failure (record already set)
+  kLanczosBadRequest = -10,    // ARPACK asked for an ido the driver does not serve
+  kLanczosPartial = -11,       // fewer converged eigenpairs than requested, at least one
+  kLanczosArpackFailed = -12,  // dsaupd/dseupd failed (record holds the info text)
   kLanczosOutOfMemoryInCore = -81,
   kLanczosOutOfMemoryOoc = -82,
   kLanczosNotAllFound = -99,
@@ -40,10 +40,10 @@ constexpr int kStatusArpackFailed = -45;
 constexpr int kStatusArpackInvalidInput = -46;
 constexpr int kStatusBucklingFactorNearZero = -47;
 
-extern const char* const kTextNoMemory;             // "Memory Allocation Error (insuffcient memory)"
-extern const char* const kTextNotAllFound;          // "Not all required EigenValues were found"
-extern const char* const kTextShiftFailedMass;      // "Failed to shift matrix K with -sigma*M"
-extern const char* const kTextShiftFailedGeometric; // "Failed to shift matrix K with -sigma*Kg"
+extern const char* const kTextNoMemory;         // "Memory Allocation Error (insuffcient memory)"
+extern const char* const kTextNotAllFound;      // "Not all required EigenValues were found"
+extern const char* const kTextShiftFailedMass;  // "Failed to shift matrix K with -sigma*M"
+extern const char* const kTextShiftFailedGeometric;  // "Failed to shift matrix K with -sigma*Kg"
 
 // ARPACK's info value → text; false (and text untouched) for a value outside the table.
 bool ArpackInfoText(int info, std::string& text);

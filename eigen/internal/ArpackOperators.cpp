@@ -54,11 +54,10 @@ void SymmetricProduct::SetSparse(int n, const int* rowPointers, const int* colum
   values_ = values;
   // MKL's handle refers to the arrays without copying or changing them.
   sparse_matrix_t a = nullptr;
-  sparse_status_t s = mkl_sparse_d_create_csr(&a, SPARSE_INDEX_BASE_ONE, n, n,
-                                              const_cast<int*>(rowPointers),
-                                              const_cast<int*>(rowPointers) + 1,
-                                              const_cast<int*>(columnIndices),
-                                              const_cast<double*>(values));
+  sparse_status_t s =
+      mkl_sparse_d_create_csr(&a, SPARSE_INDEX_BASE_ONE, n, n, const_cast<int*>(rowPointers),
+                              const_cast<int*>(rowPointers) + 1, const_cast<int*>(columnIndices),
+                              const_cast<double*>(values));
   if (s != SPARSE_STATUS_SUCCESS) return;  // the legacy kernel serves the products
   handle_ = a;
   if (expectedCalls > 0) {
@@ -75,9 +74,9 @@ int SymmetricProduct::Apply(const double* x, double* y) const {
   }
   if (values_ == nullptr) return -1;
   if (handle_ != nullptr) {
-    sparse_status_t s = mkl_sparse_d_mv(SPARSE_OPERATION_NON_TRANSPOSE, 1.0,
-                                        static_cast<sparse_matrix_t>(handle_), SymmetricUpper(),
-                                        x, 0.0, y);
+    sparse_status_t s =
+        mkl_sparse_d_mv(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, static_cast<sparse_matrix_t>(handle_),
+                        SymmetricUpper(), x, 0.0, y);
     return s == SPARSE_STATUS_SUCCESS ? 0 : -1;
   }
   const char uplo = 'U';

@@ -38,18 +38,19 @@ void FeastInfoMessage(int info, std::string& message, int& status) {
       status = -1;
       return;
     case -2:
-      message = "Internal error of the inner system solver. Possible reasons: not enough memory "
-                "for PARDISO solver or inconsistent input.";
+      message =
+          "Internal error of the inner system solver. Possible reasons: not enough memory "
+          "for PARDISO solver or inconsistent input.";
       status = -63;
       return;
     case -3:
-      message = "Internal error of the reduced eigenvalue solver. Possible cause: matrix B may "
-                "not be positive definite. It can be checked with PARDISO usages, if "
-                "necessary.\n";
+      message =
+          "Internal error of the reduced eigenvalue solver. Possible cause: matrix B may "
+          "not be positive definite. It can be checked with PARDISO usages, if "
+          "necessary.\n";
       status = -64;
       return;
-    default:
-      break;
+    default: break;
   }
   status = -65;
   if (info >= 100) {

@@ -1,14 +1,14 @@
 // FEAST interval solver: the eigenvalues inside [Emin, Emax] against dense LAPACK, the search in
 // sub-intervals, subspace growth, the user parameters and the error table.
+#include <gtest/gtest.h>
+#include <mkl_lapacke.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <mkl_lapacke.h>
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
@@ -56,10 +56,9 @@ class FeastSolver : public ::testing::Test {
   }
 
   VQ_ExtendedEigenSparseSolver Solver() {
-    return VQ_ExtendedEigenSparseSolver(k_->n, k_->rowPointers.data(), k_->columnIndices.data(),
-                                        k_->values.data(), m_->rowPointers.data(),
-                                        m_->columnIndices.data(), m_->values.data(), 0, -2, false,
-                                        "");
+    return VQ_ExtendedEigenSparseSolver(
+        k_->n, k_->rowPointers.data(), k_->columnIndices.data(), k_->values.data(),
+        m_->rowPointers.data(), m_->columnIndices.data(), m_->values.data(), 0, -2, false, "");
   }
   const std::vector<double>& Ref() const { return *reference_; }
   // Midpoint between reference eigenvalues i and i + 1 (0-based).
@@ -110,9 +109,9 @@ TEST_F(FeastSolver, FindsExactlyTheEigenvaluesInsideTheInterval) {
   // Eigenpairs: residuals and M-orthonormality of the stored vectors.
   std::vector<double> phi(vectors.GetDataPointer(),
                           vectors.GetDataPointer() + static_cast<size_t>(k_->n) * values.size());
-  EXPECT_LT(vqtest::EigenResidual(*k_, *m_, static_cast<int>(values.size()), values.data(),
-                                  phi.data()),
-            1e-8);
+  EXPECT_LT(
+      vqtest::EigenResidual(*k_, *m_, static_cast<int>(values.size()), values.data(), phi.data()),
+      1e-8);
   EXPECT_LT(vqtest::MOrthonormalityError(*m_, static_cast<int>(values.size()), phi.data()), 1e-8);
 }
 
@@ -230,8 +229,7 @@ TEST_F(FeastSolver, BadIntervalAndBadOrderAreReported) {
 
   std::vector<int> ia = {1}, ja;
   std::vector<double> a, d;
-  VQ_ExtendedEigenSparseSolver empty(0, ia.data(), ja.data(), a.data(), d.data(), 0, -2, false,
-                                     "");
+  VQ_ExtendedEigenSparseSolver empty(0, ia.data(), ja.data(), a.data(), d.data(), 0, -2, false, "");
   VQ_Matrix none;
   EXPECT_EQ(empty.SolveSystem(0.0, 1.0, 2, values, none, false, 1), -60);
   EXPECT_EQ(empty.GetSolverStatusMessage(), "Error: Problem with size of the system N(N<=0))");
@@ -369,8 +367,10 @@ TEST(FeastMessages, EveryInfoHasItsTextAndStatus) {
       {104, -65,
        "Problem with 4 th value of the input Intel\xAE Eigensolver Package parameter "
        "(i.e feastparam(4))\n"},
-      {-107, -65, "Problem with the 7 th argument of the Intel\xAE Eigensolver Package interface\n"},
-      {-100, -65, "Problem with the 0 th argument of the Intel\xAE Eigensolver Package interface\n"},
+      {-107, -65,
+       "Problem with the 7 th argument of the Intel\xAE Eigensolver Package interface\n"},
+      {-100, -65,
+       "Problem with the 0 th argument of the Intel\xAE Eigensolver Package interface\n"},
       {99, -65, "Unknown Error."},
       {-4, -65, "Unknown Error."},
       {0, -65, "Unknown Error."},

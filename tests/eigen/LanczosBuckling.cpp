@@ -1,10 +1,10 @@
 // Buckling modes by the Lanczos driver (ARPACK's buckling mode on K − σ·Kg): the pinned column
 // against Euler's loads n²·π²·EI/L², the single-problem selector, and the buckling failures.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "eigen/VQ_LanczosEigenSolver.h"
 #include "models/FrameModel.h"
@@ -46,7 +46,7 @@ VQ_LanczosProblem Problem(const CsrMatrix& k, const CsrMatrix& b, int requested,
 // flag 1: buckling through the single-problem selector; 0: natural modes; 2: incremental
 // buckling with the given block.
 Outcome RunLanczos(const CsrMatrix& k, const CsrMatrix& b, int requested, double shift, int flag,
-            int block = 0) {
+                   int block = 0) {
   Outcome o;
   int found = -1;
   VQ_LanczosProblem p = Problem(k, b, requested, shift, o.values, o.modes, &found);
@@ -101,8 +101,8 @@ TEST(LanczosBuckling, BucklingModesAreKNormalised) {
   const FrameModel column = FrameModel::PinnedColumn(Column(12));
   Outcome o;
   int found = 0;
-  VQ_LanczosProblem p = Problem(column.Stiffness(), column.GeometricStiffness(), 3, 1e6, o.values,
-                                o.modes, &found);
+  VQ_LanczosProblem p =
+      Problem(column.Stiffness(), column.GeometricStiffness(), 3, 1e6, o.values, o.modes, &found);
   VQ_LanczosEigenSolver solver(p);
   ASSERT_EQ(solver.SolveBucklingModes(), 0) << solver.GetErrorMessage();
   const CsrMatrix& k = column.Stiffness();
@@ -120,7 +120,7 @@ TEST(LanczosBuckling, BucklingModesAreKNormalised) {
       r += ri * ri;
       rn += kphi[i] * kphi[i];
     }
-    EXPECT_NEAR(kk, 1.0, 1e-9);                      // φᵀ·K·φ = 1
+    EXPECT_NEAR(kk, 1.0, 1e-9);                             // φᵀ·K·φ = 1
     EXPECT_NEAR(kk / gg, o.values[a], 1e-8 * o.values[a]);  // Rayleigh quotient
     EXPECT_LT(std::sqrt(r / rn), 1e-9);
   }
@@ -162,7 +162,8 @@ TEST(LanczosBuckling, BucklingFactorNearZeroEndsTheRun) {
     const Outcome o = RunLanczos(k, kg, 3, 5e-13, flag, 3);
     EXPECT_EQ(o.driverStatus, -302);
     EXPECT_EQ(o.result.status, -47);
-    EXPECT_EQ(o.result.message, "Buckling factor is approaching zero, check model for instabilities");
+    EXPECT_EQ(o.result.message,
+              "Buckling factor is approaching zero, check model for instabilities");
   }
 }
 

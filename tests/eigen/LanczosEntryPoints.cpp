@@ -1,13 +1,13 @@
 // The flat Lanczos entry points VQ_EigenvalueAnalysis_ARPACK … _ARPACK5: argument handling
 // (selectors, eigenvalue-only runs, cleared outputs), the registry they leave, and their
 // results against known spectra.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <numeric>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "models/FrameModel.h"
 #include "support/TestSupport.h"
@@ -74,10 +74,9 @@ TEST_F(LanczosEntryPoints, SelectorsOutOfRangeTakeTheirDefaults) {
       std::vector<double> v(3, 9.0);
       int found = 0;
       // mode → 4 ("LM": nearest the shift), selector → 0 (natural modes)
-      ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK(20, 3, d.k.rowPointers.data(),
-                                             d.k.columnIndices.data(), d.k.values.data(),
-                                             d.md.data(), mode, selector, -1, &found, v.data(),
-                                             nullptr, 3.1, "", 0),
+      ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK(
+                    20, 3, d.k.rowPointers.data(), d.k.columnIndices.data(), d.k.values.data(),
+                    d.md.data(), mode, selector, -1, &found, v.data(), nullptr, 3.1, "", 0),
                 0)
           << mode << " " << selector << ": " << LastMessage();
       EXPECT_NEAR(v[0], 2.5, 1e-12);  // λ = 2.5, 3, 3.5 nearest 3.1
@@ -92,8 +91,8 @@ TEST_F(LanczosEntryPoints, SmallestAlgebraicSelectorPicksTheOtherSideOfTheShift)
   std::vector<double> v(2, 0.0);
   int found = 0;
   ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK(20, 2, d.k.rowPointers.data(), d.k.columnIndices.data(),
-                                         d.k.values.data(), d.md.data(), 1, 0, -1, &found,
-                                         v.data(), nullptr, 5.2, "", 0),
+                                         d.k.values.data(), d.md.data(), 1, 0, -1, &found, v.data(),
+                                         nullptr, 5.2, "", 0),
             0)
       << LastMessage();
   EXPECT_NEAR(v[0], 4.5, 1e-12);
@@ -127,17 +126,16 @@ TEST_F(LanczosEntryPoints, StructuralModelWithLumpedMassAndGeometricStiffness) {
   // Buckling (selector 1) with the mass left out.
   ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK4(n, 3, k.rowPointers.data(), k.columnIndices.data(),
                                           k.values.data(), nullptr, g.rowPointers.data(),
-                                          g.columnIndices.data(), g.values.data(), 4, 1, -1,
-                                          &found, v.data(), shapes.data(), 1e6, "", 0),
+                                          g.columnIndices.data(), g.values.data(), 4, 1, -1, &found,
+                                          v.data(), shapes.data(), 1e6, "", 0),
             0)
       << LastMessage();
   for (int mode = 1; mode <= 3; ++mode)
     EXPECT_LT(vqtest::RelDiff(v[mode - 1], c.EulerLoad(mode)), 1e-3);
   // Natural modes (selector 0) with Kg left out: ω² of the first transverse mode.
   ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK4(n, 3, k.rowPointers.data(), k.columnIndices.data(),
-                                          k.values.data(), lumped.data(), nullptr, nullptr,
-                                          nullptr, 4, 0, -1, &found, v.data(), shapes.data(), 0.0,
-                                          "", 0),
+                                          k.values.data(), lumped.data(), nullptr, nullptr, nullptr,
+                                          4, 0, -1, &found, v.data(), shapes.data(), 0.0, "", 0),
             0)
       << LastMessage();
   const double omega = c.NaturalFrequency(1);
@@ -170,8 +168,8 @@ TEST_F(LanczosEntryPoints, IncrementalVariantsMatchOnePass) {
   std::vector<double> b(4);
   ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK5(k.n, 4, k.rowPointers.data(), k.columnIndices.data(),
                                           k.values.data(), g.rowPointers.data(),
-                                          g.columnIndices.data(), g.values.data(), 4, 0, -1, 2,
-                                          &f2, b.data(), nullptr, 1e6, "", 0),
+                                          g.columnIndices.data(), g.values.data(), 4, 0, -1, 2, &f2,
+                                          b.data(), nullptr, 1e6, "", 0),
             0)
       << LastMessage();
   for (int mode = 1; mode <= 4; ++mode)
@@ -201,16 +199,16 @@ TEST_F(LanczosEntryPoints, FailuresLeaveCodeAndDriverTextInTheRegistry) {
             -46);
   EXPECT_EQ(LastMessage(), "Incremental solver requires block size greater than or equal to 2");
   // No equations.
-  EXPECT_EQ(VQ_EigenvalueAnalysis_ARPACK(0, 3, nullptr, nullptr, nullptr, nullptr, 4, 0, -1,
-                                         &found, v.data(), nullptr, 0.0, "", 0),
+  EXPECT_EQ(VQ_EigenvalueAnalysis_ARPACK(0, 3, nullptr, nullptr, nullptr, nullptr, 4, 0, -1, &found,
+                                         v.data(), nullptr, 0.0, "", 0),
             -46);
   EXPECT_EQ(LastMessage(), "No. of equations N must be positive");
   // Malformed compressed rows: a row pointer that runs backwards.
   std::vector<int> badRows = d.k.rowPointers;
   badRows[3] = 2;
   EXPECT_EQ(VQ_EigenvalueAnalysis_ARPACK(10, 3, badRows.data(), d.k.columnIndices.data(),
-                                         d.k.values.data(), d.md.data(), 4, 0, -1, &found,
-                                         v.data(), nullptr, 0.0, "", 0),
+                                         d.k.values.data(), d.md.data(), 4, 0, -1, &found, v.data(),
+                                         nullptr, 0.0, "", 0),
             -64);
   EXPECT_EQ(VQ_GetLastErrorID(), -64);
 }

@@ -1,13 +1,13 @@
 // Incremental natural modes: passes of a fixed block size with moving shifts find the same modes
 // as one pass, never deliver a mode twice (also across repeated eigenvalues cut by a block), and
 // report what they did.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "eigen/VQ_LanczosEigenSolver.h"
 #include "models/SolidModel.h"
@@ -45,7 +45,8 @@ Modes Solve(const Csr& k, const std::vector<double>& mass, int requested, int bl
   p.modeShapes = m.shapes.data();
   p.found = &found;
   VQ_LanczosEigenSolver solver(p);
-  m.driverStatus = block == 0 ? solver.SolveNaturalModes() : solver.SolveNaturalModesIncrementally();
+  m.driverStatus =
+      block == 0 ? solver.SolveNaturalModes() : solver.SolveNaturalModesIncrementally();
   m.result = solver.Result();
   EXPECT_EQ(found, m.result.found);
   m.values.resize(static_cast<size_t>(std::max(found, 0)));
@@ -101,15 +102,14 @@ TEST_P(LanczosIncremental, PassesFindTheModesOfOnePassExactlyOnce) {
 
 // The square cross-sections have pairs of equal bending eigenvalues; blocks of odd size cut
 // such pairs between passes.
-INSTANTIATE_TEST_SUITE_P(
-    Solids, LanczosIncremental,
-    ::testing::Values(IncrementalCase{"RectangularBarBlock4", 8, 3, 2, 14, 4},
-                      IncrementalCase{"SquareBarBlock3", 8, 2, 2, 12, 3},
-                      IncrementalCase{"SquareBarBlock2", 6, 2, 2, 9, 2},
-                      IncrementalCase{"CubeBlock5", 3, 3, 3, 16, 5}),
-    [](const ::testing::TestParamInfo<IncrementalCase>& info) {
-      return std::string(info.param.name);
-    });
+INSTANTIATE_TEST_SUITE_P(Solids, LanczosIncremental,
+                         ::testing::Values(IncrementalCase{"RectangularBarBlock4", 8, 3, 2, 14, 4},
+                                           IncrementalCase{"SquareBarBlock3", 8, 2, 2, 12, 3},
+                                           IncrementalCase{"SquareBarBlock2", 6, 2, 2, 9, 2},
+                                           IncrementalCase{"CubeBlock5", 3, 3, 3, 16, 5}),
+                         [](const ::testing::TestParamInfo<IncrementalCase>& info) {
+                           return std::string(info.param.name);
+                         });
 
 TEST(LanczosIncrementalExact, DiagonalPencilInPassesOfTwo) {
   const int n = 50;

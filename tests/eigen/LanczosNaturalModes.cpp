@@ -1,13 +1,13 @@
 // Natural modes by the Lanczos (ARPACK) driver, checked against dense LAPACK on generated solids
 // and on the real structural matrices, against exactly known spectra, and for the size rules.
+#include <gtest/gtest.h>
+#include <mkl_lapacke.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <mkl_lapacke.h>
 
 #include "eigen/VQ_LanczosEigenSolver.h"
 #include "eigen/internal/ArpackDriver.h"
@@ -27,7 +27,7 @@ struct LanczosRun {
 
 // Natural modes of K·φ = λ·M·φ, M sparse (or diagonal when mDiagonal is given).
 LanczosRun Natural(const Csr& k, const Csr* m, const std::vector<double>* mDiagonal, int requested,
-            double shift = 0.0, int which = 4, bool withModes = true) {
+                   double shift = 0.0, int which = 4, bool withModes = true) {
   LanczosRun run;
   run.values.assign(static_cast<size_t>(std::max(requested, 1)), -1.0);
   run.modes.assign(static_cast<size_t>(k.n) * std::max(requested, 1), 0.0);
@@ -83,7 +83,8 @@ void ExpectMatchesDense(const Csr& k, const Csr& m, const LanczosRun& run, int r
   EXPECT_LT(vqtest::MOrthonormalityError(m, requested, run.modes.data()), 1e-9);
 }
 
-// ---- exactly known spectra -----------------------------------------------------------------------
+// ---- exactly known spectra
+// -----------------------------------------------------------------------
 
 TEST(LanczosNaturalModes, DiagonalPairGivesItsRatiosInAscendingOrder) {
   // K = diag(1…n) scaled by the mass diag(2) gives λ_i = i / 2.
@@ -97,8 +98,8 @@ TEST(LanczosNaturalModes, DiagonalPairGivesItsRatiosInAscendingOrder) {
   for (int i = 0; i < 6; ++i) EXPECT_NEAR(run.values[i], (i + 1) / 2.0, 1e-12);
   // Mode i is the unit vector of equation n − i, M-normalised: 1/√2.
   for (int i = 0; i < 6; ++i)
-    EXPECT_NEAR(std::fabs(run.modes[static_cast<size_t>(i) * n + (n - 1 - i)]), 1.0 / std::sqrt(2.0),
-                1e-10);
+    EXPECT_NEAR(std::fabs(run.modes[static_cast<size_t>(i) * n + (n - 1 - i)]),
+                1.0 / std::sqrt(2.0), 1e-10);
 }
 
 TEST(LanczosNaturalModes, ShiftSelectsTheEigenvaluesNearestIt) {
@@ -124,7 +125,8 @@ TEST(LanczosNaturalModes, EigenvaluesOnlyWhenNoModeShapeArrayIsGiven) {
   for (int i = 0; i < 3; ++i) EXPECT_NEAR(run.values[i], i + 1.0, 1e-12);
 }
 
-// ---- generated solids ----------------------------------------------------------------------------
+// ---- generated solids
+// ----------------------------------------------------------------------------
 
 struct SolidCase {
   const char* name;
@@ -144,23 +146,26 @@ TEST_P(LanczosSolid, AgreesWithDenseLapack) {
   sp.consistentMass = c.consistent;
   vqmath::models::SolidModel model(sp);
   const Csr k = FromModel(model.Stiffness());
-  const Csr m = c.consistent ? FromModel(model.ConsistentMass())
-                             : vqtest::DiagonalCsr(model.LumpedMass());
+  const Csr m =
+      c.consistent ? FromModel(model.ConsistentMass()) : vqtest::DiagonalCsr(model.LumpedMass());
   const LanczosRun run = c.consistent ? Natural(k, &m, nullptr, c.requested)
-                               : Natural(k, nullptr, &model.LumpedMass(), c.requested);
+                                      : Natural(k, nullptr, &model.LumpedMass(), c.requested);
   ExpectMatchesDense(k, m, run, c.requested, 1e-9);
   // One factorisation, and ARPACK served with one solve per operator application.
   EXPECT_EQ(run.result.factorizations, 1);
   EXPECT_GT(run.result.operatorApplications, c.requested);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Solids, LanczosSolid,
-    ::testing::Values(SolidCase{"LumpedBar", 8, 2, 2, false, 10}, SolidCase{"ConsistentBar", 6, 2, 2, true, 8},
-                      SolidCase{"LumpedPlate", 6, 6, 1, false, 12}),
-    [](const ::testing::TestParamInfo<SolidCase>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Solids, LanczosSolid,
+                         ::testing::Values(SolidCase{"LumpedBar", 8, 2, 2, false, 10},
+                                           SolidCase{"ConsistentBar", 6, 2, 2, true, 8},
+                                           SolidCase{"LumpedPlate", 6, 6, 1, false, 12}),
+                         [](const ::testing::TestParamInfo<SolidCase>& info) {
+                           return std::string(info.param.name);
+                         });
 
-// ---- real structural matrices --------------------------------------------------------------------
+// ---- real structural matrices
+// --------------------------------------------------------------------
 
 struct RealCase {
   const char* stem;  // "01" → bcsstk01 / bcsstm01
@@ -229,7 +234,8 @@ INSTANTIATE_TEST_SUITE_P(Harwell, LanczosRealMatrices,
                            return std::string("bcsstk") + info.param.stem;
                          });
 
-// ---- size rules ----------------------------------------------------------------------------------
+// ---- size rules
+// ----------------------------------------------------------------------------------
 
 TEST(LanczosSizeRules, ArpackSizesFollowTheRules) {
   using vqmath::eigen_internal::ComputeArpackSizes;
@@ -279,7 +285,8 @@ TEST(LanczosSizeRules, OrderTwoWithOneRequested) {
   EXPECT_NEAR(run.modes[0], run.modes[1], 1e-10);
 }
 
-// ---- failures ------------------------------------------------------------------------------------
+// ---- failures
+// ------------------------------------------------------------------------------------
 
 TEST(LanczosFailures, OrderOneCannotBeSolved) {
   const Csr k = vqtest::DiagonalCsr({4.0});

@@ -1,15 +1,14 @@
 // Load-dependent Ritz vectors: M-orthonormality, estimates bounding the true eigenvalues from
 // above and converging as the count grows, effective mass reaching 1, the generation variants
 // and options, and the failures.
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <mkl_lapacke.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "dense/VQ_ColVector.h"
 #include "eigen/VQ_LDRitzVectors.h"
@@ -68,8 +67,9 @@ class RitzVectors : public ::testing::Test {
   }
   std::vector<double> Vectors(VQ_LDRitzVectors& r) {
     VQ_Matrix* v = r.GetVectorsPtr();
-    return std::vector<double>(v->GetDataPointer(),
-                               v->GetDataPointer() + static_cast<size_t>(v->NumRows()) * v->NumCols());
+    return std::vector<double>(
+        v->GetDataPointer(),
+        v->GetDataPointer() + static_cast<size_t>(v->NumRows()) * v->NumCols());
   }
 
   static Csr* k_;
@@ -87,8 +87,8 @@ TEST_F(RitzVectors, VectorsAreMOrthonormalAndKOrthogonal) {
   std::unique_ptr<VQ_LDRitzVectors> r(Make());
   VQ_ColVector load(GenericLoad(N()));
   for (bool lanczos : {false, true}) {
-    const int status = lanczos ? r->SolveLWYD(12, "", nullptr, &load, 0)
-                               : r->SolveWYD(12, "", nullptr, &load, 0);
+    const int status =
+        lanczos ? r->SolveLWYD(12, "", nullptr, &load, 0) : r->SolveWYD(12, "", nullptr, &load, 0);
     ASSERT_EQ(status, 0) << r->GetErrorMessage();
     ASSERT_EQ(r->GetVectorsPtr()->NumCols(), 12);
     const std::vector<double> phi = Vectors(*r);
@@ -197,7 +197,8 @@ TEST_F(RitzVectors, ForceVectorKindEqualsPatternTimesMass) {
   VQ_ColVector ones(std::vector<double>(N(), 1.0));
   ASSERT_EQ(c->SolveWYD(6, "", nullptr, nullptr, 1), 0);
   ASSERT_EQ(d->SolveWYD(6, "", nullptr, &ones, 0), 0);
-  for (int i = 1; i <= 6; ++i) EXPECT_NEAR(c->GetEstEigVals()[i], d->GetEstEigVals()[i], 1e-9 * d->GetEstEigVals()[i]);
+  for (int i = 1; i <= 6; ++i)
+    EXPECT_NEAR(c->GetEstEigVals()[i], d->GetEstEigVals()[i], 1e-9 * d->GetEstEigVals()[i]);
 }
 
 TEST_F(RitzVectors, LanczosVariantSpansTheSameSpace) {
@@ -220,7 +221,8 @@ TEST_F(RitzVectors, StaticCorrectionPutsTheStaticResponseIntoTheBasis) {
   std::vector<double> u = f;
   {
     std::vector<int> ipiv(N());
-    ASSERT_EQ(LAPACKE_dgesv(LAPACK_COL_MAJOR, N(), 1, dense.data(), N(), ipiv.data(), u.data(), N()), 0);
+    ASSERT_EQ(
+        LAPACKE_dgesv(LAPACK_COL_MAJOR, N(), 1, dense.data(), N(), ipiv.data(), u.data(), N()), 0);
   }
   auto spanError = [&](VQ_LDRitzVectors& r) {
     // ‖u − Φ·Φᵀ·M·u‖_M / ‖u‖_M
@@ -297,7 +299,8 @@ TEST_F(RitzVectors, LimitDropsEstimatesAboveIt) {
   EXPECT_EQ(none->SolveWYD(10, "", nullptr, &load, 0), -40);
 }
 
-// ---- failures and mappings ------------------------------------------------------------------------
+// ---- failures and mappings
+// ------------------------------------------------------------------------
 
 bool CancelAtThree(int count, double) { return count < 3; }
 
@@ -310,8 +313,9 @@ TEST_F(RitzVectors, ProgressCallbackCancels) {
 TEST(RitzFailures, NoMassFails) {
   const Csr k = vqtest::DiagonalCsr({2.0, 3.0, 4.0});
   std::vector<double> m = {1e-9, 0.0, -1e-9};
-  VQ_LDRitzVectors r(3, const_cast<int*>(k.rowPointers.data()), const_cast<int*>(k.columnIndices.data()),
-                     const_cast<double*>(k.values.data()), m.data(), 0, -2, false, 0.0);
+  VQ_LDRitzVectors r(3, const_cast<int*>(k.rowPointers.data()),
+                     const_cast<int*>(k.columnIndices.data()), const_cast<double*>(k.values.data()),
+                     m.data(), 0, -2, false, 0.0);
   EXPECT_EQ(r.SolveWYD(2, "", nullptr, nullptr, 0), -40);
   EXPECT_EQ(r.GetStatus(), -40);
   EXPECT_EQ(r.GetErrorMessage(), "Failed to Find Ritz Vectors");
@@ -337,12 +341,12 @@ TEST(RitzFailures, ErrorMappings) {
     int code, status;
     const char* text;
   };
-  for (const Row& row : {Row{-3, -2, "Analysis Canceled by User"},
-                         Row{-1, -3, "Instability Detected (ill-conditioned matrices)"},
-                         Row{-4, -1, "Memory Allocation Error (insuffcient memory)"},
-                         Row{-5, -1, "Memory Allocation Error (insuffcient memory)"},
-                         Row{-6, -40, "Failed to Find Ritz Vectors"},
-                         Row{-8, -40, "Failed to Find Ritz Vectors"}}) {
+  for (const Row& row :
+       {Row{-3, -2, "Analysis Canceled by User"},
+        Row{-1, -3, "Instability Detected (ill-conditioned matrices)"},
+        Row{-4, -1, "Memory Allocation Error (insuffcient memory)"},
+        Row{-5, -1, "Memory Allocation Error (insuffcient memory)"},
+        Row{-6, -40, "Failed to Find Ritz Vectors"}, Row{-8, -40, "Failed to Find Ritz Vectors"}}) {
     r.ResolveError(nullptr, row.code);
     EXPECT_EQ(r.GetStatus(), row.status) << row.code;
     EXPECT_EQ(r.GetErrorMessage(), row.text) << row.code;
