@@ -119,9 +119,16 @@ int VQ_EigenSolver::OutOfCoreRetryCoreSize(int peakSymbolicKb, int permanentSymb
 
 int VQ_EigenSolver::CreateSolverAndDecompose(std::string fileName, VQ_SparseSolver** solver,
                                              bool readFromFile, VQ_Matrix* rhs) {
+  return DecomposeWithRetry(fileName, solver, readFromFile, rhs, nullptr, nullptr);
+}
+
+int VQ_EigenSolver::DecomposeWithRetry(const std::string& fileName, VQ_SparseSolver** solver,
+                                       bool readFromFile, VQ_Matrix* rhs,
+                                       void (*configure)(VQ_SparseSolver*, void*), void* context) {
   if (!solver) return kSolverNoMemory;
   CreateSolver(fileName, solver, readFromFile, rhs);
   if (!*solver) return kSolverNoMemory;
+  if (configure) configure(*solver, context);
   // Decomposition = analysis + factorisation in this thread, the factorised flag, and the copy of
   // the 64 PARDISO parameters to the global report when the host set the global array.
   int result = (*solver)->Decomposition(true, true);
@@ -133,6 +140,7 @@ int VQ_EigenSolver::CreateSolverAndDecompose(std::string fileName, VQ_SparseSolv
     VQ_Set_INTEL_MKL_OOC_Max_Core_Size(size);
     CreateSolver(fileName, solver, readFromFile, rhs);
     if (!*solver) return kSolverNoMemory;
+    if (configure) configure(*solver, context);
     result = (*solver)->Decomposition(true, true);
   }
   return result;
@@ -165,33 +173,42 @@ bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName) {
 
 bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName, VQ_SparseSolver** keep) {
   if (keep) *keep = nullptr;
-  VQ_SparseSolver* solver = nullptr;
-  CreateSolver(fileName, &solver, false, nullptr);
-  if (!solver) {
+  if (!stiffness_) {
+    SetStatus(-1);
+    return false;
+  }
+  // PARDISO factors an exactly singular stiffness matrix without complaint (its zero pivots come
+  // out as rounding-level positive numbers), so the pivots are also compared with K's diagonal.
+  const int n = stiffness_->NumRows();
+  struct Diagonals {
+    std::vector<double> matrix, factor;
+  } diagonals;
+  try {
+    diagonals.matrix.assign(static_cast<std::size_t>(n), 0.0);
+    diagonals.factor.assign(static_cast<std::size_t>(n), 0.0);
+  } catch (const std::bad_alloc&) {
     SetStatus(-1);
     return false;
   }
   // Indefinite type whatever this object's type, and stop when negative pivots appear: a K with
-  // negative pivots fails here as well as a singular one.
-  solver->SetMatrixType(-2);
-  solver->Set_StopIfNotPosDefinite(true);
-  // PARDISO factors an exactly singular stiffness matrix without complaint (its zero pivots come
-  // out as rounding-level positive numbers), so the pivots are also compared with K's diagonal.
-  const int n = stiffness_->NumRows();
-  std::vector<double> matrixDiagonal, factorDiagonal;
-  try {
-    matrixDiagonal.assign(static_cast<std::size_t>(n), 0.0);
-    factorDiagonal.assign(static_cast<std::size_t>(n), 0.0);
-    solver->SetDiagElementsInfo(true, matrixDiagonal.data(), factorDiagonal.data());
-  } catch (const std::bad_alloc&) {
-    delete solver;
+  // negative pivots fails here as well as a singular one. Out of core, a factorisation short of
+  // memory is retried once with the core size PARDISO asks for, as for every factorisation.
+  auto configure = [](VQ_SparseSolver* s, void* context) {
+    Diagonals* d = static_cast<Diagonals*>(context);
+    s->SetMatrixType(-2);
+    s->Set_StopIfNotPosDefinite(true);
+    s->SetDiagElementsInfo(true, d->matrix.data(), d->factor.data());
+  };
+  VQ_SparseSolver* solver = nullptr;
+  const int result = DecomposeWithRetry(fileName, &solver, false, nullptr, configure, &diagonals);
+  if (!solver) {
     SetStatus(-1);
     return false;
   }
-  const int result = solver->Decomposition(true, true);
   MapDecompositionResult(result, solver);
   if (result == 0) {
-    const int equation = SingularPivotEquation(n, matrixDiagonal.data(), factorDiagonal.data());
+    const int equation =
+        SingularPivotEquation(n, diagonals.matrix.data(), diagonals.factor.data());
     if (equation > 0) {
       instabilityDOF_ = equation;
       SetStatus(-3);

@@ -80,8 +80,8 @@ class VQ_EigenSolver {
   // -1 when no solver could be built).
   int CreateSolverAndDecompose(std::string fileName, VQ_SparseSolver** solver, bool readFromFile,
                                VQ_Matrix* rhs);
-  // Factorises K without shift as symmetric indefinite with stop-if-not-positive-definite: true
-  // when K is positive definite. Otherwise the status becomes -2 (negative pivots), -3 (singular:
+  // Factorises K without shift as symmetric indefinite with stop-if-not-positive-definite (with the
+  // same out-of-core retry): true when K is positive definite. Otherwise the status becomes -2 (negative pivots), -3 (singular:
   // the factorisation broke down, or a pivot fell below 1e-12 of its diagonal term; instability
   // DOF set), -1 (no memory) or -9999.
   bool CheckForRigidBodyModes(std::string fileName);
@@ -133,6 +133,10 @@ class VQ_EigenSolver {
   std::string VerboseFilePath() const;
 
  protected:
+  // CreateSolver and factorisation with the single out-of-core retry; `configure` (may be null)
+  // adjusts every solver built before it factorises.
+  int DecomposeWithRetry(const std::string& fileName, VQ_SparseSolver** solver, bool readFromFile,
+                         VQ_Matrix* rhs, void (*configure)(VQ_SparseSolver*, void*), void* context);
   void SetStatus(int code) { status_ = static_cast<MATLIBDLLCOMMONS::STATE_STATUS>(code); }
 
   VQ_SparseSymMatrix* stiffness_ = nullptr;  // K (borrowed unless a derived class owns it)

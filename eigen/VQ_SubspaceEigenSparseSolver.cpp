@@ -690,8 +690,10 @@ int VQ_SubspaceEigenSparseSolver::RunPasses(int requested, double shift, int max
     unshiftedFactor_.reset(factor);
     timings_.rigidBodyCheck = SecondsSince(checkStart);
     if (!regular) {
-      SetStatus(-3);
-      return -3;
+      // Singular or not positive definite: -3 (with the instability equation when one is known).
+      // A check that could not run for lack of memory, or failed otherwise, keeps its own code.
+      if (status_ != -1 && status_ != -9999) SetStatus(-3);
+      return status_;
     }
   }
 

@@ -2,6 +2,7 @@
 // check, the out-of-core core-size rule, Rayleigh quotient, M-weighted Gram-Schmidt, work-file
 // names, MatrixMarket dumps and the verbose log with its exact lines.
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -20,6 +21,7 @@
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "support/EigenSupport.h"
+#include "vqmath.h"
 
 namespace {
 
@@ -122,6 +124,46 @@ TEST(EigenSolverFactorisation, CreateSolverAndDecomposeFactorsK) {
   // A second call deletes the first solver and builds a new one.
   ASSERT_EQ(0, eigen.CreateSolverAndDecompose("", &solver, false, nullptr));
   delete solver;
+}
+
+// Out of core with a core size of 1 MB PARDISO runs short of memory; the factorisation is
+// repeated once with the size its report asks for, and that size is published. In core there is
+// no retry.
+TEST(EigenSolverFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
+  const int saved = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
+  const vqtest::EigenProblem e = vqtest::SolidProblem(20, 4, 4, false);
+  Pair pair(e);
+  vqtest::ScratchDir dir;
+
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+  VQ_SubspaceEigenSparseSolver inCore(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
+  VQ_SparseSolver* solver = nullptr;
+  ASSERT_EQ(0, inCore.CreateSolverAndDecompose("", &solver, false, nullptr));
+  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+  delete solver;
+  solver = nullptr;
+
+  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false, 0.0);
+  ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
+  const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
+  EXPECT_GT(size, 1);
+  EXPECT_EQ(VQ_EigenSolver::OutOfCoreRetryCoreSize(solver->Get_iParm(14), solver->Get_iParm(15),
+                                                   solver->Get_iParm(62)),
+            size);
+  EXPECT_EQ(std::to_string(size), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
+  delete solver;
+
+  // A whole run under the small core size: the rigid-body check and the passes retry as well.
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+  vqtest::SubspaceOptions o;
+  o.oocMode = 2;
+  o.tolerance = 1e-10;
+  const vqtest::SubspaceRun r = vqtest::RunSubspace(e, 3, o);
+  EXPECT_EQ(0, r.status);
+  ASSERT_EQ(3, r.found);
+  const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
+  for (int i = 0; i < 3; ++i) EXPECT_LT(vqtest::RelDiff(r.values[i], reference[i]), 1e-8);
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(saved);
 }
 
 TEST(EigenSolverRigidBody, RegularStiffnessPasses) {
