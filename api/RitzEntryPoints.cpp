@@ -68,6 +68,24 @@ bool CheckLoad(int n, int loadFlag, const double* load) {
   return vi::CheckOptionalVector(n, load, "the load vector");
 }
 
+// Frame shared by both variants: reset, clear, check (the mass check differs), build, run.
+template <typename CheckMass, typename Build>
+int Entry(const RitzRequest& r, const int* kRowPointers, const int* kColumnIndices,
+          const double* kValues, CheckMass checkMass, Build build) {
+  try {
+    VQ_ResetGlobalErrorsAndWarnings();
+    vi::ClearEigenOutputs(r.nev, r.eigenvalues, r.found);
+    if (!vi::CheckEigenInput(r.n, r.nev, kRowPointers, kColumnIndices, kValues, "K") ||
+        !checkMass() || !CheckLoad(r.n, r.loadFlag, r.load))
+      return VQ_GetLastErrorID();
+    std::unique_ptr<VQ_LDRitzVectors> solver(build());
+    return Run(solver.get(), r);
+  } catch (...) {
+    VQ_ResolveEror(-1);
+    return -1;
+  }
+}
+
 }  // namespace
 
 extern "C" {
@@ -80,22 +98,16 @@ int VQ_EigenvalueAnalysis_RitzVectorSolver(int n, int nev, const int* kRowPointe
                                            const double* load, int vectorKind, int* found,
                                            double* eigenvalues, int wantModeShapes,
                                            double* modeShapes) {
-  try {
-    VQ_ResetGlobalErrorsAndWarnings();
-    vi::ClearEigenOutputs(nev, eigenvalues, found);
-    if (!vi::CheckEigenInput(n, nev, kRowPointers, kColumnIndices, kValues, "K") ||
-        !vi::CheckDiagonalMass(n, massDiagonal) || !CheckLoad(n, loadFlag, load))
-      return VQ_GetLastErrorID();
-    std::unique_ptr<VQ_LDRitzVectors> solver(new (std::nothrow) VQ_LDRitzVectors(
-        n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
-        const_cast<double*>(kValues), const_cast<double*>(massDiagonal), oocMode, matrixType,
-        limitActive != 0, limit));
-    return Run(solver.get(), {n, nev, workingDirectory, loadFlag, load, vectorKind, found,
-                              eigenvalues, wantModeShapes, modeShapes});
-  } catch (...) {
-    VQ_ResolveEror(-1);
-    return -1;
-  }
+  return Entry(
+      {n, nev, workingDirectory, loadFlag, load, vectorKind, found, eigenvalues, wantModeShapes,
+       modeShapes},
+      kRowPointers, kColumnIndices, kValues, [&] { return vi::CheckDiagonalMass(n, massDiagonal); },
+      [&] {
+        return new (std::nothrow) VQ_LDRitzVectors(
+            n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
+            const_cast<double*>(kValues), const_cast<double*>(massDiagonal), oocMode, matrixType,
+            limitActive != 0, limit);
+      });
 }
 
 int VQ_EigenvalueAnalysis_RitzVectorSolver2(int n, int nev, const int* kRowPointers,
@@ -106,24 +118,18 @@ int VQ_EigenvalueAnalysis_RitzVectorSolver2(int n, int nev, const int* kRowPoint
                                             double limit, int loadFlag, const double* load,
                                             int vectorKind, int* found, double* eigenvalues,
                                             int wantModeShapes, double* modeShapes) {
-  try {
-    VQ_ResetGlobalErrorsAndWarnings();
-    vi::ClearEigenOutputs(nev, eigenvalues, found);
-    if (!vi::CheckEigenInput(n, nev, kRowPointers, kColumnIndices, kValues, "K") ||
-        !vi::CheckSparseOperand(n, mRowPointers, mColumnIndices, mValues, "M") ||
-        !CheckLoad(n, loadFlag, load))
-      return VQ_GetLastErrorID();
-    std::unique_ptr<VQ_LDRitzVectors> solver(new (std::nothrow) VQ_LDRitzVectors(
-        n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
-        const_cast<double*>(kValues), const_cast<int*>(mRowPointers),
-        const_cast<int*>(mColumnIndices), const_cast<double*>(mValues), oocMode, matrixType,
-        limitActive != 0, limit));
-    return Run(solver.get(), {n, nev, workingDirectory, loadFlag, load, vectorKind, found,
-                              eigenvalues, wantModeShapes, modeShapes});
-  } catch (...) {
-    VQ_ResolveEror(-1);
-    return -1;
-  }
+  return Entry(
+      {n, nev, workingDirectory, loadFlag, load, vectorKind, found, eigenvalues, wantModeShapes,
+       modeShapes},
+      kRowPointers, kColumnIndices, kValues,
+      [&] { return vi::CheckSparseOperand(n, mRowPointers, mColumnIndices, mValues, "M"); },
+      [&] {
+        return new (std::nothrow) VQ_LDRitzVectors(
+            n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
+            const_cast<double*>(kValues), const_cast<int*>(mRowPointers),
+            const_cast<int*>(mColumnIndices), const_cast<double*>(mValues), oocMode, matrixType,
+            limitActive != 0, limit);
+      });
 }
 
 }  // extern "C"

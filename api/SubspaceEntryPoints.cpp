@@ -72,6 +72,27 @@ int Run(VQ_SubspaceEigenSparseSolver& solver, const SubspaceRequest& r) {
   return 0;
 }
 
+// Frame shared by both variants: reset, clear, check (the mass check differs), build, run.
+template <typename CheckMass, typename Build>
+int Entry(const SubspaceRequest& r, const int* kRowPointers, const int* kColumnIndices,
+          const double* kValues, CheckMass checkMass, Build build) {
+  try {
+    VQ_ResetGlobalErrorsAndWarnings();
+    vi::ClearEigenOutputs(r.nev, r.eigenvalues, r.found);
+    if (!vi::CheckEigenInput(r.n, r.nev, kRowPointers, kColumnIndices, kValues, "K") || !checkMass())
+      return VQ_GetLastErrorID();
+    std::unique_ptr<VQ_SubspaceEigenSparseSolver> solver(build(r.overrideFlag == 1 ? r.overrideCount : r.nev));
+    if (!solver) {
+      VQ_ResolveEror(-1);
+      return -1;
+    }
+    return Run(*solver, r);
+  } catch (...) {
+    VQ_ResolveEror(-1);
+    return -1;
+  }
+}
+
 }  // namespace
 
 extern "C" {
@@ -84,27 +105,16 @@ int VQ_EigenvalueAnalysis_SubSpaceSolver(int n, int nev, const int* kRowPointers
                                          double* eigenvalues, int wantModeShapes,
                                          double* modeShapes, double shift, int overrideFlag,
                                          int overrideCount, double tolerance) {
-  try {
-    VQ_ResetGlobalErrorsAndWarnings();
-    vi::ClearEigenOutputs(nev, eigenvalues, found);
-    if (!vi::CheckEigenInput(n, nev, kRowPointers, kColumnIndices, kValues, "K") ||
-        !vi::CheckDiagonalMass(n, massDiagonal))
-      return VQ_GetLastErrorID();
-    std::unique_ptr<VQ_SubspaceEigenSparseSolver> solver(new (std::nothrow) VQ_SubspaceEigenSparseSolver(
-        n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
-        const_cast<double*>(kValues), const_cast<double*>(massDiagonal), oocMode, matrixType,
-        overrideFlag == 1 ? overrideCount : nev, workingDirectory ? workingDirectory : "",
-        limitActive != 0, limit));
-    if (!solver) {
-      VQ_ResolveEror(-1);
-      return -1;
-    }
-    return Run(*solver, {n, nev, found, eigenvalues, wantModeShapes, modeShapes, shift,
-                         overrideFlag, overrideCount, allowRigidBodyModes, tolerance});
-  } catch (...) {
-    VQ_ResolveEror(-1);
-    return -1;
-  }
+  return Entry(
+      {n, nev, found, eigenvalues, wantModeShapes, modeShapes, shift, overrideFlag, overrideCount,
+       allowRigidBodyModes, tolerance},
+      kRowPointers, kColumnIndices, kValues, [&] { return vi::CheckDiagonalMass(n, massDiagonal); },
+      [&](int count) {
+        return new (std::nothrow) VQ_SubspaceEigenSparseSolver(
+            n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
+            const_cast<double*>(kValues), const_cast<double*>(massDiagonal), oocMode, matrixType,
+            count, workingDirectory ? workingDirectory : "", limitActive != 0, limit);
+      });
 }
 
 int VQ_EigenvalueAnalysis_SubSpaceSolver2(int n, int nev, const int* kRowPointers,
@@ -116,28 +126,18 @@ int VQ_EigenvalueAnalysis_SubSpaceSolver2(int n, int nev, const int* kRowPointer
                                           double* eigenvalues, int wantModeShapes,
                                           double* modeShapes, double shift, int overrideFlag,
                                           int overrideCount, double tolerance) {
-  try {
-    VQ_ResetGlobalErrorsAndWarnings();
-    vi::ClearEigenOutputs(nev, eigenvalues, found);
-    if (!vi::CheckEigenInput(n, nev, kRowPointers, kColumnIndices, kValues, "K") ||
-        !vi::CheckSparseOperand(n, mRowPointers, mColumnIndices, mValues, "M"))
-      return VQ_GetLastErrorID();
-    std::unique_ptr<VQ_SubspaceEigenSparseSolver> solver(new (std::nothrow) VQ_SubspaceEigenSparseSolver(
-        n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
-        const_cast<double*>(kValues), const_cast<int*>(mRowPointers),
-        const_cast<int*>(mColumnIndices), const_cast<double*>(mValues), oocMode, matrixType,
-        overrideFlag == 1 ? overrideCount : nev, workingDirectory ? workingDirectory : "",
-        limitActive != 0, limit));
-    if (!solver) {
-      VQ_ResolveEror(-1);
-      return -1;
-    }
-    return Run(*solver, {n, nev, found, eigenvalues, wantModeShapes, modeShapes, shift,
-                         overrideFlag, overrideCount, allowRigidBodyModes, tolerance});
-  } catch (...) {
-    VQ_ResolveEror(-1);
-    return -1;
-  }
+  return Entry(
+      {n, nev, found, eigenvalues, wantModeShapes, modeShapes, shift, overrideFlag, overrideCount,
+       allowRigidBodyModes, tolerance},
+      kRowPointers, kColumnIndices, kValues,
+      [&] { return vi::CheckSparseOperand(n, mRowPointers, mColumnIndices, mValues, "M"); },
+      [&](int count) {
+        return new (std::nothrow) VQ_SubspaceEigenSparseSolver(
+            n, const_cast<int*>(kRowPointers), const_cast<int*>(kColumnIndices),
+            const_cast<double*>(kValues), const_cast<int*>(mRowPointers),
+            const_cast<int*>(mColumnIndices), const_cast<double*>(mValues), oocMode, matrixType,
+            count, workingDirectory ? workingDirectory : "", limitActive != 0, limit);
+      });
 }
 
 }  // extern "C"
