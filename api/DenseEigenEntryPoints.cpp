@@ -6,14 +6,15 @@
 // Solution Failed" (the Jacobi paths deliberately report the LAPACK text too, never -35). Dense
 // n x n work copies are allocated here; their allocation failure gives -1. Nothing is thrown
 // across the boundary and nothing is written past the n (and n x n) output slots.
+#include <mkl_lapacke.h>
+
+#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <new>
 #include <string>
 #include <vector>
-
-#include <mkl_lapacke.h>
 
 #include "api/internal/CsrValidation.h"
 #include "eigen/internal/GeneralizedJacobi.h"
@@ -27,8 +28,20 @@ using vqmath::internal::ValidateUpperCsr;
 constexpr int kSolutionFailed = -30;
 constexpr int kNoMemory = -1;
 
-std::size_t Square(int n) { return static_cast<std::size_t>(n) * static_cast<std::size_t>(n); }
-std::size_t Packed(int n) { return static_cast<std::size_t>(n) * (static_cast<std::size_t>(n) + 1) / 2; }
+// Elements of an n x n work array. The library counts elements in 32 bits: a larger array is
+// reported as an allocation failure (-1) at once instead of being attempted, which on a 64-bit
+// host could commit tens of gigabytes before failing.
+std::size_t Square(int n) {
+  const std::size_t count = static_cast<std::size_t>(n) * static_cast<std::size_t>(n);
+  if (count > static_cast<std::size_t>(INT_MAX)) throw std::bad_alloc();
+  return count;
+}
+// Every path that packs a matrix also needs an n x n array later: an order too large for that is
+// refused before the packed copies are made.
+std::size_t Packed(int n) {
+  (void)Square(n);
+  return static_cast<std::size_t>(n) * (static_cast<std::size_t>(n) + 1) / 2;
+}
 
 // Packed upper position (column by column) of 1-based i <= j.
 inline std::size_t PackedAt(int i, int j) {
@@ -95,7 +108,8 @@ bool CheckDenseUpper(const char* name, const double* v, int n, bool rowMajor) {
 }
 
 void ClearEigenvalues(int n, double* eigenvalues) {
-  if (n > 0 && eigenvalues) std::memset(eigenvalues, 0, sizeof(double) * static_cast<std::size_t>(n));
+  if (n > 0 && eigenvalues)
+    std::memset(eigenvalues, 0, sizeof(double) * static_cast<std::size_t>(n));
 }
 
 int Fail(int code) {
@@ -186,11 +200,11 @@ int VQ_EigenvalueAnalysis_LAPACK(int n, const int* kRowPointers, const int* kCol
                                  double* eigenvalues, double* vectors) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckPointer(massDiagonal, "mass diagonal") ||
-        !AllFiniteOrRecord("M", massDiagonal, n))
+        !CheckPointer(massDiagonal, "mass diagonal") || !AllFiniteOrRecord("M", massDiagonal, n))
       return VQ_GetLastErrorID();
     std::vector<double> k(Square(n)), m(Square(n));
     SparseToFull(n, kRowPointers, kColumnIndices, kValues, k.data());
@@ -205,7 +219,8 @@ int VQ_EigenvalueAnalysis_LAPACK2(int n, const int* kRowPointers, const int* kCo
                                   double* eigenvalues, double* vectors) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
         !CheckSparse("M", n, mRowPointers, mColumnIndices, mValues))
@@ -221,15 +236,16 @@ int VQ_EigenvalueAnalysis_LAPACK3(int n, double* K, double* M, int wantVectors,
                                   double* eigenvalues) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckPointer(K, "K") || !CheckPointer(M, "M") || !CheckDenseUpper("K", K, n, true) ||
         !CheckDenseUpper("M", M, n, true))
       return VQ_GetLastErrorID();
     // Straight on the caller's arrays, row-major: the upper triangle of the row-major form is
     // read, and the vectors stay in K.
-    const lapack_int info = LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, wantVectors != 0 ? 'V' : 'N', 'U',
-                                          n, K, n, M, n, eigenvalues);
+    const lapack_int info = LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, wantVectors != 0 ? 'V' : 'N', 'U', n,
+                                          K, n, M, n, eigenvalues);
     if (info != 0) return Fail(kSolutionFailed);
     return 0;
   });
@@ -240,11 +256,11 @@ int VQ_EigenvalueAnalysis_JACOBI(int n, const int* kRowPointers, const int* kCol
                                  double* eigenvalues, double* vectors) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckPointer(massDiagonal, "mass diagonal") ||
-        !AllFiniteOrRecord("M", massDiagonal, n))
+        !CheckPointer(massDiagonal, "mass diagonal") || !AllFiniteOrRecord("M", massDiagonal, n))
       return VQ_GetLastErrorID();
     std::vector<double> k(Packed(n)), m(Packed(n));
     SparseToPacked(n, kRowPointers, kColumnIndices, kValues, k.data());
@@ -259,7 +275,8 @@ int VQ_EigenvalueAnalysis_JACOBI2(int n, const int* kRowPointers, const int* kCo
                                   double* eigenvalues, double* vectors) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
         !CheckSparse("M", n, mRowPointers, mColumnIndices, mValues))
@@ -275,7 +292,8 @@ int VQ_EigenvalueAnalysis_JACOBI3(int n, const double* K, const double* M, doubl
                                   double* vectors) {
   return Guarded([&]() -> int {
     VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array")) return VQ_GetLastErrorID();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
     ClearEigenvalues(n, eigenvalues);
     if (!CheckPointer(K, "K") || !CheckPointer(M, "M") || !CheckDenseUpper("K", K, n, false) ||
         !CheckDenseUpper("M", M, n, false))

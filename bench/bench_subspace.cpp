@@ -12,6 +12,7 @@
 // For scale, the same modes are computed by the Lanczos (ARPACK) driver in the same run; the
 // ratio of the two totals and the largest relative eigenvalue difference are printed.
 #include <mkl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -20,8 +21,6 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "eigen/VQ_LanczosEigenSolver.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
@@ -128,9 +127,10 @@ int main(int argc, char** argv) {
   const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(equations));
   const auto& k = model.Stiffness();
   const std::vector<double>& m = model.LumpedMass();
-  std::printf("3D solid: %d equations, %d stored entries of K, %d modes, tolerance %.0e "
-              "(generated in %.1f s), %d MKL threads\n",
-              k.n, k.Nnz(), nev, tolerance, Now() - g0, mkl_get_max_threads());
+  std::printf(
+      "3D solid: %d equations, %d stored entries of K, %d modes, tolerance %.0e "
+      "(generated in %.1f s), %d MKL threads\n",
+      k.n, k.Nnz(), nev, tolerance, Now() - g0, mkl_get_max_threads());
 
   Outcome best, lanczos;
   for (int r = 0; r < std::max(1, repeats); ++r) {
@@ -141,9 +141,11 @@ int main(int argc, char** argv) {
   }
 
   const auto& t = best.timings;
-  const double accounted = t.rigidBodyCheck + t.factorisation + t.solves + t.blockWork + t.reducedSolves;
-  std::printf("subspace iteration: status %d, %zu modes, %d passes, %d factorisations, %d iterations\n",
-              best.status, best.values.size(), t.passes, t.factorisations, t.iterations);
+  const double accounted =
+      t.rigidBodyCheck + t.factorisation + t.solves + t.blockWork + t.reducedSolves;
+  std::printf(
+      "subspace iteration: status %d, %zu modes, %d passes, %d factorisations, %d iterations\n",
+      best.status, best.values.size(), t.passes, t.factorisations, t.iterations);
   std::printf("  rigid-body check (factor K)   %8.3f s\n", t.rigidBodyCheck);
   std::printf("  factorisation of K - sigma M  %8.3f s\n", t.factorisation);
   std::printf("  iterations: solves (q rhs)    %8.3f s\n", t.solves);
@@ -156,13 +158,15 @@ int main(int argc, char** argv) {
   double worst = 0.0;
   const size_t count = std::min(best.values.size(), lanczos.values.size());
   for (size_t i = 0; i < count; ++i)
-    worst = std::max(worst, std::fabs(best.values[i] - lanczos.values[i]) / std::fabs(lanczos.values[i]));
+    worst = std::max(worst,
+                     std::fabs(best.values[i] - lanczos.values[i]) / std::fabs(lanczos.values[i]));
   std::printf("Lanczos driver: status %d, %zu modes, %d operator applications, total %.3f s\n",
               lanczos.status, lanczos.values.size(), lanczos.applications, lanczos.total);
-  std::printf("subspace / Lanczos time ratio %.3f; eigenvalues agree to %.1e (%zu compared); "
-              "lowest %.6e, highest %.6e\n",
-              best.total / lanczos.total, worst, count, count ? lanczos.values[0] : 0.0,
-              count ? lanczos.values[count - 1] : 0.0);
+  std::printf(
+      "subspace / Lanczos time ratio %.3f; eigenvalues agree to %.1e (%zu compared); "
+      "lowest %.6e, highest %.6e\n",
+      best.total / lanczos.total, worst, count, count ? lanczos.values[0] : 0.0,
+      count ? lanczos.values[count - 1] : 0.0);
   std::system(("rm -rf '" + folder + "'").c_str());
   return 0;
 }

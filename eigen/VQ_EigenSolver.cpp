@@ -1,6 +1,8 @@
 // Shared machinery of the sparse eigen solvers; see VQ_EigenSolver.h.
 #include "eigen/VQ_EigenSolver.h"
 
+#include <mkl_cblas.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -8,8 +10,6 @@
 #include <fstream>
 #include <new>
 #include <vector>
-
-#include <mkl_cblas.h>
 
 #include "api/internal/GlobalState.h"
 #include "dense/VQ_DiagonalMatrix.h"
@@ -66,18 +66,10 @@ VQ_EigenSolver::~VQ_EigenSolver() = default;
 void VQ_EigenSolver::SetWarningMessage(int code) {
   warningCode_ = code;
   switch (code) {
-    case 0:
-      warningMessage_.clear();
-      break;
-    case -23:
-      warningMessage_ = kMissedText;
-      break;
-    case -24:
-      warningMessage_ = kNegativeShiftText;
-      break;
-    default:
-      warningMessage_ = "Unclassified";
-      break;
+    case 0: warningMessage_.clear(); break;
+    case -23: warningMessage_ = kMissedText; break;
+    case -24: warningMessage_ = kNegativeShiftText; break;
+    default: warningMessage_ = "Unclassified"; break;
   }
 }
 
@@ -86,10 +78,11 @@ double VQ_EigenSolver::GetEigenValue(int i) const {
   return eigenValues_[i];
 }
 
-// ---- factorisation --------------------------------------------------------------------------------
+// ---- factorisation
+// --------------------------------------------------------------------------------
 
-void VQ_EigenSolver::CreateSolver(std::string fileName, VQ_SparseSolver** solver,
-                                  bool readFromFile, VQ_Matrix* rhs) {
+void VQ_EigenSolver::CreateSolver(std::string fileName, VQ_SparseSolver** solver, bool readFromFile,
+                                  VQ_Matrix* rhs) {
   if (!solver) return;
   if (*solver) {
     delete *solver;
@@ -112,8 +105,8 @@ void VQ_EigenSolver::CreateSolver(std::string fileName, VQ_SparseSolver** solver
 
 int VQ_EigenSolver::OutOfCoreRetryCoreSize(int peakSymbolicKb, int permanentSymbolicKb,
                                            int minOocKb) {
-  const long long need = std::max<long long>(peakSymbolicKb,
-                                             static_cast<long long>(permanentSymbolicKb) + minOocKb);
+  const long long need =
+      std::max<long long>(peakSymbolicKb, static_cast<long long>(permanentSymbolicKb) + minOocKb);
   return static_cast<int>(need / 1000 + 1);
 }
 
@@ -148,22 +141,15 @@ int VQ_EigenSolver::DecomposeWithRetry(const std::string& fileName, VQ_SparseSol
 
 void VQ_EigenSolver::MapDecompositionResult(int result, const VQ_SparseSolver* solver) {
   switch (result) {
-    case 0:
-      break;
-    case kSolverNegativePivots:
-      SetStatus(-2);
-      break;
+    case 0: break;
+    case kSolverNegativePivots: SetStatus(-2); break;
     case kSolverZeroPivot:
       if (solver) instabilityDOF_ = solver->Get_DOFNumForInstability();
       SetStatus(-3);
       break;
     case kSolverNoMemory:
-    case kSolverNoMemoryOutOfCore:
-      SetStatus(-1);
-      break;
-    default:
-      SetStatus(-9999);
-      break;
+    case kSolverNoMemoryOutOfCore: SetStatus(-1); break;
+    default: SetStatus(-9999); break;
   }
 }
 
@@ -207,8 +193,7 @@ bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName, VQ_SparseSolve
   }
   MapDecompositionResult(result, solver);
   if (result == 0) {
-    const int equation =
-        SingularPivotEquation(n, diagonals.matrix.data(), diagonals.factor.data());
+    const int equation = SingularPivotEquation(n, diagonals.matrix.data(), diagonals.factor.data());
     if (equation > 0) {
       instabilityDOF_ = equation;
       SetStatus(-3);
@@ -240,7 +225,8 @@ int VQ_EigenSolver::SingularPivotEquation(int n, const double* matrixDiagonal,
   return worst;
 }
 
-// ---- small numerical helpers ------------------------------------------------------------------------
+// ---- small numerical helpers
+// ------------------------------------------------------------------------
 
 double VQ_EigenSolver::CalculateRayleighQuotient(VQ_ColVector& x, VQ_SparseSymMatrix* A) {
   if (!A || A->NumRows() != x.NumRows() || x.NumRows() < 1) return 0.0;
@@ -315,14 +301,16 @@ int VQ_EigenSolver::JACOBI(VQ_SymMatrix& K, VQ_SymMatrix& M, VQ_Matrix& vectors,
                                                          values.GetDataPointer());
   auto scatter = [&](VQ_SymMatrix& s, const std::vector<double>& in) {
     if (s.MatrixType() == MATLIBDLLCOMMONS::SYM_SPARSE_MATRIX) return;
-    for (int i = 1; i <= n; ++i) s.Ref(i, i) = in[static_cast<std::size_t>(i - 1) * i / 2 + (i - 1)];
+    for (int i = 1; i <= n; ++i)
+      s.Ref(i, i) = in[static_cast<std::size_t>(i - 1) * i / 2 + (i - 1)];
   };
   if (!kCopy.empty()) scatter(K, kCopy);
   if (!mCopy.empty()) scatter(M, mCopy);
   return result;
 }
 
-// ---- files ------------------------------------------------------------------------------------------
+// ---- files
+// ------------------------------------------------------------------------------------------
 
 std::string VQ_EigenSolver::GenerateUniqueGUIDString() {
   std::string guid = vqmath::internal::NewGuid();
@@ -354,7 +342,8 @@ void VQ_EigenSolver::PrintMatrices(const char* folder) {
   }
 }
 
-// ---- verbose log ------------------------------------------------------------------------------------
+// ---- verbose log
+// ------------------------------------------------------------------------------------
 
 std::string VQ_EigenSolver::VerboseFilePath() const { return workingDirectory_ + "/verbose.txt"; }
 
@@ -382,7 +371,8 @@ void VQ_EigenSolver::ProcessVerboseInfo2(double lastConverged, double nextEstima
                                          double previousShift) {
   if (verboseMode_ == 0) return;
   ProcessVerboseMessage(
-      std::string("Last two shift did not produce results. But There is still partial results found\n") +
+      std::string(
+          "Last two shift did not produce results. But There is still partial results found\n") +
       Format("Last Converged Value: %12.16f \n", lastConverged) +
       Format("Next Estimated Value: %12.16f \n", nextEstimate) + Format("Shift: %12.8f \n", shift) +
       Format("Previous Shift: %12.16f \n", previousShift));

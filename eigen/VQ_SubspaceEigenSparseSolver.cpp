@@ -7,6 +7,8 @@
 // Jacobi routine.
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 
+#include <mkl_cblas.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -14,8 +16,6 @@
 #include <ctime>
 #include <new>
 #include <vector>
-
-#include <mkl_cblas.h>
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_SymMatrix.h"
@@ -99,9 +99,8 @@ VQ_SubspaceEigenSparseSolver::VQ_SubspaceEigenSparseSolver(VQ_SparseSymMatrix* K
 }
 
 VQ_SubspaceEigenSparseSolver::VQ_SubspaceEigenSparseSolver(
-    int n, int* rowPointers, int* columnIndices, double* values, double* massDiagonal,
-    int oocMode, int matrixType, int numReqEigen, const char* workingDirectory, bool limitActive,
-    double limit)
+    int n, int* rowPointers, int* columnIndices, double* values, double* massDiagonal, int oocMode,
+    int matrixType, int numReqEigen, const char* workingDirectory, bool limitActive, double limit)
     : VQ_EigenSolver(n, numReqEigen, oocMode, matrixType, workingDirectory) {
   if (n > 0 && rowPointers && columnIndices && values) {
     stiffness_ = new (std::nothrow) VQ_SparseSymMatrix(n, values, rowPointers, columnIndices);
@@ -277,8 +276,8 @@ bool VQ_SubspaceEigenSparseSolver::RestoreUnshiftedStiffness() {
   // The pattern of K changes only when a sparse mass reaches outside it; then the saved pattern
   // is read back as well.
   const bool patternChanged = stiffness_->GetNumberOfNonZeros() != savedNonZeros_;
-  const bool ok = stiffness_->ReadFromFile(workFileStem_.c_str(), true, true, patternChanged,
-                                           patternChanged);
+  const bool ok =
+      stiffness_->ReadFromFile(workFileStem_.c_str(), true, true, patternChanged, patternChanged);
   if (ok) appliedShift_ = 0.0;
   return ok;
 }
@@ -288,7 +287,8 @@ bool VQ_SubspaceEigenSparseSolver::PrepareMassProduct() {
   return massProduct_ && massProduct_->Ok();
 }
 
-// ---- trial vectors --------------------------------------------------------------------------------
+// ---- trial vectors
+// --------------------------------------------------------------------------------
 
 void VQ_SubspaceEigenSparseSolver::FillColumnWithRandomNumbers(VQ_Matrix& X, int column) {
   if (!randomGenerator_) randomGenerator_ = std::make_shared<VQ_RandomNumGen>();
@@ -306,8 +306,7 @@ void VQ_SubspaceEigenSparseSolver::GenerateTrialVectorWithRandomNumbers(VQ_Matri
   X.ObtainOrthogonalizedForm(false);
 }
 
-void VQ_SubspaceEigenSparseSolver::GenerateTrialVector(VQ_Matrix& X, int q,
-                                                       const double* kDiagonal,
+void VQ_SubspaceEigenSparseSolver::GenerateTrialVector(VQ_Matrix& X, int q, const double* kDiagonal,
                                                        const double* mDiagonal) {
   const int n = stiffness_->NumRows();
   X.Redimension(n, q, 0.0);
@@ -357,7 +356,8 @@ bool VQ_SubspaceEigenSparseSolver::TrialVectors(VQ_Matrix& X, int q) {
   return Good(X);
 }
 
-// ---- results --------------------------------------------------------------------------------------
+// ---- results
+// --------------------------------------------------------------------------------------
 
 void VQ_SubspaceEigenSparseSolver::ExamineConvergedResults(int* flags, int count,
                                                            const VQ_ColVector& values,
@@ -381,7 +381,8 @@ bool VQ_SubspaceEigenSparseSolver::ConvergenceCheck(IterationState& s, int p, in
   bool accepted = false;
   const std::size_t n = static_cast<std::size_t>(s.n);
   for (int i = 1; i <= s.q; ++i) {
-    const double change = std::fabs(s.lambda[i] - s.lambdaPrevious[i]) / std::fabs(s.lambdaPrevious[i]);
+    const double change =
+        std::fabs(s.lambda[i] - s.lambdaPrevious[i]) / std::fabs(s.lambdaPrevious[i]);
     if (!(change <= tolerance_)) break;  // only a leading run of eigenvalues is accepted
     ++count;
     values[count] = s.lambda[i] + s.sigma;
@@ -431,14 +432,15 @@ void VQ_SubspaceEigenSparseSolver::OrthogonaliseAgainstFound(IterationState& s, 
     const int k = blocks[b].columns;
     s.coefficients.resize(static_cast<std::size_t>(k) * q);
     // C = Phi' (M X), X -= Phi C.
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, k, q, n, 1.0, blocks[b].data, n, w, n,
-                0.0, s.coefficients.data(), k);
+    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, k, q, n, 1.0, blocks[b].data, n, w, n, 0.0,
+                s.coefficients.data(), k);
     cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, k, -1.0, blocks[b].data, n,
                 s.coefficients.data(), k, 1.0, x, n);
   }
 }
 
-// ---- one pass -------------------------------------------------------------------------------------
+// ---- one pass
+// -------------------------------------------------------------------------------------
 
 int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& count,
                                                     VQ_ColVector& values, VQ_Matrix& vectors,
@@ -582,7 +584,8 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     const int jacobi = JACOBI(s.Kr, s.Mr, s.Q, s.lambda);
     timings_.reducedSolves += SecondsSince(t);
     if (jacobi != 0) {
-      ProcessVerboseMessage("............JACOBI RETURNED -1......................................\n");
+      ProcessVerboseMessage(
+          "............JACOBI RETURNED -1......................................\n");
       if (numFoundEigen_ == 0 && count == 0 && std::fabs(sigma) < kMachineEpsilon) {
         ProcessVerboseMessage(
             "\tNo results found at all (assuming that no shift applied at this stage).\n");
@@ -629,7 +632,8 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
   return 0;
 }
 
-// ---- the run --------------------------------------------------------------------------------------
+// ---- the run
+// --------------------------------------------------------------------------------------
 
 MATLIBDLLCOMMONS::STATE_STATUS VQ_SubspaceEigenSparseSolver::SolveSystemIncrementally(
     int requested, double shift, int maxPasses) {
@@ -809,7 +813,8 @@ int VQ_SubspaceEigenSparseSolver::RunPasses(int requested, double shift, int max
       return -22;
     }
 
-    if (count == 0 && std::fabs(sigma) > kMachineEpsilon && sigma - previousShift < kMachineEpsilon) {
+    if (count == 0 && std::fabs(sigma) > kMachineEpsilon &&
+        sigma - previousShift < kMachineEpsilon) {
       if (numFoundEigen_ == 0) {
         SetStatus(-21);
         return -21;

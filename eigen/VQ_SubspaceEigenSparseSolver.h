@@ -3,18 +3,18 @@
 //
 // K is sparse symmetric; M is diagonal (VQ_DiagonalMatrix), sparse symmetric (VQ_SparseSymMatrix)
 // or dense (any other square kind: used through its sparse form in products and shifts, and
-// through its diagonal for the unit trial vectors). The solver works in passes. Each pass factorises K - sigma*M once (PARDISO) and runs a
-// block subspace iteration on it: q = min(2p, p + 8) trial vectors are M-orthogonalised against
-// the eigenvectors already found, multiplied by M, solved for all q columns in one PARDISO call,
-// projected (Kr = Xb' M X, Mr = Xb' M Xb), and the small pencil is solved by the generalized
-// Jacobi method. Eigenvalues are accepted one at a time in ascending order, as soon as their
-// relative change between two iterations is below the tolerance (1e-6 by default); an accepted
-// column is replaced by random numbers so that the block keeps hunting for new vectors. The next
-// pass shifts behind the last accepted eigenvalue: sigma = a + 0.95(b - a) for the last accepted
-// value a and the next estimate b, or 0.99a when the two are too close. At the start of a shifted
-// pass the number of negative pivots of K - sigma*M must equal the number of eigenvalues found
-// below sigma; otherwise the warning -23 "Eigenvalue missed (Subspace Iteration)" is set and the
-// run goes on.
+// through its diagonal for the unit trial vectors). The solver works in passes. Each pass
+// factorises K - sigma*M once (PARDISO) and runs a block subspace iteration on it: q = min(2p, p +
+// 8) trial vectors are M-orthogonalised against the eigenvectors already found, multiplied by M,
+// solved for all q columns in one PARDISO call, projected (Kr = Xb' M X, Mr = Xb' M Xb), and the
+// small pencil is solved by the generalized Jacobi method. Eigenvalues are accepted one at a time
+// in ascending order, as soon as their relative change between two iterations is below the
+// tolerance (1e-6 by default); an accepted column is replaced by random numbers so that the block
+// keeps hunting for new vectors. The next pass shifts behind the last accepted eigenvalue: sigma =
+// a + 0.95(b - a) for the last accepted value a and the next estimate b, or 0.99a when the two are
+// too close. At the start of a shifted pass the number of negative pivots of K - sigma*M must equal
+// the number of eigenvalues found below sigma; otherwise the warning -23 "Eigenvalue missed
+// (Subspace Iteration)" is set and the run goes on.
 //
 // Before a run K is written to a work file (working directory + 32-character GUID + "1.dat", ...)
 // from which every shifted pass reloads the unshifted values; K is left unshifted when the run
@@ -66,9 +66,9 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
                                const char* workingDirectory, bool limitActive, double limit);
   // K and M owned, both built from upper 1-based compressed rows.
   VQ_SubspaceEigenSparseSolver(int n, int* kRowPointers, int* kColumnIndices, double* kValues,
-                               int* mRowPointers, int* mColumnIndices, double* mValues,
-                               int oocMode, int matrixType, int numReqEigen,
-                               const char* workingDirectory, bool limitActive, double limit);
+                               int* mRowPointers, int* mColumnIndices, double* mValues, int oocMode,
+                               int matrixType, int numReqEigen, const char* workingDirectory,
+                               bool limitActive, double limit);
   // Default-constructed base (no matrices, no results) plus: the ownership flags, the work-file
   // stem, the last converged and next estimated values, the subspace size, the tolerance, the
   // pass mark, the zero value, the seed, the limit-active flag, the random generator (shared),
@@ -87,7 +87,9 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   void GetEigenvalueLimit(double& limit) const { limit = eigenvalueLimit_; }
   bool IsEigenvalueLimitActive() const { return limitActive_; }
   // true: rigid-body modes are allowed, the singularity check before a run is skipped.
-  void SetRigidBodyModesCheck(bool allowRigidBodyModes) { rigidBodyModesAllowed_ = allowRigidBodyModes; }
+  void SetRigidBodyModesCheck(bool allowRigidBodyModes) {
+    rigidBodyModesAllowed_ = allowRigidBodyModes;
+  }
   bool GetRigidBodyModesCheck() const { return rigidBodyModesAllowed_; }
   double GetZeroVal() const { return zeroValue_; }
   void SetConvergenceTolerance(double tolerance) { tolerance_ = tolerance; }
@@ -125,8 +127,8 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   // One pass at shift sigma: count receives the number of eigenpairs accepted, values and vectors
   // their (unshifted) eigenvalues and vectors. 0 success, -1 failure, 1 and 2 partial results
   // after a failure of the reduced solution.
-  int SubspaceIteration(int p, double sigma, int& count, VQ_ColVector& values,
-                        VQ_Matrix& vectors, double startClock);
+  int SubspaceIteration(int p, double sigma, int& count, VQ_ColVector& values, VQ_Matrix& vectors,
+                        double startClock);
   // 0.0 before anything is found; a + 0.95(b - a) when b > machine epsilon and b - a >= 0.01;
   // 0.99a otherwise.
   double CalculateNewShift(double lastConverged, double nextEstimate) const;
@@ -186,8 +188,8 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   int externalColumns_ = 0;            // its number of columns
   bool vectorsAreView_ = false;        // the pass writes straight into the eigenvector store
   bool stiffnessSaved_ = false;
-  int savedNonZeros_ = 0;              // nnz of K when it was saved
-  double appliedShift_ = 0.0;          // shift currently applied to K
+  int savedNonZeros_ = 0;      // nnz of K when it was saved
+  double appliedShift_ = 0.0;  // shift currently applied to K
   Timings timings_;
   // Factorisation of the unshifted K left by the rigid-body check, taken by an unshifted first
   // pass instead of factorising the same matrix again.

@@ -9,10 +9,10 @@ namespace internal {
 
 namespace {
 
-constexpr double kTolerance = 1e-10;       // 0.1^10: convergence of the sweep measure
-constexpr double kStartThreshold = 0.01;   // rotation threshold of the first sweep
+constexpr double kTolerance = 1e-10;      // 0.1^10: convergence of the sweep measure
+constexpr double kStartThreshold = 0.01;  // rotation threshold of the first sweep
 constexpr int kMaxSweeps = 100;
-constexpr double kDegenerate = 1e-5;       // |den| must exceed this fraction of kk
+constexpr double kDegenerate = 1e-5;  // |den| must exceed this fraction of kk
 
 // Packed upper position of 1-based (i, j), either triangle.
 inline std::size_t P(int i, int j) {

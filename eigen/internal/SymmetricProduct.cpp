@@ -1,11 +1,11 @@
 // Block products with the mass or stiffness matrix; see SymmetricProduct.h.
 #include "eigen/internal/SymmetricProduct.h"
 
+#include <mkl_spblas.h>
+
 #include <cmath>
 #include <cstddef>
 #include <new>
-
-#include <mkl_spblas.h>
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
@@ -79,9 +79,9 @@ bool SymmetricProduct::Apply(const double* x, double* y, int columns) const {
     status = mkl_sparse_d_mv(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, handle_->matrix,
                              handle_->descriptor, x, 0.0, y);
   else
-    status = mkl_sparse_d_mm(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, handle_->matrix,
-                             handle_->descriptor, SPARSE_LAYOUT_COLUMN_MAJOR, x, columns, n_, 0.0,
-                             y, n_);
+    status =
+        mkl_sparse_d_mm(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, handle_->matrix, handle_->descriptor,
+                        SPARSE_LAYOUT_COLUMN_MAJOR, x, columns, n_, 0.0, y, n_);
   return status == SPARSE_STATUS_SUCCESS;
 }
 

@@ -14,8 +14,8 @@ constexpr int kR1 = 12211;
 constexpr int kR2 = 3791;
 constexpr int kTableSize = 32;
 constexpr int kDiv = 1 + (kM1 - 1) / kTableSize;  // 67108862
-constexpr float kScale = 4.656613e-10f;            // about 1 / kM1, single precision
-constexpr float kLargest = 0.99999988f;            // 1 - single-precision epsilon
+constexpr float kScale = 4.656613e-10f;           // about 1 / kM1, single precision
+constexpr float kLargest = 0.99999988f;           // 1 - single-precision epsilon
 
 // Shared by every generator object.
 int g_second = 123456789;

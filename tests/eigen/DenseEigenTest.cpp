@@ -1,12 +1,12 @@
 // Dense eigen entry points (LAPACK and Jacobi, sparse/diagonal/dense inputs): results against an
 // independent dense reference, the layouts of each variant, the -30 rule (Jacobi failures too),
 // input validation, and what is written into the caller's arrays.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/EigenSupport.h"
 #include "vqmath.h"
@@ -24,7 +24,9 @@ std::string LastMessage() {
 
 // A small solid (n = 81) with its lumped and consistent masses.
 struct Small {
-  Small() : lumped(vqtest::SolidProblem(3, 2, 1, false)), consistent(vqtest::SolidProblem(3, 2, 1, true)) {}
+  Small()
+      : lumped(vqtest::SolidProblem(3, 2, 1, false)),
+        consistent(vqtest::SolidProblem(3, 2, 1, true)) {}
   vqtest::EigenProblem lumped, consistent;
 };
 
@@ -40,15 +42,16 @@ void ExpectEigenpairs(const Csr& k, const Csr& m, const std::vector<double>& val
   }
 }
 
-// ---- results of each variant ----------------------------------------------------------------------
+// ---- results of each variant
+// ----------------------------------------------------------------------
 
 TEST(DenseEigenResults, LapackWithDiagonalMass) {
   Small s;
   Csr k = s.lumped.k;
   std::vector<double> m = s.lumped.lumped, values(k.n), vectors(static_cast<size_t>(k.n) * k.n);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                            k.values.data(), m.data(), 1, values.data(),
-                                            vectors.data()));
+  ASSERT_EQ(
+      0, VQ_EigenvalueAnalysis_LAPACK(k.n, k.rowPointers.data(), k.columnIndices.data(),
+                                      k.values.data(), m.data(), 1, values.data(), vectors.data()));
   EXPECT_EQ(0, VQ_GetLastErrorID());
   ExpectEigenpairs(k, s.lumped.MassCsr(), values, vectors, 1e-12);
 }
@@ -70,9 +73,9 @@ TEST(DenseEigenResults, JacobiWithDiagonalAndSparseMass) {
   {
     Csr k = s.lumped.k;
     std::vector<double> m = s.lumped.lumped, values(k.n), vectors(static_cast<size_t>(k.n) * k.n);
-    ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                              k.values.data(), m.data(), values.data(),
-                                              vectors.data()));
+    ASSERT_EQ(
+        0, VQ_EigenvalueAnalysis_JACOBI(k.n, k.rowPointers.data(), k.columnIndices.data(),
+                                        k.values.data(), m.data(), values.data(), vectors.data()));
     ExpectEigenpairs(k, s.lumped.MassCsr(), values, vectors, 1e-10);
   }
   {
@@ -116,7 +119,8 @@ TEST(DenseEigenResults, DenseInputsReadOnlyTheirUpperTriangles) {
       mc[static_cast<size_t>(j) * n + i] = -1e6;
     }
   std::vector<double> values(n), vectors(static_cast<size_t>(n) * n);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI3(n, kc.data(), mc.data(), values.data(), vectors.data()));
+  ASSERT_EQ(0,
+            VQ_EigenvalueAnalysis_JACOBI3(n, kc.data(), mc.data(), values.data(), vectors.data()));
   ExpectEigenpairs(k, m, values, vectors, 1e-10);
 
   // Row-major upper triangle = column-major lower triangle: spoil the column-major upper part.
@@ -132,7 +136,8 @@ TEST(DenseEigenResults, DenseInputsReadOnlyTheirUpperTriangles) {
   // Vector k is column k of the row-major array: component i at kr[i*n + k].
   std::vector<double> v(static_cast<size_t>(n) * n);
   for (int c = 0; c < n; ++c)
-    for (int i = 0; i < n; ++i) v[static_cast<size_t>(c) * n + i] = kr[static_cast<size_t>(i) * n + c];
+    for (int i = 0; i < n; ++i)
+      v[static_cast<size_t>(c) * n + i] = kr[static_cast<size_t>(i) * n + c];
   EXPECT_LT(vqtest::EigenResidual(k, m, n, w.data(), v.data()), 1e-10);
 }
 
@@ -156,7 +161,8 @@ TEST(DenseEigenResults, OrderOneAndAnUncoupledPair) {
   EXPECT_EQ(0.0, vectors[3]);
 }
 
-// ---- failures ---------------------------------------------------------------------------------------
+// ---- failures
+// ---------------------------------------------------------------------------------------
 
 TEST(DenseEigenFailures, ZeroMassMakesJacobiReportTheLapackCode) {
   const int ia[] = {1, 3, 4}, ja[] = {1, 2, 2};
@@ -213,19 +219,22 @@ TEST_P(DenseEigenBadInput, RejectedWithInvalidMatricesCode) {
   const int* ia = b.ia.empty() ? nullptr : b.ia.data();
   const int* ja = b.ja.empty() ? nullptr : b.ja.data();
   const double* a = b.a.empty() ? nullptr : b.a.data();
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(b.n, ia, ja, a, d.data(), 1, values.data(), vectors.data()));
+  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(b.n, ia, ja, a, d.data(), 1, values.data(),
+                                              vectors.data()));
   EXPECT_EQ(0u, LastMessage().find("ERROR_INVALID_MATRICES"));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI(b.n, ia, ja, a, d.data(), values.data(), vectors.data()));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK2(b.n, ia, ja, a, ia, ja, a, 1, values.data(), vectors.data()));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI2(b.n, ia, ja, a, ia, ja, a, values.data(), vectors.data()));
+  EXPECT_EQ(-64,
+            VQ_EigenvalueAnalysis_JACOBI(b.n, ia, ja, a, d.data(), values.data(), vectors.data()));
+  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK2(b.n, ia, ja, a, ia, ja, a, 1, values.data(),
+                                               vectors.data()));
+  EXPECT_EQ(
+      -64, VQ_EigenvalueAnalysis_JACOBI2(b.n, ia, ja, a, ia, ja, a, values.data(), vectors.data()));
   EXPECT_EQ(7.0, values[3]);  // never written past n
   for (double v : vectors) EXPECT_EQ(7.0, v);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, DenseEigenBadInput,
-    ::testing::Values(BadInput{"OrderZero", 0, {1}, {}, {}},
-                      BadInput{"NullArrays", 2, {}, {}, {}},
+    ::testing::Values(BadInput{"OrderZero", 0, {1}, {}, {}}, BadInput{"NullArrays", 2, {}, {}, {}},
                       BadInput{"RowPointersNotFromOne", 2, {0, 1, 2}, {1, 2}, {1.0, 1.0}},
                       BadInput{"ColumnBelowDiagonal", 2, {1, 2, 4}, {1, 1, 2}, {1.0, 1.0, 1.0}},
                       BadInput{"MissingDiagonal", 3, {1, 2, 3, 4}, {1, 3, 3}, {1.0, 1.0, 1.0}},

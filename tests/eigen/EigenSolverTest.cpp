@@ -1,17 +1,17 @@
 // Eigen-solver base machinery: factorisation helpers and their status mapping, the rigid-body
 // check, the out-of-core core-size rule, Rayleigh quotient, M-weighted Gram-Schmidt, work-file
 // names, MatrixMarket dumps and the verbose log with its exact lines.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
 #include <cmath>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "dense/VQ_ColVector.h"
 #include "dense/VQ_DiagonalMatrix.h"
@@ -49,7 +49,8 @@ struct Pair {
   VQ_SparseSymMatrix M;
 };
 
-// ---- accessors ------------------------------------------------------------------------------------
+// ---- accessors
+// ------------------------------------------------------------------------------------
 
 TEST(EigenSolverBase, DefaultAndMainConstructors) {
   VQ_EigenSolver empty;
@@ -84,7 +85,8 @@ TEST(EigenSolverBase, WarningTexts) {
   EXPECT_EQ("Unclassified", text);
 }
 
-// ---- factorisation --------------------------------------------------------------------------------
+// ---- factorisation
+// --------------------------------------------------------------------------------
 
 TEST(EigenSolverFactorisation, OutOfCoreRetryCoreSize) {
   // max(peak, permanent + minimum) / 1000 + 1, integer division.
@@ -143,7 +145,8 @@ TEST(EigenSolverFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
   delete solver;
   solver = nullptr;
 
-  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false, 0.0);
+  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false,
+                                         0.0);
   ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
   const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
   EXPECT_GT(size, 1);
@@ -207,7 +210,8 @@ TEST(EigenSolverRigidBody, PivotRatioNamesTheDependentEquation) {
   EXPECT_EQ(2, VQ_EigenSolver::SingularPivotEquation(4, a, negative));
 }
 
-// ---- numerical helpers ----------------------------------------------------------------------------
+// ---- numerical helpers
+// ----------------------------------------------------------------------------
 
 TEST(EigenSolverHelpers, RayleighQuotient) {
   vqtest::Csr k = vqtest::CsrFromDense(3, {2.0, -1.0, 0.0, -1.0, 2.0, -1.0, 0.0, -1.0, 2.0});
@@ -249,7 +253,8 @@ TEST_P(GramSchmidt, ColumnsBecomeMOrthonormal) {
   }
   EXPECT_LT(vqtest::MOrthonormalityError(m, count, X.GetDataPointer()), 1e-12);
   // Columns past `count` are not touched.
-  for (int i = 0; i < n; ++i) EXPECT_EQ(last[i], X.GetDataPointer()[static_cast<size_t>(n) * count + i]);
+  for (int i = 0; i < n; ++i)
+    EXPECT_EQ(last[i], X.GetDataPointer()[static_cast<size_t>(n) * count + i]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Masses, GramSchmidt, ::testing::Values(false, true),
@@ -279,7 +284,8 @@ TEST(EigenSolverHelpers, GramSchmidtWithDenseWeightAndNothingToDo) {
   EXPECT_NEAR(-1.0 / std::sqrt(2.0), X.Value(2, 2), 1e-15);
 }
 
-// ---- files ----------------------------------------------------------------------------------------
+// ---- files
+// ----------------------------------------------------------------------------------------
 
 TEST(EigenSolverFiles, GuidStringIs32HexCharacters) {
   VQ_EigenSolver solver;
@@ -308,7 +314,8 @@ TEST(EigenSolverFiles, PrintMatricesWritesMassAndStiffness) {
   EXPECT_FALSE(Exists(dir.Path() + "missing/MASSMatrix.mtx"));
 }
 
-// ---- verbose log ----------------------------------------------------------------------------------
+// ---- verbose log
+// ----------------------------------------------------------------------------------
 
 TEST(EigenSolverVerbose, ModeOneWritesExactLinesToStandardOutput) {
   vqtest::ScratchDir dir;

@@ -1,14 +1,14 @@
 // Generalized Jacobi: agreement with LAPACK's dsygv on random symmetric positive definite pairs,
 // M-orthonormal vectors, and the hand-computable edge cases (order 1, uncoupled pairs, ties with
 // the later index first, failures on non-positive diagonals).
+#include <gtest/gtest.h>
+#include <mkl_cblas.h>
+#include <mkl_lapacke.h>
+
 #include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <mkl_cblas.h>
-#include <mkl_lapacke.h>
 
 #include "dense/VQ_ColVector.h"
 #include "dense/VQ_DiagonalMatrix.h"
@@ -44,8 +44,8 @@ double MOrthoError(int n, const Dense& m, const Dense& x) {
   Dense mx(static_cast<size_t>(n) * n), g(static_cast<size_t>(n) * n);
   cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1.0, m.data(), n, x.data(), n,
               0.0, mx.data(), n);
-  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, n, n, n, 1.0, x.data(), n, mx.data(), n,
-              0.0, g.data(), n);
+  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, n, n, n, 1.0, x.data(), n, mx.data(), n, 0.0,
+              g.data(), n);
   double e = 0.0;
   for (int j = 0; j < n; ++j)
     for (int i = 0; i < n; ++i)
@@ -81,11 +81,14 @@ TEST_P(JacobiAgainstLapack, EigenvaluesAndMOrthonormalVectors) {
     const Dense m = RandomSpd(n, rng, 1.0 + n);
 
     Dense a = k, b = m, w(n);
-    ASSERT_EQ(0, LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
+    ASSERT_EQ(0,
+              LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
 
     Dense kp = Pack(n, k), mp = Pack(n, m), x(static_cast<size_t>(n) * n), lambda(n);
-    ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(n, kp.data(), mp.data(), x.data(), lambda.data()));
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(lambda[i], w[i], 1e-10 * std::fabs(w[i])) << "mode " << i + 1;
+    ASSERT_EQ(
+        0, vqmath::internal::GeneralizedJacobi(n, kp.data(), mp.data(), x.data(), lambda.data()));
+    for (int i = 0; i < n; ++i)
+      EXPECT_NEAR(lambda[i], w[i], 1e-10 * std::fabs(w[i])) << "mode " << i + 1;
     // The sweeps stop after a sweep whose couplings (measured before its rotations) were all
     // below 1e-10 in square, i.e. 1e-5 relative: the eigenvalues are then exact to rounding
     // (second order), the vectors orthonormal to well below that first-order bound.
@@ -172,9 +175,11 @@ TEST(JacobiEdgeCases, CoupledTwoByTwoHandComputed) {
 
 TEST(JacobiEdgeCases, NonPositiveDiagonalFails) {
   Dense k = {2.0, 0.5, 1.0}, m = {1.0, 0.0, 0.0}, x(4), lambda(2);
-  EXPECT_EQ(-1, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
+  EXPECT_EQ(-1,
+            vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
   Dense k2 = {-2.0, 0.5, 1.0}, m2 = {1.0, 0.0, 1.0};
-  EXPECT_EQ(-1, vqmath::internal::GeneralizedJacobi(2, k2.data(), m2.data(), x.data(), lambda.data()));
+  EXPECT_EQ(-1,
+            vqmath::internal::GeneralizedJacobi(2, k2.data(), m2.data(), x.data(), lambda.data()));
 }
 
 TEST(JacobiEdgeCases, DiagonalObjectsAreReadThroughTheirValues) {

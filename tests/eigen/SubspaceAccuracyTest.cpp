@@ -1,12 +1,12 @@
 // Subspace iteration against dense LAPACK on generated solids and the real structural matrices:
-// the lowest p eigenvalues to 1e-8 relative, residuals ||K phi - lambda M phi|| / ||K phi|| <= 1e-6,
-// M-orthonormal vectors; diagonal and sparse (consistent) masses, with and without a starting
+// the lowest p eigenvalues to 1e-8 relative, residuals ||K phi - lambda M phi|| / ||K phi|| <=
+// 1e-6, M-orthonormal vectors; diagonal and sparse (consistent) masses, with and without a starting
 // shift, out of core, and with the eigenvalue limit.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dense/VQ_Matrix.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
@@ -78,7 +78,8 @@ TEST(SubspaceShift, StartShiftAboveTheLowestModeFailsWithoutResults) {
   EXPECT_EQ(0, r.found);
 }
 
-// ---- other mass forms ------------------------------------------------------------------------------
+// ---- other mass forms
+// ------------------------------------------------------------------------------
 
 // A dense (general) mass matrix: products and shifts use the full matrix.
 TEST(SubspaceMassForms, DenseConsistentMassWithShift) {
@@ -107,8 +108,10 @@ TEST(SubspaceMassForms, MassReachingOutsideTheStiffnessPattern) {
   for (int i = 0; i < n; ++i) {
     kd[static_cast<size_t>(i) * n + i] = 2.0 + i;
     md[static_cast<size_t>(i) * n + i] = 1.0;
-    if (i + 1 < n) kd[static_cast<size_t>(i) * n + i + 1] = kd[static_cast<size_t>(i + 1) * n + i] = -1.0;
-    if (i + 3 < n) md[static_cast<size_t>(i) * n + i + 3] = md[static_cast<size_t>(i + 3) * n + i] = 0.1;
+    if (i + 1 < n)
+      kd[static_cast<size_t>(i) * n + i + 1] = kd[static_cast<size_t>(i + 1) * n + i] = -1.0;
+    if (i + 3 < n)
+      md[static_cast<size_t>(i) * n + i + 3] = md[static_cast<size_t>(i + 3) * n + i] = 0.1;
   }
   EigenProblem e;
   e.name = "outside pattern";
@@ -152,7 +155,8 @@ TEST(SubspaceLimit, StopsAfterTheFirstValueAboveTheLimit) {
 
 TEST(SubspaceLimit, KnownSpectrumStopsAtSixty) {
   // Eigenvalues 10, 30, 60, 100, ... with the limit at 50: 10, 30 and 60 are stored.
-  const EigenProblem e = vqtest::DiagonalProblem({100, 10, 150, 60, 30, 210, 280, 360}, std::vector<double>(8, 1.0));
+  const EigenProblem e =
+      vqtest::DiagonalProblem({100, 10, 150, 60, 30, 210, 280, 360}, std::vector<double>(8, 1.0));
   SubspaceOptions o;
   o.limitActive = true;
   o.limit = 50.0;
@@ -164,7 +168,8 @@ TEST(SubspaceLimit, KnownSpectrumStopsAtSixty) {
   EXPECT_NEAR(60.0, r.values[2], 1e-10);
 }
 
-// ---- real structural matrices ---------------------------------------------------------------------
+// ---- real structural matrices
+// ---------------------------------------------------------------------
 
 struct RealCase {
   const char* number;
@@ -184,13 +189,15 @@ TEST_P(SubspaceOnRealMatrices, LowestModesMatchLapack) {
   ExpectLowestModes(e, vqtest::RunSubspace(e, c.p, o), c.p);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    HarwellBoeing, SubspaceOnRealMatrices,
-    ::testing::Values(RealCase{"01", 6, 0.0}, RealCase{"02", 8, 0.0}, RealCase{"05", 10, 0.0},
-                      RealCase{"06", 12, 0.0}, RealCase{"07", 8, 0.0}, RealCase{"20", 6, 0.0},
-                      RealCase{"22", 8, 0.0}, RealCase{"06", 6, -1.0}, RealCase{"07", 6, -1.0}),
-    [](const ::testing::TestParamInfo<RealCase>& info) {
-      return std::string("bcsstk") + info.param.number + (info.param.shift != 0.0 ? "_shifted" : "");
-    });
+INSTANTIATE_TEST_SUITE_P(HarwellBoeing, SubspaceOnRealMatrices,
+                         ::testing::Values(RealCase{"01", 6, 0.0}, RealCase{"02", 8, 0.0},
+                                           RealCase{"05", 10, 0.0}, RealCase{"06", 12, 0.0},
+                                           RealCase{"07", 8, 0.0}, RealCase{"20", 6, 0.0},
+                                           RealCase{"22", 8, 0.0}, RealCase{"06", 6, -1.0},
+                                           RealCase{"07", 6, -1.0}),
+                         [](const ::testing::TestParamInfo<RealCase>& info) {
+                           return std::string("bcsstk") + info.param.number +
+                                  (info.param.shift != 0.0 ? "_shifted" : "");
+                         });
 
 }  // namespace

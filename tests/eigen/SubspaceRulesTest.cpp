@@ -1,14 +1,14 @@
 // Subspace iteration: the stated rules of the solver (trial-vector counts, the shift rule, the
 // eigenvalue store, passes and the Sturm sequence check, the rigid-body check, no-mass detection,
 // copies) and the random generator behind the trial vectors.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
@@ -103,7 +103,8 @@ TEST(SubspaceTrialVectors, RandomFillIsRepeatable) {
     for (int i = 1; i <= 30; ++i) EXPECT_NEAR(a.Value(i, j), b.Value(i, j), 1e-14);
 }
 
-// ---- no mass --------------------------------------------------------------------------------------
+// ---- no mass
+// --------------------------------------------------------------------------------------
 
 TEST(SubspaceNoMass, NoTermAboveTheZeroValueGivesMinus20) {
   DiagonalPair pair(Range(6, 1.0, 1.0), {1e-8, 0.0, -1e-9, 5e-9, 1e-8, 0.0});
@@ -120,7 +121,8 @@ TEST(SubspaceNoMass, NoTermAboveTheZeroValueGivesMinus20) {
   EXPECT_EQ(1, some.GetNumReqEigen());
 }
 
-// ---- the shift rule -------------------------------------------------------------------------------
+// ---- the shift rule
+// -------------------------------------------------------------------------------
 
 TEST(SubspaceShiftRule, CalculateNewShift) {
   DiagonalPair pair(Range(20, 1.0, 1.0), std::vector<double>(20, 1.0));
@@ -136,7 +138,8 @@ TEST(SubspaceShiftRule, CalculateNewShift) {
   EXPECT_DOUBLE_EQ(-0.99, solver.CalculateNewShift(-1.0, 1e-17));
 }
 
-// ---- the eigenvalue store -------------------------------------------------------------------------
+// ---- the eigenvalue store
+// -------------------------------------------------------------------------
 
 TEST(SubspaceResults, ValueWithinToleranceOfAStoredOneIsDropped) {
   DiagonalPair pair(Range(20, 1.0, 1.0), std::vector<double>(20, 1.0));
@@ -244,7 +247,8 @@ TEST(SubspacePasses, MissedModeIsReportedBySturmCheck) {
   EXPECT_NEAR(12.0, r.values[1], 1e-2);
 }
 
-// ---- the rigid-body check -------------------------------------------------------------------------
+// ---- the rigid-body check
+// -------------------------------------------------------------------------
 
 TEST(SubspaceRigidBody, SingularStiffnessFailsWithInstabilityEquation) {
   const EigenProblem e = vqtest::SolidProblem(4, 2, 2, false, /*clamped=*/false);
@@ -270,7 +274,8 @@ TEST(SubspaceRigidBody, AllowedRigidBodyModesAreFoundWithANegativeShift) {
   EXPECT_LT(vqtest::RelDiff(r.values[7], reference[7]), 1e-8);
 }
 
-// ---- copies ---------------------------------------------------------------------------------------
+// ---- copies
+// ---------------------------------------------------------------------------------------
 
 TEST(SubspaceCopy, CopiesExactlyTheListedSettings) {
   DiagonalPair pair(Range(20, 1.0, 1.0), std::vector<double>(20, 1.0));
@@ -290,8 +295,8 @@ TEST(SubspaceCopy, CopiesExactlyTheListedSettings) {
   double limit = 0.0;
   b.GetEigenvalueLimit(limit);
   EXPECT_EQ(1.7976931348623157e308, limit);  // the value itself is not copied
-  EXPECT_FALSE(b.GetRigidBodyModesCheck());   // nor the rigid-body flag
-  EXPECT_EQ(0, b.GetNumReqEigen());           // the base starts empty
+  EXPECT_FALSE(b.GetRigidBodyModesCheck());  // nor the rigid-body flag
+  EXPECT_EQ(0, b.GetNumReqEigen());          // the base starts empty
   EXPECT_EQ(0, b.GetAllEigenVectors()->NumRows());
 
   VQ_SubspaceEigenSparseSolver c;
@@ -302,7 +307,8 @@ TEST(SubspaceCopy, CopiesExactlyTheListedSettings) {
   EXPECT_FALSE(c.GetRigidBodyModesCheck());
 }
 
-// ---- verbose log of a run -------------------------------------------------------------------------
+// ---- verbose log of a run
+// -------------------------------------------------------------------------
 
 TEST(SubspaceVerbose, RunWritesItsProgressToTheLogFile) {
   DiagonalPair pair(Range(20, 1.0, 1.0), std::vector<double>(20, 1.0));
@@ -325,7 +331,8 @@ TEST(SubspaceVerbose, RunWritesItsProgressToTheLogFile) {
   EXPECT_NE(std::string::npos, log.find("All requested Eigens found\n"));
 }
 
-// ---- random numbers -------------------------------------------------------------------------------
+// ---- random numbers
+// -------------------------------------------------------------------------------
 
 // Straightforward 64-bit form of L'Ecuyer's combined generator with the 32-entry shuffle.
 class ReferenceGenerator {

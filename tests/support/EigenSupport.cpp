@@ -1,13 +1,12 @@
 // Helpers of the eigen-solver tests; see EigenSupport.h.
 #include "support/EigenSupport.h"
 
+#include <mkl_lapacke.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <memory>
 #include <random>
-
-#include <unistd.h>
-
-#include <mkl_lapacke.h>
 
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 #include "models/SolidModel.h"
@@ -80,7 +79,8 @@ EigenProblem RotatedProblem(const std::vector<double>& eigenvalues, unsigned see
   for (int j = 0; j < n; ++j)
     for (int i = 0; i < n; ++i) {
       double s = 0.0;
-      for (int c = 0; c < n; ++c) s += q[static_cast<size_t>(c) * n + i] * eigenvalues[c] * q[static_cast<size_t>(c) * n + j];
+      for (int c = 0; c < n; ++c)
+        s += q[static_cast<size_t>(c) * n + i] * eigenvalues[c] * q[static_cast<size_t>(c) * n + j];
       k[static_cast<size_t>(j) * n + i] = s;
     }
   EigenProblem e;
@@ -105,9 +105,9 @@ SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& o) 
   std::vector<double> lumped = e.lumped;
   std::unique_ptr<VQ_SubspaceEigenSparseSolver> solver;
   if (e.diagonal())
-    solver.reset(new VQ_SubspaceEigenSparseSolver(
-        k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), lumped.data(),
-        o.oocMode, -2, p, dir.Path().c_str(), o.limitActive, o.limit));
+    solver.reset(new VQ_SubspaceEigenSparseSolver(k.n, k.rowPointers.data(), k.columnIndices.data(),
+                                                  k.values.data(), lumped.data(), o.oocMode, -2, p,
+                                                  dir.Path().c_str(), o.limitActive, o.limit));
   else
     solver.reset(new VQ_SubspaceEigenSparseSolver(
         k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), m.rowPointers.data(),
