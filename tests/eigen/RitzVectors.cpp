@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -297,6 +298,26 @@ TEST_F(RitzVectors, LimitDropsEstimatesAboveIt) {
   EXPECT_EQ(limited->GetVectorsPtr()->NumCols(), 4);
   std::unique_ptr<VQ_LDRitzVectors> none(Make(true, est[0] * 0.5));
   EXPECT_EQ(none->SolveWYD(10, "", nullptr, &load, 0), -40);
+}
+
+TEST_F(RitzVectors, PrintMatricesWritesBothMatrixMarketFiles) {
+  std::unique_ptr<VQ_LDRitzVectors> r(Make());
+  const std::string folder = ::testing::TempDir();
+  r->PrintMatrices(folder.c_str());
+  for (const char* name : {"MASSMatrix.mtx", "STIFFNESSMatrix.mtx"}) {
+    Csr read;
+    std::string error;
+    ASSERT_TRUE(vqtest::ReadMtx(folder + name, read, &error)) << name << ": " << error;
+    const Csr& expected = std::string(name) == "MASSMatrix.mtx" ? *m_ : *k_;
+    ASSERT_EQ(read.n, expected.n);
+    EXPECT_EQ(read.rowPointers, expected.rowPointers) << name;
+    // Values as written (12 significant digits), against the matrix's largest entry.
+    double scale = 0.0;
+    for (double v : expected.values) scale = std::max(scale, std::fabs(v));
+    for (int i = 0; i < read.nnz(); ++i)
+      EXPECT_NEAR(read.values[i], expected.values[i], 1e-11 * scale) << name;
+    std::remove((folder + name).c_str());
+  }
 }
 
 // ---- failures and mappings
