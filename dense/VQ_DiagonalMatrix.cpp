@@ -123,6 +123,13 @@ int VQ_DiagonalMatrix::CountNonZeroDiagonalTerms(double tol) const {
 
 void VQ_DiagonalMatrix::MtSM(const VQ_Matrix& m, VQ_SymMatrix& s) const {
   // s(i, j) = sum over the rows k of m of m(k, i) m(k, j) d_k, i <= j, in packed storage order.
+  if (static_cast<const VQ_Matrix*>(&s) == this || static_cast<const VQ_Matrix*>(&s) == &m) {
+    // The result would overwrite an operand before it is read: go through a temporary.
+    VQ_SymMatrix tmp;
+    MtSM(m, tmp);
+    s = tmp;
+    return;
+  }
   const int q = m.NumCols();
   const int K = std::min(m.NumRows(), rows);  // rows of m beyond the order have no d_k
   s.Redimension(q, q, 0.0);

@@ -501,12 +501,19 @@ void VQ_Matrix::PostMultiply(const VQ_Matrix& B, VQ_Matrix& P) const {
       std::memset(P.data, 0, static_cast<size_t>(m) * n * sizeof(double));
       return;
     }
+    // A product written over one of its own operands goes through a scratch block.
+    const bool aliased = P.data == data || P.data == B.data;
     if (static_cast<long long>(m) * n * kdim >= kBlasProductThreshold) {
-      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, m, n, kdim, 1.0, data, m, B.data, kdim, 0.0, P.data, m);
-      return;
+      WorkBuffer scratch(aliased ? static_cast<long long>(m) * n : 0);
+      if (scratch.ok()) {
+        double* target = aliased ? scratch.get() : P.data;
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, m, n, kdim, 1.0, data, m, B.data, kdim, 0.0, target, m);
+        if (aliased) std::memcpy(P.data, target, static_cast<size_t>(m) * n * sizeof(double));
+        return;
+      }
     }
     // Inner products of row i of A and column j of B, k in increasing order, unrolled by four.
-    for (int j = 0; j < n; ++j) {
+    for (int j = 0; j < n && !aliased; ++j) {
       const double* bj = B.data + static_cast<long long>(j) * kdim;
       double* pj = P.data + static_cast<long long>(j) * m;
       for (int i = 0; i < m; ++i) {
@@ -520,7 +527,7 @@ void VQ_Matrix::PostMultiply(const VQ_Matrix& B, VQ_Matrix& P) const {
         pj[i] = s;
       }
     }
-    return;
+    if (!aliased) return;
   }
 
   // General case: sizes that disagree, packed operands or an irregular target. The product runs
@@ -570,20 +577,44 @@ bool ThresholdedCopy(const double* src, int r, int c, int ld, double* dst) {
   return finite;
 }
 
-// Full square form (n x n, column-major) of a symmetric matrix with KeptFactor applied, read from
-// the packed storage or through Value. Returns false when a kept value is infinite.
-bool UnpackSymmetricThresholded(const VQ_SymMatrix& s, int n, double* full) {
+// Scans the r x c block of src (leading dimension ld): `changes` tells whether KeptFactor alters a
+// value (a nonzero value of magnitude <= machine epsilon, or NaN), `finite` whether no value is
+// infinite. Lets the products use the operand's own storage when no copy is needed.
+void ScanFactors(const double* src, int r, int c, int ld, bool& changes, bool& finite) {
+  changes = false;
+  finite = true;
+  for (int j = 0; j < c; ++j) {
+    const double* sj = src + static_cast<long long>(j) * ld;
+    for (int i = 0; i < r; ++i) {
+      const double v = sj[i];
+      if (v != 0.0 && !(std::fabs(v) > kMachineEpsilon)) changes = true;
+      if (std::isinf(v)) finite = false;
+    }
+  }
+}
+
+// Upper triangle (column-major n x n, i <= j) of a symmetric matrix with KeptFactor applied, read
+// from the packed storage or through Value. Returns false when a kept value is infinite.
+bool UnpackUpperThresholded(const VQ_SymMatrix& s, int n, double* full) {
   const double* p = s.GetDataPointer();
   const bool packed = s.HasPackedLayout();
   bool finite = true;
-  for (int j = 1; j <= n; ++j)
+  for (int j = 1; j <= n; ++j) {
+    double* fj = full + Pos(1, j, n);
+    const double* pj = packed ? p + static_cast<long long>(j - 1) * j / 2 : nullptr;
     for (int i = 1; i <= j; ++i) {
-      const double v = KeptFactor(packed ? p[static_cast<long long>(j - 1) * j / 2 + (i - 1)] : s.Value(i, j));
+      const double v = KeptFactor(packed ? pj[i - 1] : s.Value(i, j));
       if (std::isinf(v)) finite = false;
-      full[Pos(i, j, n)] = v;
-      full[Pos(j, i, n)] = v;
+      fj[i - 1] = v;
     }
+  }
   return finite;
+}
+
+// Mirrors the upper triangle of a column-major n x n array into its lower triangle.
+void MirrorUpper(int n, double* full) {
+  for (int j = 1; j <= n; ++j)
+    for (int i = j + 1; i <= n; ++i) full[Pos(i, j, n)] = full[Pos(j, i, n)];
 }
 
 }  // namespace
@@ -595,35 +626,47 @@ void VQ_Matrix::PostMultiply(const VQ_SymMatrix& S, VQ_Matrix& P) const {
   const int inner = std::min(cols, n);
   if (m <= 0 || n <= 0) return;
   GeneralView a(*this);
-  WorkBuffer full(static_cast<long long>(n) * n), at(static_cast<long long>(m) * inner),
-      out(static_cast<long long>(m) * n);
-  if (!a.ok() || !full.ok() || !at.ok() || !out.ok()) {
+  if (!a.ok()) {
     status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
     ReportNoMemory();
     return;
   }
-  const bool finiteS = UnpackSymmetricThresholded(S, n, full.get());
-  const bool finiteA = inner <= 0 || ThresholdedCopy(a.data(), m, inner, m, at.get());
+  // A is used in place unless some of its factors must become zeros (then a thresholded copy).
+  bool changesA = false, finiteA = true;
+  if (inner > 0) ScanFactors(a.data(), m, inner, m, changesA, finiteA);
+  const bool direct = RawTarget(P, m, n) && P.data != a.data();
+  WorkBuffer full(static_cast<long long>(n) * n), at(changesA ? static_cast<long long>(m) * inner : 0),
+      out(direct ? 0 : static_cast<long long>(m) * n);
+  if (!full.ok() || !at.ok() || !out.ok()) {
+    status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
+    ReportNoMemory();
+    return;
+  }
+  const bool finiteS = UnpackUpperThresholded(S, n, full.get());
+  if (changesA) ThresholdedCopy(a.data(), m, inner, m, at.get());
+  const double* af = changesA ? at.get() : a.data();
+  double* result = direct ? P.data : out.get();
   if (inner <= 0) {
-    std::fill(out.get(), out.get() + static_cast<long long>(m) * n, 0.0);
-  } else if (finiteA && finiteS && static_cast<long long>(m) * n * inner >= kBlasProductThreshold) {
-    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, m, n, inner, 1.0, at.get(), m, full.get(), n, 0.0,
-                out.get(), m);
+    std::fill(result, result + static_cast<long long>(m) * n, 0.0);
+  } else if (inner == n && finiteA && finiteS && static_cast<long long>(m) * n * inner >= kBlasProductThreshold) {
+    // P = A' S' with S' symmetric (upper triangle referenced).
+    cblas_dsymm(CblasColMajor, CblasRight, CblasUpper, m, n, 1.0, full.get(), n, af, m, 0.0, result, m);
   } else {
+    MirrorUpper(n, full.get());
     // Term by term, k in increasing order; zeroed factors are the skipped terms.
     for (int j = 1; j <= n; ++j) {
-      double* pj = out.get() + Pos(1, j, m);
+      double* pj = result + Pos(1, j, m);
       std::fill(pj, pj + m, 0.0);
       const double* sj = full.get() + Pos(1, j, n);
       for (int k = 1; k <= inner; ++k) {
         const double s = sj[k - 1];
         if (s == 0.0) continue;
-        const double* ak = at.get() + Pos(1, k, m);
-        for (int i = 0; i < m; ++i) pj[i] += (ak[i] != 0.0) ? ak[i] * s : 0.0;
+        const double* ak = af + Pos(1, k, m);
+        for (int i = 0; i < m; ++i) pj[i] += (std::fabs(ak[i]) > kMachineEpsilon) ? ak[i] * s : 0.0;
       }
     }
   }
-  StoreBlock(P, m, n, out.get());
+  if (!direct) StoreBlock(P, m, n, out.get());
 }
 
 void VQ_Matrix::PreMultiply(const VQ_SymMatrix& S, VQ_Matrix& P) const {
@@ -633,35 +676,47 @@ void VQ_Matrix::PreMultiply(const VQ_SymMatrix& S, VQ_Matrix& P) const {
   const int inner = std::min(rows, n);
   if (n <= 0 || c <= 0) return;
   GeneralView a(*this);
-  WorkBuffer full(static_cast<long long>(n) * n), at(static_cast<long long>(inner) * c),
-      out(static_cast<long long>(n) * c);
-  if (!a.ok() || !full.ok() || !at.ok() || !out.ok()) {
+  if (!a.ok()) {
     status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
     ReportNoMemory();
     return;
   }
-  const bool finiteS = UnpackSymmetricThresholded(S, n, full.get());
-  const bool finiteA = inner <= 0 || ThresholdedCopy(a.data(), inner, c, a.rows, at.get());
+  const int lda = a.rows;
+  bool changesA = false, finiteA = true;
+  if (inner > 0) ScanFactors(a.data(), inner, c, lda, changesA, finiteA);
+  const bool direct = RawTarget(P, n, c) && P.data != a.data();
+  WorkBuffer full(static_cast<long long>(n) * n), at(changesA ? static_cast<long long>(inner) * c : 0),
+      out(direct ? 0 : static_cast<long long>(n) * c);
+  if (!full.ok() || !at.ok() || !out.ok()) {
+    status = MATLIBDLLCOMMONS::STATUS_NO_MEMORY;
+    ReportNoMemory();
+    return;
+  }
+  const bool finiteS = UnpackUpperThresholded(S, n, full.get());
+  if (changesA) ThresholdedCopy(a.data(), inner, c, lda, at.get());
+  const double* af = changesA ? at.get() : a.data();
+  const int ldaf = changesA ? inner : lda;
+  double* result = direct ? P.data : out.get();
   if (inner <= 0) {
-    std::fill(out.get(), out.get() + static_cast<long long>(n) * c, 0.0);
-  } else if (finiteA && finiteS && static_cast<long long>(n) * c * inner >= kBlasProductThreshold) {
-    // S(:, 1..inner) times the thresholded A.
-    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, c, inner, 1.0, full.get(), n, at.get(), inner, 0.0,
-                out.get(), n);
+    std::fill(result, result + static_cast<long long>(n) * c, 0.0);
+  } else if (inner == n && finiteA && finiteS && static_cast<long long>(n) * c * inner >= kBlasProductThreshold) {
+    // P = S' A' with S' symmetric (upper triangle referenced).
+    cblas_dsymm(CblasColMajor, CblasLeft, CblasUpper, n, c, 1.0, full.get(), n, af, ldaf, 0.0, result, n);
   } else {
+    MirrorUpper(n, full.get());
     for (int j = 1; j <= c; ++j) {
-      double* pj = out.get() + Pos(1, j, n);
+      double* pj = result + Pos(1, j, n);
       std::fill(pj, pj + n, 0.0);
-      const double* aj = at.get() + Pos(1, j, inner);
+      const double* aj = af + static_cast<long long>(j - 1) * ldaf;
       for (int k = 1; k <= inner; ++k) {
         const double av = aj[k - 1];
-        if (av == 0.0) continue;
+        if (!(std::fabs(av) > kMachineEpsilon)) continue;
         const double* sk = full.get() + Pos(1, k, n);
         for (int i = 0; i < n; ++i) pj[i] += (sk[i] != 0.0) ? sk[i] * av : 0.0;
       }
     }
   }
-  StoreBlock(P, n, c, out.get());
+  if (!direct) StoreBlock(P, n, c, out.get());
 }
 
 void VQ_Matrix::PostMultiply(const VQ_DiagonalMatrix& D, VQ_Matrix& P) const {

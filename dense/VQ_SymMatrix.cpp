@@ -169,6 +169,13 @@ void VQ_SymMatrix::CopyUpperDiagonal(const VQ_Matrix& m) {
 void VQ_SymMatrix::Tt_K_T(const VQ_Matrix& t, VQ_SymMatrix& r) const {
   // r(i, j) = t(:, i)' K t(:, j), i <= j. Per column j: w = K t(:, j), then r(j, jj) = t(:, jj).w
   // for jj = j..m. Sizes that disagree are reduced to the common leading block.
+  if (&r == this || static_cast<const VQ_Matrix*>(&r) == &t) {
+    // The result would overwrite an operand before it is read: go through a temporary.
+    VQ_SymMatrix tmp;
+    Tt_K_T(t, tmp);
+    r = tmp;
+    return;
+  }
   const int n = std::min(NumRows(), t.NumRows()), m = t.NumCols();
   r.Redimension(m, m, 0.0);
   if (m <= 0 || r.NumRows() != m) return;
@@ -209,6 +216,12 @@ void VQ_SymMatrix::Tt_K_T(const VQ_Matrix& t, VQ_SymMatrix& r) const {
 
 void VQ_SymMatrix::T_K_Tt(const VQ_Matrix& t, VQ_SymMatrix& r) const {
   // r(i, j) = t(i, :) K t(j, :)', i <= j, built like Tt_K_T with the rows of t.
+  if (&r == this || static_cast<const VQ_Matrix*>(&r) == &t) {
+    VQ_SymMatrix tmp;
+    T_K_Tt(t, tmp);
+    r = tmp;
+    return;
+  }
   const int n = std::min(NumRows(), t.NumCols()), m = t.NumRows();
   r.Redimension(m, m, 0.0);
   if (m <= 0 || r.NumRows() != m) return;

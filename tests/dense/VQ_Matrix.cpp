@@ -576,3 +576,20 @@ TEST(MatrixOperators, ScalingAndDivisionThreshold) {
   EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
   for (double x : Full(a)) EXPECT_TRUE(std::isinf(x));
 }
+
+TEST(MatrixProductEdge, ProductWrittenOverItsOwnOperand) {
+  for (int n : {3, 60}) {  // loop path and BLAS path
+    VQ_Matrix a = RandomMatrix(n, n, 61), b = RandomMatrix(n, n, 62);
+    const std::vector<double> ref = RefProduct(Full(a), n, n, Full(b), n);
+    VQ_Matrix a2(a);
+    a2.PostMultiply(b, a2);  // P is A
+    EXPECT_LT(MaxAbsDiff(Full(a2), ref), 1e-13 * n) << n;
+    VQ_Matrix b2(b);
+    a.PostMultiply(b2, b2);  // P is B
+    EXPECT_LT(MaxAbsDiff(Full(b2), ref), 1e-13 * n) << n;
+    VQ_SymMatrix s = RandomSym(n, 63);
+    VQ_Matrix a3(a);
+    a3.PostMultiply(s, a3);
+    EXPECT_LT(MaxAbsDiff(Full(a3), RefProduct(Full(a), n, n, Full(s), n)), 1e-12 * n) << n;
+  }
+}

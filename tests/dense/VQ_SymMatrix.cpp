@@ -234,3 +234,12 @@ TEST(SymOperators, PrintToStream) {
             "0.5000000000000000 -2.0000000000000000\n");
   s.print(static_cast<std::ostream*>(nullptr));
 }
+
+TEST(SymCongruenceEdge, ResultMayBeTheMatrixItself) {
+  VQ_SymMatrix k = RandomSym(5, 13);
+  VQ_Matrix t = RandomMatrix(5, 5, 14);
+  VQ_SymMatrix expected;
+  k.Tt_K_T(t, expected);
+  k.Tt_K_T(t, k);
+  EXPECT_LT(MaxAbsDiff(Full(k), Full(expected)), 1e-300);
+}
