@@ -259,12 +259,6 @@ void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome&
                                             request.wantVectors ? vectors.data() : nullptr, shift,
                                             request.workingDirectory.c_str(), 1);
     TakeResults(out, code, found, values, vectors, n, request);
-    if (request.hasLimit) {
-        EigenRequest limitOnly;
-        limitOnly.hasLimit = true;
-        limitOnly.limit = request.limit;
-        Select(out.values, out.vectors, n, limitOnly);
-    }
 #else
     (void)pencil, (void)request, (void)out, (void)call;
 #endif
@@ -396,6 +390,13 @@ EigenOutcome RunEigen(Method method, const Pencil& pencil, const EigenRequest& r
     case Method::Lanczos: RunLanczos(pencil, request, out, call); break;
     case Method::Feast: RunFeast(pencil, request, out, call); break;
     case Method::Ritz: RunRitz(pencil, request, out); break;
+    }
+    // Solvers stop at the first eigenvalue above the limit and keep it: it is not wanted.
+    if (request.hasLimit && !out.values.empty()) {
+        EigenRequest limitOnly;
+        limitOnly.hasLimit = true;
+        limitOnly.limit = request.limit;
+        Select(out.values, out.vectors, pencil.N(), limitOnly);
     }
     out.seconds = call.Seconds();
     return out;

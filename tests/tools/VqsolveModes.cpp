@@ -189,6 +189,21 @@ TEST_F(VqsolveModes, FeastFindsTheEigenvaluesOfTheInterval)
     EXPECT_FALSE(report["partial"].boolean);  // the interval, not the count, bounds the search
 }
 
+TEST_F(VqsolveModes, LimitEndsTheSearchWithoutPartialResults)
+{
+    const double limit = 0.5 * (spectrum_[4] + spectrum_[5]);
+    for (const char* method : {"subspace", "lanczos", "lapack"}) {
+        const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "9", "--method",
+                                      method, "--limit", std::to_string(limit), "--json"});
+        if (report.kind == Json::Kind::Null) continue;
+        const std::vector<double> values = report["eigenvalues"].Numbers();
+        ASSERT_EQ(values.size(), 5u) << method;
+        for (size_t q = 0; q < 5; ++q) EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[q]), 1e-8) << method;
+        EXPECT_FALSE(report["partial"].boolean) << method;
+        EXPECT_TRUE(report["sturm"]["passed"].boolean) << method;
+    }
+}
+
 TEST_F(VqsolveModes, CumulativeEffectiveMassFollowsTheModeShapesItWrites)
 {
     const int n = k_.n;

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <ftw.h>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -44,6 +45,26 @@ inline std::string ReadFile(const std::string& path)
     return s.str();
 }
 
+// Folders made by TempFolder, removed with their files when the test program ends.
+class TempFolders {
+public:
+    static TempFolders& Instance()
+    {
+        static TempFolders folders;
+        return folders;
+    }
+    void Add(const std::string& path) { paths_.push_back(path); }
+    ~TempFolders()
+    {
+        for (const auto& p : paths_)
+            nftw(p.c_str(), [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path), 0; }, 16,
+                 FTW_DEPTH | FTW_PHYS);
+    }
+
+private:
+    std::vector<std::string> paths_;
+};
+
 // A fresh folder below the test's temporary directory.
 inline std::string TempFolder()
 {
@@ -51,6 +72,7 @@ inline std::string TempFolder()
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
     if (!mkdtemp(buffer.data())) return ::testing::TempDir();
+    TempFolders::Instance().Add(buffer.data());
     return std::string(buffer.data()) + "/";
 }
 
