@@ -91,6 +91,7 @@ int main(int argc, char** argv)
     if (status == 1) result.Set("partial", 1);
     result.Set("lambda_first", eigenvalues[0]);
     result.Set("lambda_last", eigenvalues[found - 1]);
+    result.SetList("lambdas", eigenvalues.data(), found);
     result.Set("residual", buckling ? WorstModeResidual(k, {}, &kg, eigenvalues.data(), modes.data(), found)
                                     : WorstModeResidual(k, m, nullptr, eigenvalues.data(), modes.data(), found));
     VQ_ReleaseLibrary();

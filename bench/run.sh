@@ -7,8 +7,14 @@
 # Options: --threads N (2)       threads for MKL and OpenMP in every measured program
 #          --sizes A,B,C         solid sizes in equations (overrides the preset)
 #          --modes-size N        solid size of the modal comparison (one of the sizes)
+#          --wait-policy P       OMP_WAIT_POLICY of every measured program: passive (default:
+#                                idle OpenMP threads sleep, so that other work on the machine
+#                                cannot stretch barriers by whole time slices) or active, or
+#                                default (the runtime's choice)
 #          --budget SECONDS      time budget of the whole run (840); optional runs are skipped,
 #                                and reported as skipped, once it is spent
+#          --with-programs       also build and run the other bench/bench_*.cpp programs (each
+#                                prints its own table) within the budget, appended to the report
 #          --no-install          do not install missing packages
 #          --keep                keep the model files (printed folder)
 #          --out FILE            results file (default bench/results/<date>-<hostname>[-quick].md)
@@ -30,18 +36,21 @@ cd "$root"
 start=$(date +%s)
 load_before=$(cut -d' ' -f1-3 /proc/loadavg 2>/dev/null || echo "?")
 
-mode=full threads=2 budget=840 install=1 keep=0 out="" sizes="" modes_size=""
+mode=full threads=2 wait_policy=passive budget=840 install=1 keep=0 out="" sizes="" modes_size=""
+with_programs=0
 while [ $# -gt 0 ]; do
   case "$1" in
     --quick) mode=quick ;;
     --threads) threads=$2; shift ;;
+    --wait-policy) wait_policy=$2; shift ;;
     --sizes) sizes=$2; shift ;;
     --modes-size) modes_size=$2; shift ;;
     --budget) budget=$2; shift ;;
     --no-install) install=0 ;;
+    --with-programs) with_programs=1 ;;
     --keep) keep=1 ;;
     --out) out=$2; shift ;;
-    -h|--help) sed -n '2,30p' "$0"; exit 0 ;;
+    -h|--help) awk 'NR > 1 && /^#/ { sub(/^# ?/, ""); print; next } NR > 1 { exit }' "$0"; exit 0 ;;
     *) echo "bench/run.sh: unknown option $1" >&2; exit 2 ;;
   esac
   shift
@@ -84,8 +93,20 @@ bin=$build/bench
 peers=$bin/peers
 build_done=$(elapsed)
 
+# Which libraries the dynamic linker binds CHOLMOD's dgemm_ and dpotrf_ to, in each CHOLMOD
+# program (all bindings resolved at start: LD_BIND_NOW).
+binding_of() {
+  [ -x "$1" ] || return 0
+  LD_BIND_NOW=1 LD_DEBUG=bindings "$1" --K /nonexistent 2>&1 >/dev/null |
+    awk '/binding file .*libcholmod/ && /symbol `(dgemm_|dpotrf_)'"'"'/ {
+           sym = $NF; gsub(/[`'"'"']/, "", sym); n = split($7, p, "/")
+           printf "%s`%s` → `%s`", (c++ ? ", " : ""), sym, p[n] } END { print "" }' || true
+}
+bindings="CHOLMOD's BLAS and LAPACK as the dynamic linker bound them (LD_DEBUG=bindings): at its best $(binding_of "$peers/bench_peer_cholmod"); as installed $(binding_of "$peers/bench_peer_cholmod_refblas")."
+
 # ---- run environment --------------------------------------------------------------------------
 export MKL_NUM_THREADS=$threads OMP_NUM_THREADS=$threads
+if [ "$wait_policy" = default ]; then unset OMP_WAIT_POLICY; else export OMP_WAIT_POLICY=$wait_policy; fi
 cores=$(nproc 2>/dev/null || echo "$threads")
 data=$(mktemp -d "${TMPDIR:-/tmp}/vqmath-bench.XXXXXX")
 mkdir -p "$data/work"
@@ -158,10 +179,21 @@ static_pair() { # CASE K F VARIANT TIMEOUT
     "${peer_args[@]}" ${mt:+--mtype "$mt"}
 }
 
-variants=("iparm1=3" "iparm23=1" "mtype=2" "iparm1=3 iparm23=1" "iparm1=3 mtype=2" "iparm1=3 iparm23=1 mtype=2")
+# wall CASE PROG [GROUP]: whole seconds of the last run of PROG on CASE (60 when none).
+wall() {
+  local w
+  w=$(grep -P "\tcase=$1\t" "$results_log" | grep -P "\tprog=$2\t" | grep -P "\tgroup=${3:-static}\t" |
+      tail -1 | tr '\t' '\n' | sed -n 's/^wall_s=//p' || true)
+  awk -v w="${w:-60}" 'BEGIN { printf "%d", w + 1 }'
+}
+
+smallest=$(name_of "${size_list[0]}")
+modes_case=$(name_of "$modes_size")
 last=$(( ${#size_list[@]} - 1 ))
+
+# ---- required: static solution at every size ---------------------------------------------------
 for i in "${!size_list[@]}"; do
-  s=${size_list[$i]}; c=$(name_of "$s"); k=$data/$c.K.bin; f=$data/$c.F.bin
+  c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin; f=$data/$c.F.bin
   [ -f "$k" ] || continue
   reps=${repeats[$i]:-1}
   log "static solution $c ($reps runs each)"
@@ -169,57 +201,25 @@ for i in "${!size_list[@]}"; do
     static_pair "$c" "$k" "$f" default 900
     measure static "$c" default 900 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_cholmod" --K "$k" --F "$f"
   done
-  if [ "$i" -lt "$last" ]; then
-    if fits 150; then
-      measure static "$c" default 120 -- "$peers/bench_peer_cholmod_refblas" --K "$k" --F "$f"
-    else
-      skip static "$c" default cholmod-ref
-    fi
-    for v in "${variants[@]}"; do
-      [ "$library_ok" = 1 ] || break
-      if fits 60; then
-        measure static "$c" "$v" 600 -- "$bin/bench_suite_static" --K "$k" --F "$f" --msglvl 1 \
-          --workdir "$data/work/" $(variant_args "$v")
-      else
-        skip static "$c" "$v" ours
-      fi
-    done
-  elif [ "$i" -gt 0 ] && [ "$library_ok" = 1 ]; then
-    # The largest size: the settings that were fastest at the size before, with the direct
-    # PARDISO call on the same settings.
-    prev=$(name_of "${size_list[$((i - 1))]}")
-    best=$("$peers/bench_suite_runner" best --log "$results_log" --group static --case "$prev" --prog ours || true)
-    if [ -n "$best" ] && [ "$best" != default ]; then
-      if fits 300; then static_pair "$c" "$k" "$f" "$best" 900; else skip static "$c" "$best" ours; fi
-    fi
-  fi
 done
 
-# ---- natural modes ----------------------------------------------------------------------------
-modes_case=$(name_of "$modes_size")
-modal_cases=("$modes_case")
-[ "$(name_of "${size_list[0]}")" != "$modes_case" ] && modal_cases=("$(name_of "${size_list[0]}")" "$modes_case")
-for c in "${modal_cases[@]}"; do
-  k=$data/$c.K.bin; m=$data/$c.M.bin
-  [ -f "$k" ] || continue
-  log "natural modes $c"
+# ---- required: natural modes -------------------------------------------------------------------
+modes_run() { # CASE K M TIMEOUT
+  local c=$1 k=$2 m=$3 t=$4 iparm
   iparm=$(ls "$data"/$c.*.iparm 2>/dev/null | head -1 || true)
-  if [ "$library_ok" = 1 ]; then
-    measure modes "$c" default 600 -- "$bin/bench_suite_modes" --method lanczos --K "$k" --M "$m" --workdir "$data/work/"
-  fi
-  measure modes "$c" default 600 -- "$peers/bench_peer_arpack" --K "$k" --M "$m" ${iparm:+--iparm "$iparm"}
-  if [ "$library_ok" = 1 ]; then
-    measure modes "$c" default 600 -- "$bin/bench_suite_modes" --method subspace --K "$k" --M "$m" --workdir "$data/work/"
-  fi
-  measure modes "$c" default 600 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor cholmod
-  if [ "$c" = "$(name_of "${size_list[0]}")" ] || fits 200; then
-    measure modes "$c" default 180 -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor ldlt
-  else
-    skip modes "$c" default spectra-ldlt
-  fi
+  [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method lanczos --K "$k" --M "$m" --workdir "$data/work/"
+  measure modes "$c" default "$t" -- "$peers/bench_peer_arpack" --K "$k" --M "$m" ${iparm:+--iparm "$iparm"}
+  [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method subspace --K "$k" --M "$m" --workdir "$data/work/"
+  measure modes "$c" default "$t" --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor cholmod
+}
+for c in $(printf '%s\n' "$smallest" "$modes_case" | uniq); do
+  [ -f "$data/$c.K.bin" ] || continue
+  log "natural modes $c"
+  modes_run "$c" "$data/$c.K.bin" "$data/$c.M.bin" 600
+  [ "$c" = "$smallest" ] && measure modes "$c" default 180 -- "$peers/bench_peer_spectra" --K "$data/$c.K.bin" --M "$data/$c.M.bin" --factor ldlt
 done
 
-# ---- the frame: static solution and buckling ---------------------------------------------------
+# ---- required: the frame, static solution and buckling ---------------------------------------------
 k=$data/frame.K.bin
 if [ -f "$k" ]; then
   log "frame: static solution and buckling"
@@ -230,7 +230,7 @@ if [ -f "$k" ]; then
   # The shift: a fifth of the Euler estimate of the lowest buckling factor, safely below it
   # (a sway frame buckles at a quarter to the whole of that estimate), so that K - shift*Kg stays
   # positive definite for the Cholesky-based peers.
-  estimate=$(grep -P '\tcase=frame\t' "$results_log" | grep -P '\tprog=models\t' | tr '\t' '\n' | sed -n 's/^buckling_estimate=//p' | head -1)
+  estimate=$(grep -P '\tcase=frame\t' "$results_log" | grep -P '\tprog=models\t' | tr '\t' '\n' | sed -n 's/^buckling_estimate=//p' | head -1 || true)
   sigma=$(awk -v e="${estimate:-1}" 'BEGIN { printf "%.6g", e / 5 }')
   iparm=$(ls "$data"/frame.*.iparm 2>/dev/null | head -1 || true)
   b=(--mode buckling --K "$k" --Kg "$data/frame.Kg.bin" --sigma "$sigma")
@@ -240,7 +240,7 @@ if [ -f "$k" ]; then
   measure buckling frame default 300 -- "$peers/bench_peer_spectra" "${b[@]}" --factor ldlt
 fi
 
-# ---- the published structural matrices --------------------------------------------------------
+# ---- required: the published structural matrices (small) ---------------------------------------
 if [ -d "$shared" ]; then
   log "published matrices in $shared"
   for k in "$shared"/bcsstk*.mtx; do
@@ -254,14 +254,79 @@ if [ -d "$shared" ]; then
   for c in bcsstk06 bcsstk20; do
     k=$shared/$c.mtx; m=$shared/${c/stk/stm}.mtx
     [ -f "$k" ] && [ -f "$m" ] || continue
-    [ "$library_ok" = 1 ] && measure modes "$c" default 120 -- "$bin/bench_suite_modes" --method lanczos --K "$k" --M "$m" --workdir "$data/work/"
-    measure modes "$c" default 120 -- "$peers/bench_peer_arpack" --K "$k" --M "$m"
-    [ "$library_ok" = 1 ] && measure modes "$c" default 120 -- "$bin/bench_suite_modes" --method subspace --K "$k" --M "$m" --workdir "$data/work/"
-    measure modes "$c" default 120 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor cholmod
+    modes_run "$c" "$k" "$m" 120
     measure modes "$c" default 120 -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor ldlt
   done
 else
   log "no published matrices at $shared: skipped"
+fi
+
+# ---- optional, while the time budget lasts ------------------------------------------------------
+# The PARDISO settings a host can pass, at every size but the largest; CHOLMOD as installed; the
+# fastest settings at the largest size; Spectra over Eigen's LDLT at the modal size.
+variants=("iparm1=3" "iparm23=1" "mtype=2" "iparm1=3 iparm23=1" "iparm1=3 mtype=2" "iparm1=3 iparm23=1 mtype=2")
+for i in "${!size_list[@]}"; do
+  [ "$i" -lt "$last" ] || break
+  c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin; f=$data/$c.F.bin
+  [ -f "$k" ] || continue
+  [ "$library_ok" = 1 ] || break
+  log "host settings at $c"
+  for v in "${variants[@]}"; do
+    if fits $(( $(wall "$c" ours) * 3 / 2 + 5 )); then
+      measure static "$c" "$v" 600 -- "$bin/bench_suite_static" --K "$k" --F "$f" --msglvl 1 \
+        --workdir "$data/work/" $(variant_args "$v")
+    else
+      skip static "$c" "$v" ours
+    fi
+  done
+done
+for i in "${!size_list[@]}"; do
+  [ "$i" -lt "$last" ] || break
+  c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin
+  [ -f "$k" ] || continue
+  # The reference BLAS is about ten times slower than MKL's: at most two minutes per case.
+  if fits 125; then
+    measure static "$c" default 120 -- "$peers/bench_peer_cholmod_refblas" --K "$k" --F "$data/$c.F.bin"
+  else
+    skip static "$c" default cholmod-ref
+  fi
+done
+if [ "$last" -gt 0 ] && [ "$library_ok" = 1 ]; then
+  # The settings that were fastest at the size before the largest, with the direct PARDISO call on
+  # the same settings.
+  c=$(name_of "${size_list[$last]}"); prev=$(name_of "${size_list[$((last - 1))]}")
+  best=$("$peers/bench_suite_runner" best --log "$results_log" --group static --case "$prev" --prog ours || true)
+  if [ -n "$best" ] && [ "$best" != default ] && [ -f "$data/$c.K.bin" ]; then
+    if fits $(( $(wall "$c" ours) + $(wall "$c" pardiso) + 10 )); then
+      log "fastest settings ($best) at $c"
+      static_pair "$c" "$data/$c.K.bin" "$data/$c.F.bin" "$best" 900
+    else
+      skip static "$c" "$best" ours
+    fi
+  fi
+fi
+if [ "$modes_case" != "$smallest" ] && [ -f "$data/$modes_case.K.bin" ]; then
+  if fits 185; then
+    measure modes "$modes_case" default 180 -- "$peers/bench_peer_spectra" --K "$data/$modes_case.K.bin" --M "$data/$modes_case.M.bin" --factor ldlt
+  else
+    skip modes "$modes_case" default spectra-ldlt
+  fi
+fi
+
+# ---- optional: the other benchmark programs, each with its own table ---------------------------
+appendix=()
+if [ "$with_programs" = 1 ] && [ "$library_ok" = 1 ]; then
+  mkdir -p "$data/programs"
+  for src in bench/bench_*.cpp; do
+    name=$(basename "$src" .cpp)
+    case "$name" in bench_suite_*) continue ;; esac
+    left=$(( budget - $(elapsed) ))
+    if [ "$left" -lt 60 ]; then log "skipped $name: time budget"; continue; fi
+    cmake --build "$build" -j "$jobs" --target "$name" >/dev/null 2>&1 || { log "$name did not build"; continue; }
+    log "running $name (at most $left s)"
+    timeout "$left" "$bin/$name" > "$data/programs/$name.txt" 2>&1 || echo "(ended with status $?)" >> "$data/programs/$name.txt"
+    appendix+=(--appendix "$data/programs/$name.txt")
+  done
 fi
 
 # ---- report -----------------------------------------------------------------------------------
@@ -274,15 +339,15 @@ fi
 mkdir -p "$(dirname "$out")"
 commit=$(git rev-parse --short HEAD 2>/dev/null || echo "?")
 git diff --quiet HEAD -- api dense sparse eigen 2>/dev/null || commit="$commit (with uncommitted library changes)"
-notes=()
+notes=(--note "$bindings")
 [ "$library_ok" = 1 ] || notes+=(--note "**The library did not build in this run: only the peers were measured.**")
 "$peers/bench_suite_runner" report --log "$results_log" --out "$out" --with-log \
   --title "vqmath benchmark suite — $day on $host" \
   --meta "date=$(date '+%Y-%m-%d %H:%M %Z')" --meta "host=$host" \
-  --meta "threads=$threads (MKL_NUM_THREADS, OMP_NUM_THREADS; CHOLMOD's OMP_THREAD_LIMIT=$cores)" \
-  --meta "commit=$commit" --meta "compiler=$(c++ --version | head -1)" \
+  --meta "threads=$threads (MKL_NUM_THREADS, OMP_NUM_THREADS; CHOLMOD's OMP_THREAD_LIMIT=$cores; OMP_WAIT_POLICY=${OMP_WAIT_POLICY:-unset})" \
+  --meta "commit=$commit" --meta "compiler=$(c++ --version 2>/dev/null | head -1 || true)" \
   --meta "mode=$mode: solids of ${sizes} equations, modes at $modes_case, frame of ${frame/,/ bays × } storeys" \
   --meta "duration=$(elapsed) s in all, of which $build_done s install and build" \
   --meta "load=load average $load_before before the run, $(cut -d' ' -f1-3 /proc/loadavg 2>/dev/null) after it (other work on the machine distorts the times)" \
-  "${notes[@]}"
+  "${notes[@]}" "${appendix[@]}"
 log "report written to $out ($(elapsed) s)"

@@ -92,6 +92,17 @@ public:
         Set(key, std::string(text));
     }
     void Set(const std::string& key, long long value) { Set(key, std::to_string(value)); }
+    // A list of values, comma-separated, 12 significant digits (e.g. the eigenvalues found).
+    void SetList(const std::string& key, const double* values, int count)
+    {
+        std::string text;
+        char number[64];
+        for (int i = 0; i < count; ++i) {
+            std::snprintf(number, sizeof number, "%.12g", values[i]);
+            text += (i ? "," : "") + std::string(number);
+        }
+        Set(key, text);
+    }
     void Set(const std::string& key, int value) { Set(key, std::to_string(value)); }
     // Records the peak and the resident size now; call once the measured work is done.
     void SetMemory(long long inputRssKb)

@@ -251,6 +251,7 @@ int main(int argc, char** argv)
     if (nconv > 0) {
         result.Set("lambda_first", d[0]);
         result.Set("lambda_last", d[nconv - 1]);
+        result.SetList("lambdas", d.data(), nconv);
         result.Set("residual", buckling ? WorstModeResidual(k, {}, &kg, d.data(), z.data(), nconv)
                                         : WorstModeResidual(k, m, nullptr, d.data(), z.data(), nconv));
     }

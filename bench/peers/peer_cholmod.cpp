@@ -13,6 +13,7 @@
 #include "SuiteIO.h"
 
 #include <cholmod.h>
+#include <climits>
 #include <dlfcn.h>
 #include <omp.h>
 
@@ -27,7 +28,9 @@ std::string Provider(const char* symbol)
     void* address = dlsym(RTLD_DEFAULT, symbol);
     Dl_info info;
     if (!address || !dladdr(address, &info) || !info.dli_fname) return "none";
-    std::string path = info.dli_fname;
+    // The file behind the name (Debian's BLAS goes through update-alternatives links).
+    char resolved[PATH_MAX];
+    std::string path = realpath(info.dli_fname, resolved) ? resolved : info.dli_fname;
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }

@@ -182,6 +182,7 @@ int Run(const Options& opt, Result& result, const Csr& k, const Csr* kg, const s
     if (nconv > 0) {
         result.Set("lambda_first", evalues[0]);
         result.Set("lambda_last", evalues[nconv - 1]);
+        result.SetList("lambdas", evalues.data(), nconv);
         result.Set("residual", buckling ? WorstModeResidual(k, {}, kg, evalues.data(), evecs.data(), nconv)
                                         : WorstModeResidual(k, m, nullptr, evalues.data(), evecs.data(), nconv));
     }

@@ -9,10 +9,11 @@
 //       time still leaves a line, with status=fail and the reason. Its whole output goes to FILE.
 //
 //   bench_suite_runner report --log LOG [--out FILE.md] [--title T] [--meta k=v ...]
-//                             [--note text ...] [--with-log]
+//                             [--note text ...] [--appendix FILE ...] [--with-log]
 //       Reads LOG and writes the markdown report (ratios of the library to each peer in the same
-//       run, the absolute figures, the machine) to standard output and to FILE.md; --with-log
-//       appends the log's lines, folded, so that the figures can be recomputed.
+//       run, the absolute figures, the machine) to standard output and to FILE.md; each appendix
+//       file (another program's output) becomes a section; --with-log appends the log's lines,
+//       folded, so that the figures can be recomputed.
 //
 //   bench_suite_runner best --log LOG --group G --case C --prog P
 //       Prints the variant (settings label) of P's fastest successful run of case C.
