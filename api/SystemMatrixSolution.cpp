@@ -251,14 +251,4 @@ int VQ_SysMatrixResolve(VQ_SysMatrixHandle h, VQ_SysVectorHandle rhs, VQ_SysVect
   }
 }
 
-int VQ_SysMatrixEigen(VQ_SysMatrixHandle h, VQ_SysVectorHandle mass, int nev, int* found,
-                      double* eigenvalues, double* modeShapes) {
-  VQ_ResetGlobalErrorsAndWarnings();
-  if (found) *found = 0;
-  if (eigenvalues)
-    for (int k = 0; k < nev; ++k) eigenvalues[k] = 0.0;
-  vi::SetError(-9999, "Eigenvalue analysis on a system-matrix handle is not available");
-  return -9999;
-}
-
 }  // extern "C"

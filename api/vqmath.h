@@ -353,11 +353,19 @@ int VQ_SysMatrixColumn(VQ_SysMatrixHandle h /* in */, int column /* in */,
                        VQ_SysVectorHandle out /* out */);
 /* Copies the diagonal of h into out (sized to the order); -64 for null handles. */
 int VQ_SysMatrixDiag(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle out /* out */);
-/* Lowest nev eigenvalues of h phi = lambda diag(mass) phi (process-wide eigen-solver type).
-   Not available yet: resets the registry and returns -9999 with a message saying so. */
+/* Lowest nev eigenvalues of h phi = lambda diag(mass) phi by the process-wide eigen-solver type
+   (VQ_SetEigenSolverType, or key 93 of VQ_SysMatrixSetParami), solver settings and subspace
+   eigenvalue limit (key 6 of VQ_SysMatrixSetParamd): the dispatcher VQ_EigenvalueAnalysis on the
+   handle's compressed rows (FEAST searches [0, limit], or all non-negative eigenvalues without a
+   limit). mass holds n values. Returns as the dispatcher does. */
 int VQ_SysMatrixEigen(VQ_SysMatrixHandle h /* in */, VQ_SysVectorHandle mass /* in */,
                       int nev /* in */, int* found /* out */, double* eigenvalues /* out: nev */,
                       double* modeShapes /* out: n*nev, or NULL */);
+/* Read-only view of h's compressed rows (upper triangle, 1-based; the pattern is closed first):
+   valid until h changes or is destroyed. Returns 0, or -64 for a null handle or an empty matrix. */
+int VQ_SysMatrixGetArrays(VQ_SysMatrixHandle h /* in */, int* n /* out */,
+                          const int** rowPointers /* out */, const int** columnIndices /* out */,
+                          const double** values /* out */);
 /* Solves h solution = rhs again with the factorisation that h keeps from its previous Resolve
    (factoring first when there is none or h changed since). The factorisation is freed by
    VQ_SysMatrixEnd and by any change of h. Returns 0 or the registry code. */
