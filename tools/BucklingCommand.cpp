@@ -30,6 +30,7 @@ int BucklingCommand(int argc, char** argv, int first)
         {"--shift", "S", "look for buckling factors from S upwards"},
         {"-o", "FILE", "write the buckling modes (MatrixMarket array, one column per mode)"},
         {"--svg", "FILE", "draw the buckling modes of a generated model (one panel per mode)"},
+        {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2)"},
         {"--no-sturm", "", "skip the Sturm-sequence verification"},
     };
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
@@ -47,6 +48,7 @@ int BucklingCommand(int argc, char** argv, int first)
     EigenRequest request;
     request.buckling = true;
     request.count = line.Integer("-n", 5, 1, 100000);
+    request.block = line.Integer("--block", 0, 2, 100000);
     request.hasShift = line.Has("--shift");
     request.shift = line.Real("--shift", 0.0);
     Progress progress = MakeProgress(common);
@@ -98,6 +100,8 @@ int BucklingCommand(int argc, char** argv, int first)
             }
         if (!chosen) throw InputError("no buckling method is available in this build for this problem");
     }
+    if (request.block > 0 && method != Method::Lanczos)
+        throw UsageError("vqsolve buckling: --block belongs to --method lanczos");
     request.wantVectors = true;
     request.outOfCoreMode = common.outOfCoreMode;
     request.workingDirectory = session.WorkingDirectory();

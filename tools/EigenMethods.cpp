@@ -247,6 +247,26 @@ void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome&
     // Selector: bit 0 buckling, bit 1 no mode shapes. Mode 4: the eigenvalues nearest the shift.
     const int selector = (request.buckling ? 1 : 0) | (request.wantVectors ? 0 : 2);
     int found = 0, code;
+#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK3) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK5)
+    if (request.block > 0) {
+        // Incremental passes of `block` modes; the library reports each pass on standard output,
+        // which the progress line shows.
+        CsrMatrix diagonal;
+        const CsrMatrix* b = pencil.b;
+        if (!b) {
+            diagonal = vqmath::models::FromDiagonal(*pencil.diagonal);
+            b = &diagonal;
+        }
+        auto run = request.buckling ? VQ_EigenvalueAnalysis_ARPACK5 : VQ_EigenvalueAnalysis_ARPACK3;
+        if (!internal::Defined(reinterpret_cast<const void*>(run)))
+            throw InputError("incremental Lanczos (--block) is not available in this build");
+        code = run(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), b->rowPointers.data(),
+                   b->columnIndices.data(), b->values.data(), 4, selector, -1, request.block, &found, values.data(),
+                   request.wantVectors ? vectors.data() : nullptr, shift, request.workingDirectory.c_str(), 1);
+        TakeResults(out, code, found, values, vectors, n, request);
+        return;
+    }
+#endif
     if (pencil.b)
         code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
                                              pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),

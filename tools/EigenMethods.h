@@ -33,6 +33,7 @@ struct EigenRequest {
     const std::vector<double>* load = nullptr;  // Ritz vectors start from this pattern:
     bool loadIsForce = false;                   //   a force as given, or a displacement (× B)
     double tolerance = 0.0;         // subspace convergence tolerance; 0: the library's (1e-6)
+    int block = 0;                  // Lanczos: modes per incremental pass (0: one run)
     bool wantVectors = true;
     bool buckling = false;          // B is the geometric stiffness
     int outOfCoreMode = 0;

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <tuple>
 
 namespace vqsolve {
 
@@ -45,6 +46,7 @@ int ModesCommand(int argc, char** argv, int first)
         {"-F", "FILE", "load pattern: start of the Ritz vectors and direction of the effective mass"},
         {"-o", "FILE", "write the mode shapes (MatrixMarket array, one column per mode)"},
         {"--svg", "FILE", "draw the first modes of a generated model (one panel per mode)"},
+        {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2)"},
         {"--no-sturm", "", "skip the Sturm-sequence verification"},
     };
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
@@ -69,6 +71,7 @@ int ModesCommand(int argc, char** argv, int first)
         throw UsageError("vqsolve modes: --svg draws a generated model (--model); matrix files carry no mesh");
     EigenRequest request;
     request.count = line.Integer("-n", 10, 1, 100000);
+    request.block = line.Integer("--block", 0, 2, 100000);
     request.hasShift = line.Has("--shift");
     request.shift = line.Real("--shift", 0.0);
     request.tolerance = line.Real("--tolerance", 0.0);
@@ -80,6 +83,8 @@ int ModesCommand(int argc, char** argv, int first)
     if (request.hasInterval) std::tie(request.lower, request.upper) = line.Interval("--interval");
     if (request.hasInterval && method != Method::Feast)
         throw UsageError("vqsolve modes: --interval belongs to --method feast");
+    if (request.block > 0 && method != Method::Lanczos)
+        throw UsageError("vqsolve modes: --block belongs to --method lanczos");
     Progress progress = MakeProgress(common);
     const auto start = std::chrono::steady_clock::now();
 

@@ -134,10 +134,10 @@ void LibraryCall::Handle(const std::string& raw)
     std::string detail;
     if (std::sscanf(line.c_str(), "EigenValue %d:", &mode) == 1) {
         detail = Format("%d modes converged", mode);
-    } else if (line.rfind("Found ", 0) == 0 || line.rfind("solving incrementally", 0) == 0 ||
-               line.rfind("Current shift value", 0) == 0) {
+    } else if (line.rfind("Found ", 0) == 0 || line.rfind("solving incrementally", 0) == 0) {
         detail = line;
-    } else if (line.rfind("Computed MAC", 0) == 0 || line.rfind("Shift :", 0) == 0 ||
+    } else if (line.rfind("Computed MAC", 0) == 0 || line.rfind("Current shift value", 0) == 0 ||
+               line.rfind("Shift :", 0) == 0 ||
                line.rfind("Tolerance =", 0) == 0 || line.rfind("Number of Eigens Current", 0) == 0) {
         return;  // the solvers' own bookkeeping
     } else {

@@ -176,6 +176,17 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts)
     }
 }
 
+TEST_F(VqsolveModes, IncrementalLanczosPassesFindTheLowestModes)
+{
+    const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "10", "--method",
+                                  "lanczos", "--block", "4", "--json"});
+    SKIP_WHEN_UNAVAILABLE(report);
+    const std::vector<double> values = report["eigenvalues"].Numbers();
+    ASSERT_EQ(values.size(), 10u);
+    for (size_t q = 0; q < values.size(); ++q) EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[q]), 1e-8) << q;
+    EXPECT_TRUE(report["sturm"]["passed"].boolean);
+}
+
 TEST_F(VqsolveModes, FeastFindsTheEigenvaluesOfTheInterval)
 {
     const double a = 0.5 * (spectrum_[1] + spectrum_[2]), b = 0.5 * (spectrum_[6] + spectrum_[7]);
