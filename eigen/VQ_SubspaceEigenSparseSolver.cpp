@@ -681,6 +681,7 @@ int VQ_SubspaceEigenSparseSolver::RunPasses(int requested, double shift, int max
     return -5;
   }
   stiffnessSaved_ = true;
+  SetWarningMessage(0);  // a warning describes the run that set it
   savedNonZeros_ = stiffness_->GetNumberOfNonZeros();
   appliedShift_ = 0.0;
   SetStatus(0);
