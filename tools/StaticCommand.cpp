@@ -21,6 +21,9 @@ using vqmath::models::CsrMatrix;
 // Pivots smaller than this fraction of their diagonal entry mark a singular model: the
 // structure is a mechanism, or a part of it is not supported.
 constexpr double kSingularPivotRatio = 1e-12;
+// PARDISO replaces a vanishing pivot by 1e-8 of the matrix norm and carries on; a perturbed pivot
+// that small against its diagonal entry is such a replacement.
+constexpr double kPerturbedPivotRatio = 1e-7;
 // Below this fraction the model is reported as ill-conditioned (a warning).
 constexpr double kIllConditionedPivotRatio = 1e-8;
 
@@ -137,8 +140,14 @@ int StaticCommand(int argc, char** argv, int first)
                           dof);
     }
     if (r.code != 0 && r.code != -85) throw SolverError(r.code, r.registry.message);
-    // PARDISO perturbs zero pivots of a singular matrix and carries on: catch that here.
-    if ((pivots.known && pivots.smallestRatio < kSingularPivotRatio) || r.PerturbedPivots() > 0) {
+    // PARDISO perturbs zero pivots of a singular matrix and carries on: catch that here by the
+    // pivot that collapsed against its diagonal entry (or by the perturbation alone when the
+    // diagonals are not known).
+    const bool perturbed = r.PerturbedPivots() > 0;
+    const bool singular = pivots.known ? pivots.smallestRatio < kSingularPivotRatio ||
+                                             (perturbed && pivots.smallestRatio < kPerturbedPivotRatio)
+                                       : perturbed;
+    if (singular) {
         const int dof = pivots.known ? pivots.equation : -1;
         std::string why = r.PerturbedPivots() > 0 ? Format("%d zero pivot%s perturbed", r.PerturbedPivots(),
                                                            r.PerturbedPivots() == 1 ? "" : "s")
@@ -247,6 +256,9 @@ int StaticCommand(int argc, char** argv, int first)
     if (negative > 0)
         text += Format("  warning   %d negative pivot%s: the structure is unstable or the system indefinite\n",
                        negative, negative == 1 ? "" : "s");
+    if (r.PerturbedPivots() > 0)
+        text += Format("  warning   %d small pivot%s perturbed by PARDISO: K is nearly singular\n", r.PerturbedPivots(),
+                       r.PerturbedPivots() == 1 ? "" : "s");
     Emit(common, doc, text);
     return kExitSuccess;
 }
