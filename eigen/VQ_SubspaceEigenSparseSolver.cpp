@@ -564,17 +564,17 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
       return -1;
     }
 
-    // Kr = Xbar' Y and Mr = Xbar' M Xbar, taken from their upper triangles.
+    // Kr = Xbar' Y and Mr = Xbar' M Xbar; only their upper triangles are formed and kept.
     t = Clock::now();
     const double* xbar = s.Xbar.GetDataPointer();
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, xbar, n,
-                s.Y.GetDataPointer(), n, 0.0, square, q);
+    cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
+                 s.Y.GetDataPointer(), n, 0.0, square, q);
     double* kr = s.Kr.GetDataPointer();
     for (int j = 1; j <= q; ++j)
       for (int i = 1; i <= j; ++i) kr[(j - 1) * j / 2 + (i - 1)] = square[(j - 1) * q + (i - 1)];
     massProduct_->Apply(xbar, s.Z.GetDataPointer(), q);
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, xbar, n,
-                s.Z.GetDataPointer(), n, 0.0, square, q);
+    cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
+                 s.Z.GetDataPointer(), n, 0.0, square, q);
     double* mr = s.Mr.GetDataPointer();
     for (int j = 1; j <= q; ++j)
       for (int i = 1; i <= j; ++i) mr[(j - 1) * j / 2 + (i - 1)] = square[(j - 1) * q + (i - 1)];
