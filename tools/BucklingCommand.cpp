@@ -21,10 +21,10 @@ int BucklingCommand(int argc, char** argv, int first)
     const std::vector<Method> methods = {Method::Lanczos, Method::Subspace, Method::Lapack, Method::Jacobi};
     std::string list;
     for (Method m : methods) list += (list.empty() ? "" : "|") + std::string(MethodName(m));
-    std::vector<OptionSpec> specs = {
+    std::vector<OptionInfo> specs = {
         {"-K", "FILE", "stiffness matrix (MatrixMarket, symmetric)"},
         {"-G", "FILE", "geometric stiffness matrix Kg"},
-        {"--model", "SPEC", "a generated frame instead of files: column, portal"},
+        {"--model", "MODEL", "a generated frame instead of files: column, portal"},
         {"-n", "N", "number of buckling factors (default 5)"},
         {"--method", "NAME", list + " (default: lanczos when available, else subspace)"},
         {"--shift", "S", "look for buckling factors from S upwards"},
@@ -58,10 +58,10 @@ int BucklingCommand(int argc, char** argv, int first)
     std::unique_ptr<GeneratedModel> model;
     std::string kName, gName;
     if (line.Has("--model")) {
-        const std::string spec = line.Text("--model");
-        if (spec != "column" && spec != "portal")
+        const std::string modelName = line.Text("--model");
+        if (modelName != "column" && modelName != "portal")
             throw UsageError("vqsolve buckling: --model must be column or portal (frames carry a geometric stiffness)");
-        model = std::make_unique<GeneratedModel>(MakeModel(spec, false));
+        model = std::make_unique<GeneratedModel>(MakeModel(modelName, false));
         k = model->k;
         kg = model->kg;
         kName = "model " + model->name;

@@ -8,7 +8,7 @@
 
 namespace vqsolve {
 
-CommandLine::CommandLine(std::string command, std::vector<OptionSpec> options, int argc,
+CommandLine::CommandLine(std::string command, std::vector<OptionInfo> options, int argc,
                          char** argv, int first)
     : command_(std::move(command)), options_(std::move(options))
 {
@@ -26,24 +26,24 @@ CommandLine::CommandLine(std::string command, std::vector<OptionSpec> options, i
             arg = arg.substr(0, eq);
             inlineValue = true;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionInfo* option = nullptr;
         for (const auto& o : options_)
-            if (o.name == arg) spec = &o;
-        if (!spec) {
+            if (o.name == arg) option = &o;
+        if (!option) {
             if (arg.empty() || arg[0] != '-')
                 throw UsageError("vqsolve " + command_ + ": unexpected argument '" + arg +
                                  "' (see vqsolve " + command_ + " --help)");
             throw UsageError("vqsolve " + command_ + ": unknown option '" + arg + "' (see vqsolve " +
                              command_ + " --help)");
         }
-        if (spec->valueName.empty()) {
+        if (option->valueName.empty()) {
             if (inlineValue)
                 throw UsageError("vqsolve " + command_ + ": option " + arg + " takes no value");
             value = "1";
         } else if (!inlineValue) {
             if (k + 1 >= argc)
                 throw UsageError("vqsolve " + command_ + ": option " + arg + " needs a value (" +
-                                 spec->valueName + ")");
+                                 option->valueName + ")");
             value = argv[++k];
         }
         if (values_.count(arg))

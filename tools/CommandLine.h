@@ -15,7 +15,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-struct OptionSpec {
+struct OptionInfo {
     std::string name;       // "-K", "--ooc", "--json"
     std::string valueName;  // "FILE", "N"; empty for a flag
     std::string help;
@@ -25,7 +25,7 @@ class CommandLine {
 public:
     // Parses argv[first …] against the options of the command. "--name=value" is accepted for
     // options with a value; "-h"/"--help" is always known.
-    CommandLine(std::string command, std::vector<OptionSpec> options, int argc, char** argv, int first);
+    CommandLine(std::string command, std::vector<OptionInfo> options, int argc, char** argv, int first);
 
     const std::string& Command() const { return command_; }
     bool Help() const { return help_; }
@@ -44,7 +44,7 @@ public:
 
 private:
     std::string command_;
-    std::vector<OptionSpec> options_;
+    std::vector<OptionInfo> options_;
     std::map<std::string, std::string> values_;
     bool help_ = false;
 };

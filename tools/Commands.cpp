@@ -8,7 +8,7 @@
 
 namespace vqsolve {
 
-std::vector<OptionSpec> CommonOptionSpecs()
+std::vector<OptionInfo> CommonOptionSpecs()
 {
     return {
         {"--json", "", "machine-readable report on standard output"},

@@ -32,7 +32,7 @@ struct CommonOptions {
     int outOfCoreMode = 0;
     std::string workingDirectory;
 };
-std::vector<OptionSpec> CommonOptionSpecs();
+std::vector<OptionInfo> CommonOptionSpecs();
 CommonOptions ReadCommonOptions(const CommandLine& line);
 // Progress on standard error, shown when standard error is a terminal and not --quiet (the
 // report itself goes to standard output, so --json and progress do not mix).

@@ -66,7 +66,7 @@ double MatchedDigits(const std::vector<double>& values, const std::vector<double
 
 int DemoCommand(int argc, char** argv, int first)
 {
-    std::vector<OptionSpec> specs = {
+    std::vector<OptionInfo> specs = {
         {"--size", "SIZE", "small (about 400 equations), medium (about 30 000, default) or large (about 100 000)"},
         {"-n", "N", "number of modes (default 12)"},
         {"--svg", "FILE", "picture of the static deflection and the first modes (default vqsolve-demo.svg)"},

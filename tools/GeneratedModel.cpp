@@ -103,14 +103,14 @@ GeneratedModel MakeFrame(std::shared_ptr<FrameModel> frame, const std::string& n
 
 }  // namespace
 
-GeneratedModel MakeModel(const std::string& spec, bool consistentMass)
+GeneratedModel MakeModel(const std::string& name, bool consistentMass)
 {
-    const size_t colon = spec.find(':');
-    const std::string kind = spec.substr(0, colon);
+    const size_t colon = name.find(':');
+    const std::string kind = name.substr(0, colon);
     if (kind == "solid") {
         int equations = 30000;
         if (colon != std::string::npos) {
-            const std::string count = spec.substr(colon + 1);
+            const std::string count = name.substr(colon + 1);
             char* end = nullptr;
             const long v = std::strtol(count.c_str(), &end, 10);
             if (count.empty() || *end != '\0' || v < 50 || v > 2000000)
@@ -139,7 +139,7 @@ GeneratedModel MakeModel(const std::string& spec, bool consistentMass)
                                 p.height, p.span),
                          consistentMass, p.elementsPerColumn);
     }
-    throw UsageError("--model must be solid, solid:EQUATIONS, column or portal, got '" + spec + "'");
+    throw UsageError("--model must be solid, solid:EQUATIONS, column or portal, got '" + name + "'");
 }
 
 }  // namespace vqsolve

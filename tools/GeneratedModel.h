@@ -38,8 +38,8 @@ struct GeneratedModel {
 // bending directions have distinct frequencies.
 vqmath::models::SolidParameters BarParameters(int equations);
 
-// spec: "solid", "solid:N", "column" or "portal". Throws UsageError for an unknown spec.
-GeneratedModel MakeModel(const std::string& spec, bool consistentMass);
+// name: "solid", "solid:N", "column" or "portal". Throws UsageError for an unknown name.
+GeneratedModel MakeModel(const std::string& name, bool consistentMass);
 GeneratedModel MakeSolid(const vqmath::models::SolidParameters& parameters, bool consistentMass);
 
 }  // namespace vqsolve

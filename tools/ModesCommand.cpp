@@ -30,11 +30,11 @@ std::string MethodList()
 
 int ModesCommand(int argc, char** argv, int first)
 {
-    std::vector<OptionSpec> specs = {
+    std::vector<OptionInfo> specs = {
         {"-K", "FILE", "stiffness matrix (MatrixMarket, symmetric)"},
         {"-M", "FILE", "consistent (sparse) mass matrix"},
         {"--lumped", "FILE", "lumped mass: a diagonal matrix or a vector"},
-        {"--model", "SPEC", "a generated model instead of files: solid[:EQUATIONS], column, portal"},
+        {"--model", "MODEL", "a generated model instead of files: solid[:EQUATIONS], column, portal"},
         {"--consistent", "", "with --model: consistent instead of lumped mass"},
         {"-n", "N", "number of modes (default 10)"},
         {"--method", "NAME", MethodList() + " (default subspace)"},
@@ -52,7 +52,7 @@ int ModesCommand(int argc, char** argv, int first)
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
     CommandLine line("modes", specs, argc, argv, first);
     if (line.Help()) {
-        std::fputs(line.Usage("vqsolve modes (-K K.mtx (-M M.mtx | --lumped M.mtx) | --model SPEC) -n 20 "
+        std::fputs(line.Usage("vqsolve modes (-K K.mtx (-M M.mtx | --lumped M.mtx) | --model MODEL) -n 20 "
                               "[--method NAME] [options]").c_str(),
                    stdout);
         return kExitSuccess;

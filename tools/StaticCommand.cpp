@@ -58,17 +58,17 @@ PivotReport AnalysePivots(const DirectResult& r)
 
 int StaticCommand(int argc, char** argv, int first)
 {
-    std::vector<OptionSpec> specs = {
+    std::vector<OptionInfo> specs = {
         {"-K", "FILE", "stiffness matrix (MatrixMarket, symmetric)"},
         {"-F", "FILE", "load vectors, one column per load case (MatrixMarket array or coordinate)"},
-        {"--model", "SPEC", "a generated model instead of files: solid[:EQUATIONS], column, portal"},
+        {"--model", "MODEL", "a generated model instead of files: solid[:EQUATIONS], column, portal"},
         {"-o", "FILE", "write the solution (MatrixMarket array)"},
         {"--svg", "FILE", "draw the deformed shape of a generated model"},
     };
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
     CommandLine line("static", specs, argc, argv, first);
     if (line.Help()) {
-        std::fputs(line.Usage("vqsolve static (-K K.mtx -F F.mtx | --model SPEC) [-o X.mtx] [options]").c_str(),
+        std::fputs(line.Usage("vqsolve static (-K K.mtx -F F.mtx | --model MODEL) [-o X.mtx] [options]").c_str(),
                    stdout);
         return kExitSuccess;
     }
