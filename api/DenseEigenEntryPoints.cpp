@@ -191,6 +191,29 @@ int Guarded(Body body) {
   }
 }
 
+// The frame of every entry point: registry reset, order and output checks, cleared eigenvalue
+// slots, the input checks of the variant, then its solver; nothing is thrown across.
+template <class Check, class Solve>
+int Frame(int n, double* eigenvalues, Check inputsValid, Solve solve) {
+  return Guarded([&]() -> int {
+    VQ_ResetGlobalErrorsAndWarnings();
+    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
+      return VQ_GetLastErrorID();
+    ClearEigenvalues(n, eigenvalues);
+    if (!inputsValid()) return VQ_GetLastErrorID();
+    return solve();
+  });
+}
+
+bool CheckDiagonalMass(int n, const double* d) {
+  return CheckPointer(d, "mass diagonal") && AllFiniteOrRecord("M", d, n);
+}
+
+bool CheckDensePair(int n, const double* K, const double* M, bool rowMajor) {
+  return CheckPointer(K, "K") && CheckPointer(M, "M") && CheckDenseUpper("K", K, n, rowMajor) &&
+         CheckDenseUpper("M", M, n, rowMajor);
+}
+
 }  // namespace
 
 extern "C" {
@@ -198,111 +221,96 @@ extern "C" {
 int VQ_EigenvalueAnalysis_LAPACK(int n, const int* kRowPointers, const int* kColumnIndices,
                                  const double* kValues, const double* massDiagonal, int wantVectors,
                                  double* eigenvalues, double* vectors) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckPointer(massDiagonal, "mass diagonal") || !AllFiniteOrRecord("M", massDiagonal, n))
-      return VQ_GetLastErrorID();
-    std::vector<double> k(Square(n)), m(Square(n));
-    SparseToFull(n, kRowPointers, kColumnIndices, kValues, k.data());
-    DiagonalToFull(n, massDiagonal, m.data());
-    return RunLapack(n, k, m, wantVectors != 0, eigenvalues, vectors);
-  });
+  return Frame(
+      n, eigenvalues,
+      [&] {
+        return CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) &&
+               CheckDiagonalMass(n, massDiagonal);
+      },
+      [&] {
+        std::vector<double> k(Square(n)), m(Square(n));
+        SparseToFull(n, kRowPointers, kColumnIndices, kValues, k.data());
+        DiagonalToFull(n, massDiagonal, m.data());
+        return RunLapack(n, k, m, wantVectors != 0, eigenvalues, vectors);
+      });
 }
 
 int VQ_EigenvalueAnalysis_LAPACK2(int n, const int* kRowPointers, const int* kColumnIndices,
                                   const double* kValues, const int* mRowPointers,
                                   const int* mColumnIndices, const double* mValues, int wantVectors,
                                   double* eigenvalues, double* vectors) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckSparse("M", n, mRowPointers, mColumnIndices, mValues))
-      return VQ_GetLastErrorID();
-    std::vector<double> k(Square(n)), m(Square(n));
-    SparseToFull(n, kRowPointers, kColumnIndices, kValues, k.data());
-    SparseToFull(n, mRowPointers, mColumnIndices, mValues, m.data());
-    return RunLapack(n, k, m, wantVectors != 0, eigenvalues, vectors);
-  });
+  return Frame(
+      n, eigenvalues,
+      [&] {
+        return CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) &&
+               CheckSparse("M", n, mRowPointers, mColumnIndices, mValues);
+      },
+      [&] {
+        std::vector<double> k(Square(n)), m(Square(n));
+        SparseToFull(n, kRowPointers, kColumnIndices, kValues, k.data());
+        SparseToFull(n, mRowPointers, mColumnIndices, mValues, m.data());
+        return RunLapack(n, k, m, wantVectors != 0, eigenvalues, vectors);
+      });
 }
 
 int VQ_EigenvalueAnalysis_LAPACK3(int n, double* K, double* M, int wantVectors,
                                   double* eigenvalues) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckPointer(K, "K") || !CheckPointer(M, "M") || !CheckDenseUpper("K", K, n, true) ||
-        !CheckDenseUpper("M", M, n, true))
-      return VQ_GetLastErrorID();
-    // Straight on the caller's arrays, row-major: the upper triangle of the row-major form is
-    // read, and the vectors stay in K.
-    const lapack_int info = LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, wantVectors != 0 ? 'V' : 'N', 'U', n,
-                                          K, n, M, n, eigenvalues);
-    if (info != 0) return Fail(kSolutionFailed);
-    return 0;
-  });
+  return Frame(
+      n, eigenvalues, [&] { return CheckDensePair(n, K, M, true); },
+      [&] {
+        // Straight on the caller's arrays, row-major: the upper triangle of the row-major form is
+        // read, and the vectors stay in K.
+        const lapack_int info = LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, wantVectors != 0 ? 'V' : 'N',
+                                              'U', n, K, n, M, n, eigenvalues);
+        return info != 0 ? Fail(kSolutionFailed) : 0;
+      });
 }
 
 int VQ_EigenvalueAnalysis_JACOBI(int n, const int* kRowPointers, const int* kColumnIndices,
                                  const double* kValues, const double* massDiagonal,
                                  double* eigenvalues, double* vectors) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckPointer(massDiagonal, "mass diagonal") || !AllFiniteOrRecord("M", massDiagonal, n))
-      return VQ_GetLastErrorID();
-    std::vector<double> k(Packed(n)), m(Packed(n));
-    SparseToPacked(n, kRowPointers, kColumnIndices, kValues, k.data());
-    DiagonalToPacked(n, massDiagonal, m.data());
-    return RunJacobi(n, k, m, eigenvalues, vectors);
-  });
+  return Frame(
+      n, eigenvalues,
+      [&] {
+        return CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) &&
+               CheckDiagonalMass(n, massDiagonal);
+      },
+      [&] {
+        std::vector<double> k(Packed(n)), m(Packed(n));
+        SparseToPacked(n, kRowPointers, kColumnIndices, kValues, k.data());
+        DiagonalToPacked(n, massDiagonal, m.data());
+        return RunJacobi(n, k, m, eigenvalues, vectors);
+      });
 }
 
 int VQ_EigenvalueAnalysis_JACOBI2(int n, const int* kRowPointers, const int* kColumnIndices,
                                   const double* kValues, const int* mRowPointers,
                                   const int* mColumnIndices, const double* mValues,
                                   double* eigenvalues, double* vectors) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) ||
-        !CheckSparse("M", n, mRowPointers, mColumnIndices, mValues))
-      return VQ_GetLastErrorID();
-    std::vector<double> k(Packed(n)), m(Packed(n));
-    SparseToPacked(n, kRowPointers, kColumnIndices, kValues, k.data());
-    SparseToPacked(n, mRowPointers, mColumnIndices, mValues, m.data());
-    return RunJacobi(n, k, m, eigenvalues, vectors);
-  });
+  return Frame(
+      n, eigenvalues,
+      [&] {
+        return CheckSparse("K", n, kRowPointers, kColumnIndices, kValues) &&
+               CheckSparse("M", n, mRowPointers, mColumnIndices, mValues);
+      },
+      [&] {
+        std::vector<double> k(Packed(n)), m(Packed(n));
+        SparseToPacked(n, kRowPointers, kColumnIndices, kValues, k.data());
+        SparseToPacked(n, mRowPointers, mColumnIndices, mValues, m.data());
+        return RunJacobi(n, k, m, eigenvalues, vectors);
+      });
 }
 
 int VQ_EigenvalueAnalysis_JACOBI3(int n, const double* K, const double* M, double* eigenvalues,
                                   double* vectors) {
-  return Guarded([&]() -> int {
-    VQ_ResetGlobalErrorsAndWarnings();
-    if (!CheckOrder(n) || !CheckPointer(eigenvalues, "eigenvalue array"))
-      return VQ_GetLastErrorID();
-    ClearEigenvalues(n, eigenvalues);
-    if (!CheckPointer(K, "K") || !CheckPointer(M, "M") || !CheckDenseUpper("K", K, n, false) ||
-        !CheckDenseUpper("M", M, n, false))
-      return VQ_GetLastErrorID();
-    std::vector<double> k(Packed(n)), m(Packed(n));
-    DenseToPacked(n, K, k.data());
-    DenseToPacked(n, M, m.data());
-    return RunJacobi(n, k, m, eigenvalues, vectors);
-  });
+  return Frame(
+      n, eigenvalues, [&] { return CheckDensePair(n, K, M, false); },
+      [&] {
+        std::vector<double> k(Packed(n)), m(Packed(n));
+        DenseToPacked(n, K, k.data());
+        DenseToPacked(n, M, m.data());
+        return RunJacobi(n, k, m, eigenvalues, vectors);
+      });
 }
 
 }  // extern "C"
