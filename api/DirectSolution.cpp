@@ -53,7 +53,7 @@ int CheckCall(const DirectCall& c) {
   if (c.nrhs < 1)
     return vi::RecordInvalidInput("number of right-hand sides nrhs = " + std::to_string(c.nrhs) +
                                   " is below 1");
-  if (int code = vi::CheckUpperCsr(c.n, c.rowPointers, c.columnIndices, c.values)) return code;
+  if (int code = vi::CheckUpperCsrFinite(c.n, c.rowPointers, c.columnIndices, c.values)) return code;
   if (!c.rhs) return vi::RecordInvalidInput("right-hand side array is null");
   if (c.solverType < 0 || c.solverType > 2)
     return vi::RecordInvalidInput("solver type " + std::to_string(c.solverType) + " is not 0, 1 or 2");

@@ -47,6 +47,9 @@ int CheckMatrix(VQ_SysMatrix* h, int& n) {
   if (!vi::SystemMatrixArrays(h, n, values, rp, ci))
     return vi::RecordInvalidInput("system matrix has no equations (order " +
                                   std::to_string(h->matrix.NumRows()) + ")");
+  // The library built the pattern; the values are the host's.
+  std::string problem;
+  if (!vi::ValidateFiniteUpperCsr(n, rp, ci, values, &problem)) return vi::RecordInvalidInput(problem);
   return 0;
 }
 
@@ -177,7 +180,7 @@ int VQ_SysMatrixSolveAdvanced(int n, const double* values, const int* rowPointer
       if (nrhs < 1)
         return vi::RecordInvalidInput("number of right-hand sides nrhs = " + std::to_string(nrhs) +
                                       " is below 1");
-      if (int code = vi::CheckUpperCsr(n, rowPointers, columnIndices, values)) return code;
+      if (int code = vi::CheckUpperCsrFinite(n, rowPointers, columnIndices, values)) return code;
       if (!rhs) return vi::RecordInvalidInput("right-hand side array is null");
     }
 
