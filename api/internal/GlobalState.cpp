@@ -4,7 +4,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <new>
 #include <random>
+#include <string>
 
 #include <unistd.h>
 
@@ -58,7 +63,23 @@ std::string NewGuidUnderscored() {
 
 std::string NewOocPath() { return settings().workingDir + NewGuidUnderscored() + "_ooc_file"; }
 
-int SetEnv(const char* name, const char* value) { return setenv(name, value, 1); }
+int SetEnv(const char* name, const char* value) {
+  // setenv() keeps every value it was ever given (the environment may still be read through old
+  // pointers), and every solver publishes a fresh out-of-core path: a host running millions of
+  // solutions would grow by a hundred bytes per solver. Instead each variable the library writes
+  // has one "NAME=value" buffer owned here and handed to putenv(); the previous buffer is released
+  // once the environment points at the new one. The table is never destroyed, so the environment
+  // stays valid while the process exits.
+  static auto* owned = new std::map<std::string, std::unique_ptr<char[]>>();
+  if (!name || !*name || std::strchr(name, '=')) return -1;
+  const std::string entry = std::string(name) + "=" + (value ? value : "");
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[entry.size() + 1]);
+  if (!buffer) return -1;
+  std::memcpy(buffer.get(), entry.c_str(), entry.size() + 1);
+  if (putenv(buffer.get()) != 0) return -1;
+  (*owned)[name] = std::move(buffer);
+  return 0;
+}
 
 int SetEnvInt(const char* name, int value) {
   char text[16];
