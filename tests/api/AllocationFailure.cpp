@@ -1,0 +1,285 @@
+// Allocation failure: sizes beyond the library's 32-bit element count, and a process whose
+// address space is limited (setrlimit(RLIMIT_AS)) below what a call needs. Every failure must come
+// back as status -1 with its exact message (or the solver's out-of-memory code), leave objects
+// destructible and usable again, and give back every byte it took.
+//
+// The address-space tests run in a child process (a death test re-runs this program), after a
+// warm-up that lets MKL and the OpenMP runtime reserve what they keep for the life of the process;
+// the limit is then set to what the child has mapped plus a small headroom. AddressSanitizer
+// reserves terabytes of shadow memory, so these tests are skipped in the sanitized build.
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dense/VQ_Matrix.h"
+#include "dense/VQ_SymMatrix.h"
+#include "models/SolidModel.h"
+#include "sparse/VQ_SparseSymMatrix.h"
+#include "support/ModelsSupport.h"
+#include "support/ReliabilitySupport.h"
+#include "vqmath.h"
+
+namespace {
+
+const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n";
+
+// ---- sizes beyond the 32-bit element count ------------------------------------------------------
+
+TEST(AllocationBeyond32BitCount, DenseMatricesRefuseAndStayUsable) {
+  testing::internal::CaptureStdout();
+  VQ_Matrix general(70000, 70000);      // 4.9e9 elements
+  VQ_SymMatrix packed(70000, 1.0);      // 2.45e9 packed elements
+  VQ_Matrix wide(2, INT_MAX);
+  const std::string out = testing::internal::GetCapturedStdout();
+  for (const VQ_Matrix* m : std::vector<const VQ_Matrix*>{&general, &packed, &wide}) {
+    EXPECT_EQ(m->MatrixStatus(), -1);
+    EXPECT_EQ(m->NumRows(), 0);
+    EXPECT_EQ(m->NumCols(), 0);
+    EXPECT_EQ(m->GetDataPointer(), nullptr);
+  }
+  EXPECT_EQ(out, std::string(kNoMemoryLine) + kNoMemoryLine + kNoMemoryLine);
+  // The object takes a size it can hold afterwards.
+  general.Redimension(3, 2, 1.5);
+  EXPECT_EQ(general.MatrixStatus(), 0);
+  EXPECT_EQ(general.Value(3, 2), 1.5);
+}
+
+// The dense eigen paths need n x n work arrays; an order whose square exceeds the 32-bit count is
+// refused as an allocation failure before anything is allocated.
+TEST(AllocationBeyond32BitCount, DenseEigenPathsRefuseOrdersTooLargeForTheirWorkArrays) {
+  const int n = 46341;  // n * n = 2147488281 > INT_MAX
+  const vqtest::Csr k = vqtest::Tridiagonal(n);
+  const std::vector<double> mass(n, 1.0);
+  std::vector<double> eigenvalues(n, 5.0);
+  const long long heap = vqtest::HeapInUseBytes();
+  struct Path {
+    const char* name;
+    std::function<int()> call;
+  } paths[] = {
+      {"LAPACK",
+       [&] {
+         return VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                             mass.data(), 1, eigenvalues.data(), nullptr);
+       }},
+      {"LAPACK2",
+       [&] {
+         return VQ_EigenvalueAnalysis_LAPACK2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                              k.rowPointers.data(), k.columnIndices.data(), k.values.data(), 0,
+                                              eigenvalues.data(), nullptr);
+       }},
+      {"JACOBI",
+       [&] {
+         return VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                             mass.data(), eigenvalues.data(), nullptr);
+       }},
+      {"JACOBI2",
+       [&] {
+         return VQ_EigenvalueAnalysis_JACOBI2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                              k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                              eigenvalues.data(), nullptr);
+       }},
+  };
+  for (const Path& p : paths) {
+    SCOPED_TRACE(p.name);
+    EXPECT_EQ(p.call(), -1);
+    const vqtest::RegistryError e = vqtest::LastError();
+    EXPECT_EQ(e.code, -1);
+    EXPECT_EQ(e.message, "Memory Allocation Failed");
+    EXPECT_EQ(eigenvalues.front(), 0.0);  // cleared on entry
+    EXPECT_EQ(eigenvalues.back(), 0.0);
+    eigenvalues.assign(n, 5.0);
+  }
+  if (!vqtest::UnderAddressSanitizer()) {
+    EXPECT_LT(std::llabs(vqtest::HeapInUseBytes() - heap), 64 * 1024);
+  }
+}
+
+// ---- a limited address space ----------------------------------------------------------------------
+
+// Lets MKL, the OpenMP runtime and the factorisation thread set up everything they keep.
+void WarmUp() {
+  const vqtest::Csr k = vqtest::Tridiagonal(200);
+  std::vector<double> rhs(200, 1.0), x(200);
+  VQ_SparseSolverDirect(200, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), rhs.data(), 0,
+                        x.data());
+  std::vector<double> mass(200, 1.0), lambda(200);
+  VQ_EigenvalueAnalysis_LAPACK(200, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), mass.data(), 0,
+                               lambda.data(), nullptr);
+}
+
+// Limits the address space to what the process maps now plus headroomMb (0: no limit).
+bool LimitAddressSpace(long headroomMb) {
+  rlimit r{};
+  if (headroomMb <= 0) {
+    r.rlim_cur = RLIM_INFINITY;
+  } else {
+    malloc_trim(0);
+    const long vmKb = vqtest::ProcessStatusKb("VmSize");
+    if (vmKb <= 0) return false;
+    r.rlim_cur = static_cast<rlim_t>(vmKb + headroomMb * 1024) * 1024;
+  }
+  r.rlim_max = RLIM_INFINITY;
+  return setrlimit(RLIMIT_AS, &r) == 0;
+}
+
+// Child side of a death test: runs the check, which returns "" or what went wrong; the message
+// goes to standard error, and the exit code tells the parent.
+[[noreturn]] void RunChild(const std::function<std::string()>& check) {
+  // One allocator arena and fixed thresholds: large blocks always get mappings of their own and
+  // free memory at the top of the heap goes back to the system, so that what the limit allows is
+  // what a call can get. (glibc otherwise keeps freed space around, and retries a failed request
+  // in the 64 MB arenas it reserved for other threads.)
+  mallopt(M_ARENA_MAX, 1);
+  mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+  mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+  WarmUp();
+  std::string failure = check();
+  LimitAddressSpace(0);
+  if (!failure.empty()) std::fprintf(stderr, "FAILED: %s\n", failure.c_str());
+  std::fflush(nullptr);
+  _exit(failure.empty() ? 0 : 1);
+}
+
+std::string ExpectRegistry(int code, int expectedCode, const std::string& expectedMessage) {
+  const vqtest::RegistryError e = vqtest::LastError();
+  if (code != expectedCode || e.code != expectedCode || e.message != expectedMessage)
+    return "returned " + std::to_string(code) + ", registry " + std::to_string(e.code) + " \"" + e.message +
+           "\"; expected " + std::to_string(expectedCode) + " \"" + expectedMessage + "\"";
+  return "";
+}
+
+std::string HeapReturned(long long before, const char* what) {
+  const long long now = vqtest::HeapInUseBytes();
+  if (now - before > 256 * 1024)
+    return std::string(what) + ": " + std::to_string(now - before) + " bytes still held after the failure";
+  return "";
+}
+
+class AllocationUnderAddressSpaceLimit : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (vqtest::UnderAddressSanitizer())
+      GTEST_SKIP() << "address-space limits cannot be combined with AddressSanitizer's shadow memory";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+  }
+};
+
+TEST_F(AllocationUnderAddressSpaceLimit, DenseEigenWorkArraysReportMinusOne) {
+  EXPECT_EXIT(RunChild([] {
+                const int n = 4000;  // two 128 MB work arrays; the second one cannot be had
+                const vqtest::Csr k = vqtest::Tridiagonal(n);
+                const std::vector<double> mass(n, 1.0);
+                std::vector<double> lambda(n);
+                const long long heap = vqtest::HeapInUseBytes();
+                if (!LimitAddressSpace(200)) return std::string("setrlimit failed");
+                for (int attempt = 0; attempt < 3; ++attempt) {
+                  const int code = VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
+                                                                k.values.data(), mass.data(), 1, lambda.data(),
+                                                                nullptr);
+                  std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
+                  if (f.empty()) {
+                    const int jacobi = VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
+                                                                    k.values.data(), mass.data(), lambda.data(),
+                                                                    nullptr);
+                    f = ExpectRegistry(jacobi, -1, "Memory Allocation Failed");
+                  }
+                  if (f.empty()) f = HeapReturned(heap, "dense eigen paths");
+                  if (!f.empty()) return f;
+                }
+                // With the limit lifted, a small problem is solved again.
+                LimitAddressSpace(0);
+                std::vector<double> small(10);
+                const vqtest::Csr k10 = vqtest::Tridiagonal(10);
+                const int code = VQ_EigenvalueAnalysis_LAPACK(10, k10.rowPointers.data(), k10.columnIndices.data(),
+                                                              k10.values.data(), mass.data(), 0, small.data(), nullptr);
+                return ExpectRegistry(code, 0, "");
+              }),
+              testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSolutionCannotBeSized) {
+  EXPECT_EXIT(RunChild([] {
+                const int n = 1000000;
+                VQ_SysMatrixHandle h = VQ_SysMatrixBegin();
+                VQ_SysMatrixDef(h, 0, n);  // the diagonal pattern, closed by the first use below
+                VQ_SysMatrixInit(h, 2.0);
+                VQ_SysVectorHandle rhs = VQ_SysVectorCreate(n, 1.0);
+                VQ_SysVectorHandle x = VQ_SysVectorBegin();  // one entry: the call must size it to n
+                if (!rhs || !x) return std::string("setup failed");
+                const long long heap = vqtest::HeapInUseBytes();
+                if (!LimitAddressSpace(2)) return std::string("setrlimit failed");
+                const int code = VQ_SysMatrixSolve(h, rhs, x);
+                std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
+                if (f.empty()) f = HeapReturned(heap, "VQ_SysMatrixSolve");
+                // A vector of n entries cannot be created either; the handles are still destructible.
+                if (f.empty() && VQ_SysVectorCreate(n, 0.0) != nullptr) f = "VQ_SysVectorCreate did not fail";
+                LimitAddressSpace(0);
+                VQ_SysVectorEnd(x);
+                VQ_SysVectorEnd(rhs);
+                VQ_SysMatrixEnd(h);
+                return f;
+              }),
+              testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSolvableAfterwards) {
+  EXPECT_EXIT(RunChild([] {
+                const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(30000));
+                const vqtest::Csr k = vqtest::FromModel(model.Stiffness());
+                std::vector<double> rhs = model.EndFaceLoad(0.0, 0.0, -1e3), x(rhs.size());
+                VQ_SetSolverType(0);
+                const long long heap = vqtest::HeapInUseBytes();
+                if (!LimitAddressSpace(24)) return std::string("setrlimit failed");
+                const int code = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                                       k.values.data(), rhs.data(), 0, x.data());
+                std::string f = ExpectRegistry(code, -81, "Not Enough Memory in Sparse Solver");
+                if (f.empty()) f = HeapReturned(heap, "VQ_SparseSolverDirect");
+                LimitAddressSpace(0);
+                if (!f.empty()) return f;
+                const int again = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                                        k.values.data(), rhs.data(), 0, x.data());
+                f = ExpectRegistry(again, 0, "");
+                if (f.empty() && vqtest::RelativeResidual(k, x.data(), rhs.data(), 1) > 1e-8)
+                  f = "solution after the failure is wrong";
+                return f;
+              }),
+              testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AllocationUnderAddressSpaceLimit, ClassesReportMinusOneAndStayUsable) {
+  EXPECT_EXIT(RunChild([] {
+                const long long heap = vqtest::HeapInUseBytes();
+                if (!LimitAddressSpace(4)) return std::string("setrlimit failed");
+                std::string f;
+                {
+                  VQ_Matrix m(5000, 5000);  // 200 MB
+                  if (m.MatrixStatus() != -1 || m.NumRows() != 0 || m.GetDataPointer() != nullptr)
+                    f = "VQ_Matrix(5000, 5000) did not fail cleanly";
+                  m.Redimension(10, 10, 1.0);
+                  if (f.empty() && (m.MatrixStatus() != 0 || m.Value(10, 10) != 1.0))
+                    f = "VQ_Matrix not usable after the failure";
+                }
+                {
+                  // Assembly that runs out of memory half way: reported by EndMatrix, nothing kept.
+                  VQ_SparseSymMatrix s(200000);  // ~10 MB of assembly buffer
+                  s.BeginMatrix();
+                  for (int i = 1; i <= 200000; ++i) s.Add(i, i, 1.0);
+                  if (f.empty() && (s.EndMatrix() || s.MatrixStatus() != -1 || s.GetOrder() != 0))
+                    f = "sparse assembly out of memory was not reported as -1";
+                }
+                if (f.empty()) f = HeapReturned(heap, "classes");
+                return f;
+              }),
+              testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
