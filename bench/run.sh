@@ -57,9 +57,9 @@ while [ $# -gt 0 ]; do
 done
 
 if [ "$mode" = quick ]; then
-  : "${sizes:=5000,20000,50000}"; : "${modes_size:=20000}"; frame=10,30; repeats=(2 1 1)
+  : "${sizes:=5000,20000,50000}"; : "${modes_size:=20000}"; frame=10,30
 else
-  : "${sizes:=20000,100000,300000}"; : "${modes_size:=100000}"; frame=20,60; repeats=(3 2 1)
+  : "${sizes:=20000,100000,300000}"; : "${modes_size:=100000}"; frame=20,60
 fi
 IFS=, read -r -a size_list <<< "$sizes"
 
@@ -154,7 +154,7 @@ name_of() { echo "solid$(( ($1 + 500) / 1000 ))k"; }
 
 # ---- machine rate and models ------------------------------------------------------------------
 log "dgemm rate"
-measure probe dgemm default 120 -- "$peers/bench_dgemm_rate"
+measure probe dgemm start 120 -- "$peers/bench_dgemm_rate"
 log "models"
 for s in "${size_list[@]}"; do
   measure models "$(name_of "$s")" default 300 -- "$peers/bench_write_models" --out "$data" --name "$(name_of "$s")" --solid "$s"
@@ -192,11 +192,13 @@ modes_case=$(name_of "$modes_size")
 last=$(( ${#size_list[@]} - 1 ))
 
 # ---- required: static solution at every size ---------------------------------------------------
+# One run of each program per size (three at the smallest, where they are cheap); more runs of the
+# middle sizes come with the optional work below.
 for i in "${!size_list[@]}"; do
   c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin; f=$data/$c.F.bin
   [ -f "$k" ] || continue
-  reps=${repeats[$i]:-1}
-  log "static solution $c ($reps runs each)"
+  reps=1; [ "$i" -eq 0 ] && reps=3
+  log "static solution $c"
   for r in $(seq "$reps"); do
     static_pair "$c" "$k" "$f" default 900
     measure static "$c" default 900 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_cholmod" --K "$k" --F "$f"
@@ -262,38 +264,45 @@ else
 fi
 
 # ---- optional, while the time budget lasts ------------------------------------------------------
-# The PARDISO settings a host can pass, at every size but the largest; CHOLMOD as installed; the
-# fastest settings at the largest size; Spectra over Eigen's LDLT at the modal size.
+# In this order: the PARDISO settings a host can pass, from the largest size but one downwards;
+# CHOLMOD as installed; a second run of the middle sizes; the fastest settings at the largest size
+# with the direct PARDISO call on the same settings; Spectra over Eigen's LDLT at the modal size.
 variants=("iparm1=3" "iparm23=1" "mtype=2" "iparm1=3 iparm23=1" "iparm1=3 mtype=2" "iparm1=3 iparm23=1 mtype=2")
-for i in "${!size_list[@]}"; do
-  [ "$i" -lt "$last" ] || break
-  c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin; f=$data/$c.F.bin
-  [ -f "$k" ] || continue
-  [ "$library_ok" = 1 ] || break
-  log "host settings at $c"
-  for v in "${variants[@]}"; do
-    if fits $(( $(wall "$c" ours) * 3 / 2 + 5 )); then
-      measure static "$c" "$v" 600 -- "$bin/bench_suite_static" --K "$k" --F "$f" --msglvl 1 \
-        --workdir "$data/work/" $(variant_args "$v")
-    else
-      skip static "$c" "$v" ours
-    fi
+middle=()  # sizes below the largest, largest first
+for (( i = last - 1; i >= 0; i-- )); do middle+=("$(name_of "${size_list[$i]}")"); done
+[ "$last" -eq 0 ] && middle=("$(name_of "${size_list[0]}")")
+if [ "$library_ok" = 1 ]; then
+  for c in "${middle[@]}"; do
+    [ -f "$data/$c.K.bin" ] || continue
+    log "host settings at $c"
+    for v in "${variants[@]}"; do
+      if fits $(( $(wall "$c" ours) * 3 / 2 + 5 )); then
+        measure static "$c" "$v" 600 -- "$bin/bench_suite_static" --K "$data/$c.K.bin" --F "$data/$c.F.bin" \
+          --msglvl 1 --workdir "$data/work/" $(variant_args "$v")
+      else
+        skip static "$c" "$v" ours
+      fi
+    done
   done
-done
-for i in "${!size_list[@]}"; do
-  [ "$i" -lt "$last" ] || break
-  c=$(name_of "${size_list[$i]}"); k=$data/$c.K.bin
-  [ -f "$k" ] || continue
-  # The reference BLAS is about ten times slower than MKL's: at most two minutes per case.
+fi
+for c in "${middle[@]}"; do
+  [ -f "$data/$c.K.bin" ] || continue
+  # The reference BLAS is several times slower than MKL's: at most two minutes per case.
   if fits 125; then
-    measure static "$c" default 120 -- "$peers/bench_peer_cholmod_refblas" --K "$k" --F "$data/$c.F.bin"
+    measure static "$c" default 120 -- "$peers/bench_peer_cholmod_refblas" --K "$data/$c.K.bin" --F "$data/$c.F.bin"
   else
     skip static "$c" default cholmod-ref
   fi
 done
+for c in "${middle[@]}"; do
+  [ "$c" = "$smallest" ] && continue
+  if fits $(( $(wall "$c" ours) + $(wall "$c" pardiso) + $(wall "$c" cholmod-mkl) + 5 )); then
+    log "second run at $c"
+    static_pair "$c" "$data/$c.K.bin" "$data/$c.F.bin" default 900
+    measure static "$c" default 900 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_cholmod" --K "$data/$c.K.bin" --F "$data/$c.F.bin"
+  fi
+done
 if [ "$last" -gt 0 ] && [ "$library_ok" = 1 ]; then
-  # The settings that were fastest at the size before the largest, with the direct PARDISO call on
-  # the same settings.
   c=$(name_of "${size_list[$last]}"); prev=$(name_of "${size_list[$((last - 1))]}")
   best=$("$peers/bench_suite_runner" best --log "$results_log" --group static --case "$prev" --prog ours || true)
   if [ -n "$best" ] && [ "$best" != default ] && [ -f "$data/$c.K.bin" ]; then
@@ -328,6 +337,10 @@ if [ "$with_programs" = 1 ] && [ "$library_ok" = 1 ]; then
     appendix+=(--appendix "$data/programs/$name.txt")
   done
 fi
+
+# The dense rate once more, at the end: the report takes the better of the two, the machine's
+# rate when it was least disturbed.
+measure probe dgemm end 120 -- "$peers/bench_dgemm_rate"
 
 # ---- report -----------------------------------------------------------------------------------
 host=$(hostname 2>/dev/null || echo unknown)
