@@ -10,6 +10,8 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -81,6 +83,12 @@ struct Csr {
   bool corrupted = false;
 };
 
+// v + d, kept inside the int range (an earlier corruption may have left v at INT_MIN or INT_MAX).
+inline int Nudge(int v, int d) {
+  const long long r = static_cast<long long>(v) + d;
+  return static_cast<int>(std::max<long long>(INT_MIN, std::min<long long>(INT_MAX, r)));
+}
+
 inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder) {
   Csr c;
   c.n = in.ConsumeIntegralInRange<int>(-2, maxOrder);
@@ -107,11 +115,11 @@ inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder) {
     const int what = in.ConsumeIntegralInRange<int>(0, 2);
     if (what == 0) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, c.rowPointers.size() - 1);
-      c.rowPointers[at] = in.ConsumeBool() ? c.rowPointers[at] + in.ConsumeIntegralInRange<int>(-3, 3)
+      c.rowPointers[at] = in.ConsumeBool() ? Nudge(c.rowPointers[at], in.ConsumeIntegralInRange<int>(-3, 3))
                                            : in.ConsumeIntegral<int>();
     } else if (what == 1 && !cols.empty()) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, cols.size() - 1);
-      cols[at] = in.ConsumeBool() ? cols[at] + in.ConsumeIntegralInRange<int>(-3, 3) : in.ConsumeIntegral<int>();
+      cols[at] = in.ConsumeBool() ? Nudge(cols[at], in.ConsumeIntegralInRange<int>(-3, 3)) : in.ConsumeIntegral<int>();
     } else if (!vals.empty()) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, vals.size() - 1);
       vals[at] = PickValue(in);
