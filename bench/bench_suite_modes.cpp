@@ -57,6 +57,7 @@ int main(int argc, char** argv)
                                              : "VQ_EigenvalueAnalysis_ARPACK");
     int found = 0, status = 0;
     const double t0 = Now();
+    const double cpu0 = CpuSeconds();
     if (method == "subspace") {
         if (buckling) {
             result.Fail("subspace iteration is run for natural modes only");
@@ -77,6 +78,7 @@ int main(int argc, char** argv)
                                               workdir.c_str(), 0);
     }
     const double t1 = Now();
+    const double cpu = CpuSeconds() - cpu0;
     result.SetMemory(inputKb);
     if (status < 0 || found < 1) {
         char* message = VQ_GetLastErrorMessage();
@@ -87,6 +89,7 @@ int main(int argc, char** argv)
         return 1;
     }
     result.Set("t_total", t1 - t0);
+    result.Set("cpu_s", cpu);
     result.Set("nconv", found);
     if (status == 1) result.Set("partial", 1);
     result.Set("lambda_first", eigenvalues[0]);

@@ -55,14 +55,16 @@ int main(int argc, char** argv)
     result.Set("mtype", VQ_GetSolverMatrixType());
 
     std::string statistics;
-    double t0, t1;
+    double t0, t1, cpu0, cpu1;
     int status;
     {
         StdoutCapture* capture = msglvl > 0 ? new StdoutCapture() : nullptr;
+        cpu0 = CpuSeconds();
         t0 = Now();
         status = VQ_SparseSolverDirect(n, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), f.data(), 0,
                                        x.data());
         t1 = Now();
+        cpu1 = CpuSeconds();
         if (capture) statistics = capture->Text();
         delete capture;
     }
@@ -88,6 +90,7 @@ int main(int argc, char** argv)
         return 1;
     }
     result.Set("t_total", t1 - t0);
+    result.Set("cpu_s", cpu1 - cpu0);
     if (!statistics.empty()) {
         const PardisoStatistics s = ParsePardisoStatistics(statistics);
         result.Set("t_analysis", s.analysis);

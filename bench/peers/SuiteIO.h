@@ -30,6 +30,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace vqbench {
@@ -49,6 +50,17 @@ inline double Now()
 {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+// Processor time of the whole process so far (all its threads, user and system), in seconds.
+// Unlike wall time it does not grow when other work on the machine takes the processors away,
+// as long as idle threads sleep (OMP_WAIT_POLICY=passive) instead of spinning.
+inline double CpuSeconds()
+{
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+           1e-6 * static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
 }
 
 // A field of /proc/self/status in kB ("VmHWM", "VmRSS"), or -1.

@@ -121,6 +121,7 @@ int main(int argc, char** argv)
     result.Set("omp_threads", std::min(CHOLMOD_OMP_NUM_THREADS, omp_get_thread_limit()));
 
     const double t0 = Now();
+    const double cpu0 = CpuSeconds();
     cholmod_factor* l = cholmod_analyze(&a, &c);
     const double t1 = Now();
     bool ok = l != nullptr && c.status >= CHOLMOD_OK;
@@ -133,6 +134,7 @@ int main(int argc, char** argv)
     const bool super = l && l->is_super;
     cholmod_free_factor(&l, &c);
     const double t4 = Now();
+    const double cpu = CpuSeconds() - cpu0;
     result.SetMemory(inputKb);
 
     if (!ok || !x) {
@@ -146,6 +148,7 @@ int main(int argc, char** argv)
     result.Set("t_solve", t3 - t2);
     result.Set("t_release", t4 - t3);
     result.Set("t_total", t4 - t0);
+    result.Set("cpu_s", cpu);
     result.Set("mflop", flop / 1e6);
     result.Set("factor_nnz", lnz);
     result.Set("ordering", selected >= 0 && selected < CHOLMOD_MAXMETHODS ? OrderingName(c.method[selected].ordering)

@@ -110,6 +110,7 @@ int Run(const Options& opt, Result& result, const Csr& k, const Csr* kg, const s
     result.Set("tol", tol);
 
     const double t0 = Now();
+    const double cpu0 = CpuSeconds();
     const SpMat K = ToEigenLower(k);
     SpMat B;
     if (buckling) {
@@ -164,6 +165,7 @@ int Run(const Options& opt, Result& result, const Csr& k, const Csr* kg, const s
         tVectors = Now() - t3;
     }
     const double tTotal = Now() - t0;
+    const double cpu = CpuSeconds() - cpu0;
     result.SetMemory(inputKb);
     if (!ok) {
         result.Fail(op.Ok() ? "Spectra did not converge (" + std::to_string(nconv) + " of " + std::to_string(nev) + ")"
@@ -176,6 +178,7 @@ int Run(const Options& opt, Result& result, const Csr& k, const Csr* kg, const s
     result.Set("t_iterations", tIterations);
     result.Set("t_vectors", tVectors);
     result.Set("t_total", tTotal);
+    result.Set("cpu_s", cpu);
     result.Set("nconv", nconv);
     result.Set("restarts", niter);
     result.Set("solves", op.Solves());
