@@ -66,20 +66,20 @@ const char* OrEmpty(const char* text) { return text ? text : ""; }
 
 // ---- construction -------------------------------------------------------------------------------
 
-void VQ_SparseSolver::ResetMembers() {
+void VQ_SparseSolver::CreateHandle() {
   std::memset(iparm_, 0, sizeof iparm_);
   handle_.reset(new PardisoHandle());
 }
 
 VQ_SparseSolver::VQ_SparseSolver() {
-  ResetMembers();
+  CreateHandle();
   InitializeSolver();
 }
 
 VQ_SparseSolver::VQ_SparseSolver(VQ_SparseSymMatrix* K, VQ_Matrix* B, int oocMode, int mtype,
                                  bool verbose, const char* workingDirectory, VQ_Matrix* X)
     : mtype_(mtype), oocMode_(oocMode), workingDirectory_(OrEmpty(workingDirectory)), verbose_(verbose) {
-  ResetMembers();
+  CreateHandle();
   if (K) Set_Matrix(K);
   if (B) {
     nrhs_ = B->NumCols();
@@ -97,13 +97,13 @@ VQ_SparseSolver::VQ_SparseSolver(int n, double* a, int* ia, int* ja, int nrhs, d
     : values_(a), rowPointers_(ia), columnIndices_(ja), rhs_(b), result_(x), mtype_(mtype), n_(n),
       nrhs_(nrhs), oocMode_(oocMode), workingDirectory_(OrEmpty(workingDirectory)),
       verbose_(verbose == 1), inPlace_(x == nullptr) {
-  ResetMembers();
+  CreateHandle();
   InitializeSolver();
 }
 
 VQ_SparseSolver::VQ_SparseSolver(int oocMode, int mtype, bool verbose, const char* workingDirectory)
     : mtype_(mtype), oocMode_(oocMode), workingDirectory_(OrEmpty(workingDirectory)), verbose_(verbose) {
-  ResetMembers();
+  CreateHandle();
   InitializeSolver();
 }
 
@@ -111,14 +111,14 @@ VQ_SparseSolver::VQ_SparseSolver(int n, int nrhs, int oocMode, int mtype, bool v
                                  const char* workingDirectory, bool inPlace)
     : mtype_(mtype), n_(n), nrhs_(nrhs), oocMode_(oocMode), workingDirectory_(OrEmpty(workingDirectory)),
       verbose_(verbose), inPlace_(inPlace), ownBufferRequested_(true) {
-  ResetMembers();
+  CreateHandle();
   InitializeSolver();
   // The n x nrhs work buffer is allocated once, by the first solve that needs it (a solve in
   // place); solves into a separate result array do without it.
 }
 
 VQ_SparseSolver::VQ_SparseSolver(const VQ_SparseSolver& other) {
-  ResetMembers();
+  CreateHandle();
   CopyConfiguration(other);
 }
 

@@ -162,7 +162,7 @@ class VQ_SparseSolver {
   int Set_UseDefault_INTELSolverSettings();
 
  private:
-  void ResetMembers();
+  void CreateHandle();
   void CopyConfiguration(const VQ_SparseSolver& other);
   void RunFactorizationJob(bool withAnalysis) noexcept;
   void EnforceArrayLayout();
