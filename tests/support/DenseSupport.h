@@ -1,7 +1,10 @@
-// Test helpers for the dense matrix classes: reproducible random data, extended-precision
-// reference products, file bytes, scratch paths, and read access to the protected fields of the
-// matrix family (through pointers to members of a derived class, which is legal C++).
+// Test helpers for the dense matrix classes: reproducible random data, small builders,
+// extended-precision reference products, file bytes, scratch paths, stdout capture, and read
+// access to the protected fields of the matrix family (through pointers to members of a derived
+// class, which is legal C++).
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
@@ -19,16 +22,34 @@ std::vector<double> DiagonallyDominant(int n, unsigned seed);
 // Random symmetric matrix of order n as a packed VQ_SymMatrix (values in [-1, 1), diagonal + n).
 VQ_SymMatrix RandomSym(int n, unsigned seed);
 
+// A rows x cols matrix from column-major values.
+VQ_Matrix Mat(int rows, int cols, std::vector<double> values);
+// A symmetric matrix of order n from its upper triangle listed column by column:
+// (1,1), (1,2), (2,2), (1,3), ...
+VQ_SymMatrix SymUpper(int n, const std::vector<double>& upper);
+// Column-major identity of order n.
+std::vector<double> Identity(int n);
+
+// Success when m holds no storage: rows, cols and size 0, no data pointer.
+::testing::AssertionResult HasNoStorage(const VQ_Matrix& m);
+
 // Full column-major form of any matrix read through Value.
 std::vector<double> Full(const VQ_Matrix& m);
 // C = A B in long double, column-major (A m x k, B k x n).
-std::vector<double> RefProduct(const std::vector<double>& a, int m, int k, const std::vector<double>& b, int n);
+std::vector<double> RefProduct(const std::vector<double>& a, int m, int k,
+                               const std::vector<double>& b, int n);
 // Transpose of a column-major r x c array.
 std::vector<double> RefTranspose(const std::vector<double>& a, int r, int c);
 // Largest |a - b| over the arrays (they must have the same length).
 double MaxAbsDiff(const std::vector<double>& a, const std::vector<double>& b);
-// Largest |a| over the array.
-double MaxAbs(const std::vector<double>& a);
+
+// What f() writes to standard output.
+template <class F>
+std::string Stdout(F&& f) {
+  testing::internal::CaptureStdout();
+  f();
+  return testing::internal::GetCapturedStdout();
+}
 
 // Whole file as bytes ("" when missing) / write bytes to a file.
 std::string FileBytes(const std::string& path);
