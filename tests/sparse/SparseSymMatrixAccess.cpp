@@ -14,6 +14,7 @@
 #include "support/SparseSymMatrixSupport.h"
 
 using vqtest::CsrOf;
+using vqtest::IsEmpty;
 
 namespace {
 
@@ -27,55 +28,42 @@ class Small : public testing::Test {
   VQ_SparseSymMatrix a;
 };
 
-TEST_F(Small, ValueIsSymmetricAndZeroWhenAbsent) {
-  EXPECT_EQ(a.Value(1, 3), 1.0);
-  EXPECT_EQ(a.Value(3, 1), 1.0);
-  EXPECT_EQ(a.Value(4, 2), 2.0);
-  EXPECT_EQ(a.Value(1, 2), 0.0);
-  EXPECT_EQ(a.Value(2, 1), 0.0);
-  EXPECT_EQ(a.Value(5, 5), 0.0);  // outside the order
-  EXPECT_EQ(a.Value(0, 1), 0.0);
-  EXPECT_EQ(a.Value_(3, 1), a.Value(3, 1));
+TEST_F(Small, ValueAndFindLocAnswerBothTrianglesAndAbsentEntries) {
+  struct Row {
+    int i, j;
+    double value;
+    int position;  // -1: not stored
+  };
+  for (const Row& r :
+       {Row{1, 1, 4, 0}, Row{1, 3, 1, 1}, Row{3, 1, 1, 1}, Row{4, 2, 2, 3}, Row{2, 4, 2, 3},
+        Row{4, 4, 7, 5}, Row{1, 2, 0, -1}, Row{2, 1, 0, -1}, Row{2, 3, 0, -1}, Row{5, 5, 0, -1},
+        Row{5, 1, 0, -1}, Row{1, 9, 0, -1}, Row{0, 1, 0, -1}, Row{-1, 2, 0, -1}}) {
+    EXPECT_EQ(a.Value(r.i, r.j), r.value) << r.i << "," << r.j;
+    if (r.i >= 1 && r.i <= 4 && r.j >= 1 && r.j <= 4) {
+      EXPECT_EQ(a.Value_(r.i, r.j), r.value) << r.i << "," << r.j;
+    }
+    EXPECT_EQ(a.FindLoc(r.i, r.j), r.position) << r.i << "," << r.j;
+  }
 }
 
-TEST_F(Small, FindLocGivesStoragePositions) {
-  EXPECT_EQ(a.FindLoc(1, 1), 0);
-  EXPECT_EQ(a.FindLoc(1, 3), 1);
-  EXPECT_EQ(a.FindLoc(3, 1), 1);
-  EXPECT_EQ(a.FindLoc(4, 4), 5);
-  EXPECT_EQ(a.FindLoc(2, 3), -1);
-  EXPECT_EQ(a.FindLoc(5, 1), -1);
-  EXPECT_EQ(a.FindLoc(1, 9), -1);
-  EXPECT_EQ(a.FindLoc(-1, 2), -1);
-}
-
-TEST_F(Small, SetOverwritesButNeverInserts) {
+TEST_F(Small, OnlySetWritesAndItNeverInserts) {
   EXPECT_TRUE(a.Set(3, 1, 9.0));
-  EXPECT_EQ(a.Value(1, 3), 9.0);
   EXPECT_FALSE(a.Set(1, 2, 3.0));
-  EXPECT_EQ(a.GetNumberOfNonZeros(), 6);
-  EXPECT_EQ(a.FindLoc(1, 2), -1);
-  EXPECT_EQ(CsrOf(a).rowPointers, rowptr);
-}
-
-TEST_F(Small, RefAndTheElementProxyNeverChangeTheMatrix) {
+  // Ref, Ref_ and the element proxy write a scratch value that is reset on every call.
   a.Ref(1, 1) = 7.0;
-  EXPECT_EQ(a.Value(1, 1), 4.0);
-  EXPECT_EQ(a.Ref(2, 2), 0.0);  // the scratch value is reset on every call
+  EXPECT_EQ(a.Ref(2, 2), 0.0);
   a(1, 3) = 11.0;
-  EXPECT_EQ(a.Value(1, 3), 1.0);
-  EXPECT_EQ(static_cast<double>(a(3, 1)), 1.0);  // reading through the proxy works
   a.Ref_(2, 2) = 1.0;
-  EXPECT_EQ(a.Value(2, 2), 5.0);
-}
-
-TEST_F(Small, RedimensionDoesNothing) {
-  a.Redimension(10, 10, 1.0);
+  EXPECT_EQ(static_cast<double>(a(3, 1)), 9.0);  // reading through the proxy works
+  a.Redimension(10, 10, 1.0);                    // does nothing
   EXPECT_EQ(a.NumRows(), 4);
-  EXPECT_EQ(CsrOf(a).values, values);
+  const vqtest::Csr c = CsrOf(a);
+  EXPECT_EQ(c.rowPointers, rowptr);
+  EXPECT_EQ(c.columnIndices, colidx);
+  EXPECT_EQ(c.values, (std::vector<double>{4, 9, 5, 2, 6, 7}));
 }
 
-TEST_F(Small, DiagonalQueries) {
+TEST_F(Small, DiagonalQueriesAndMemoryUsage) {
   double d[4];
   EXPECT_FALSE(a.GetListOfDiagonalTerms(d, 3));
   ASSERT_TRUE(a.GetListOfDiagonalTerms(d, 4));
@@ -83,9 +71,7 @@ TEST_F(Small, DiagonalQueries) {
   EXPECT_EQ(a.CountNonZeroDiagonalTerms(5.0), 2);  // strictly greater
   EXPECT_EQ(a.CountNonZeroDiagonalTerms(0.0), 4);
   EXPECT_FALSE(a.IsSparseMatrixDiagonal());
-}
-
-TEST_F(Small, MemoryUsageInMegabytes) {
+  // In megabytes: n + 1 row pointers, nnz values and nnz column indices.
   EXPECT_DOUBLE_EQ(a.ReturnMemoryUsage(), (5 * 4 + 6 * 8 + 6 * 4) / 1e6);
 }
 
@@ -107,29 +93,35 @@ TEST_F(Small, CopyPointersHandsOverIndependentArrays) {
 
 TEST_F(Small, CheckSparsityComparesPatternOnly) {
   std::vector<double> other{1, 2, 3, 4, 5, 6};
-  VQ_SparseSymMatrix b(4, other.data(), rowptr.data(), colidx.data());
-  EXPECT_TRUE(a.CheckSparsity(&b));
-  std::vector<int> c2{1, 4, 2, 4, 3, 4};  // same counts, one column moved
-  VQ_SparseSymMatrix c(4, other.data(), rowptr.data(), c2.data());
-  EXPECT_FALSE(a.CheckSparsity(&c));
-  std::vector<int> r3{1, 2, 3, 4, 5};
-  VQ_SparseSymMatrix d(4, other.data(), r3.data(), colidx.data());
-  EXPECT_FALSE(a.CheckSparsity(&d));  // different nnz
+  std::vector<int> moved{1, 4, 2, 4, 3, 4}, fewer{1, 2, 3, 4, 5};
+  VQ_SparseSymMatrix same(4, other.data(), rowptr.data(), colidx.data()),
+      // Same counts with one column moved; a different nnz.
+      columnMoved(4, other.data(), rowptr.data(), moved.data()),
+      lessStored(4, other.data(), fewer.data(), colidx.data());
+  EXPECT_TRUE(a.CheckSparsity(&same));
+  EXPECT_FALSE(a.CheckSparsity(&columnMoved));
+  EXPECT_FALSE(a.CheckSparsity(&lessStored));
 }
-
-TEST_F(Small, TypeText) { EXPECT_EQ(a.GetMatrixType(), "SYM_SPARSE_MATRIX"); }
 
 TEST_F(Small, ReleaseMemoryEmptiesTheObject) {
   a.ReleaseMemory();
-  EXPECT_EQ(a.NumRows(), 0);
-  EXPECT_EQ(a.GetNumberOfNonZeros(), 0);
+  EXPECT_TRUE(IsEmpty(a));
   EXPECT_EQ(a.GetRowVectorPointer(), nullptr);
-  EXPECT_EQ(a.Value(1, 1), 0.0);
+}
+
+TEST_F(Small, ExplicitZerosAreDroppedThroughTheGenericDenseEntryPoint) {
+  // A sparse copy of a sparse matrix through the generic dense entry point thins it exactly as a
+  // dense walk would: explicit zeros off the diagonal are dropped.
+  a.Set(1, 3, 0.0);
+  VQ_SparseSymMatrix t(static_cast<VQ_Matrix*>(&a));
+  EXPECT_EQ(t.GetNumberOfNonZeros(), 5);
+  EXPECT_EQ(t.FindLoc(1, 3), -1);
+  EXPECT_EQ(t.Value(2, 4), 2.0);
 }
 
 // ---- sharing ----------------------------------------------------------------------------------
 
-TEST_F(Small, AssignmentSharesTheArrays) {
+TEST_F(Small, AssignmentSharesTheArraysButNotStatusOrFileList) {
   VQ_SparseSymMatrix b;
   b = a;
   EXPECT_EQ(b.GetValuePointer(), a.GetValuePointer());
@@ -139,38 +131,32 @@ TEST_F(Small, AssignmentSharesTheArrays) {
   EXPECT_EQ(a.Value(4, 2), 8.0);
   b = b;  // self-assignment does nothing
   EXPECT_EQ(b.Value(4, 2), 8.0);
-}
-
-TEST_F(Small, CopyDoesNotTakeStatusOrFileList) {
   a /= 0.0;
   a.AddToFileList("never-written-file");
-  VQ_SparseSymMatrix b(a);
-  EXPECT_EQ(b.MatrixStatus(), 0);
-  EXPECT_TRUE(b.GetFileList().empty());
+  VQ_SparseSymMatrix c(a);
+  EXPECT_EQ(c.MatrixStatus(), 0);
+  EXPECT_TRUE(c.GetFileList().empty());
 }
 
 TEST_F(Small, SharedArraysOutliveTheObjectThatMadeThem) {
   auto first = std::make_unique<VQ_SparseSymMatrix>(4, values.data(), rowptr.data(), colidx.data());
-  VQ_SparseSymMatrix second(*first);
-  VQ_SparseSymMatrix third;
+  VQ_SparseSymMatrix second(*first), third;
   third = second;
   first.reset();  // destroyed while the arrays are in use by two others
   EXPECT_EQ(second.Value(1, 3), 1.0);
   second.ReleaseMemory();
   EXPECT_EQ(third.Value(4, 4), 7.0);
   EXPECT_EQ(third.GetNumberOfNonZeros(), 6);
-}
 
-TEST_F(Small, AssigningOverASharerDropsOnlyItsReference) {
+  // Assigning over a sharer drops only its reference.
   VQ_SparseSymMatrix b(a);
   std::vector<double> d{1.0};
-  std::vector<int> r{1, 2};
-  std::vector<int> c{1};
+  std::vector<int> r{1, 2}, c{1};
   VQ_SparseSymMatrix other(1, d.data(), r.data(), c.data());
-  b = other;  // b lets go of a's arrays and shares other's
+  b = other;
   EXPECT_EQ(b.NumRows(), 1);
-  EXPECT_EQ(a.Value(2, 2), 5.0);
   EXPECT_EQ(b.GetValuePointer(), other.GetValuePointer());
+  EXPECT_EQ(a.Value(2, 2), 5.0);
 }
 
 TEST_F(Small, ScalarProductOfACopyScalesTheOriginalToo) {
@@ -182,16 +168,7 @@ TEST_F(Small, ScalarProductOfACopyScalesTheOriginalToo) {
   EXPECT_EQ(c.GetValuePointer(), a.GetValuePointer());
 }
 
-TEST_F(Small, DeletingThroughTheBaseClassReleasesSharedArraysOnce) {
-  VQ_Matrix* base = new VQ_SparseSymMatrix(a);
-  VQ_SymMatrix* sym = new VQ_SparseSymMatrix(*static_cast<VQ_SparseSymMatrix*>(base));
-  delete base;
-  EXPECT_EQ(sym->Value(3, 1), 1.0);
-  delete sym;
-  EXPECT_EQ(a.Value(3, 1), 1.0);
-}
-
-TEST_F(Small, ManySharersInAnyDestructionOrder) {
+TEST_F(Small, ManySharersInAnyDestructionOrderAlsoThroughTheBaseClasses) {
   std::vector<std::unique_ptr<VQ_SparseSymMatrix>> copies;
   for (int k = 0; k < 8; ++k)
     copies.push_back(std::make_unique<VQ_SparseSymMatrix>(k == 0 ? a : *copies[k - 1]));
@@ -200,55 +177,32 @@ TEST_F(Small, ManySharersInAnyDestructionOrder) {
     copies[k].reset();
   }
   EXPECT_EQ(a.Value(1, 1), 12.0);
+  VQ_Matrix* base = new VQ_SparseSymMatrix(a);
+  VQ_SymMatrix* sym = new VQ_SparseSymMatrix(*static_cast<VQ_SparseSymMatrix*>(base));
+  delete base;
+  EXPECT_EQ(sym->Value(3, 1), 1.0);
+  delete sym;
+  EXPECT_EQ(a.Value(3, 1), 1.0);
 }
 
 TEST_F(Small, DeepCopyOfASharerIsIndependent) {
-  VQ_SparseSymMatrix b(a);
-  VQ_SparseSymMatrix c;
+  VQ_SparseSymMatrix b(a), c, d(a);
   c.SetEqualTo(&b);
   c.Set(1, 1, 0.5);
   EXPECT_EQ(b.Value(1, 1), 4.0);
   b.SetEqualTo(&b);  // self copy: nothing happens
   EXPECT_EQ(b.GetValuePointer(), a.GetValuePointer());
-  // Deep-copying into an object from one that shares its arrays.
-  VQ_SparseSymMatrix d(a);
-  d.SetEqualTo(&a);
+  d.SetEqualTo(&a);  // into an object from one that shares its arrays
   EXPECT_NE(d.GetValuePointer(), a.GetValuePointer());
   EXPECT_TRUE(d.CheckSparsity(&a));
 }
 
-TEST_F(Small, DenseViewsOfTheSparseMatrix) {
-  // The dense family reads the sparse matrix through its Value.
-  VQ_SymMatrix s(&a);
-  EXPECT_EQ(s.Value(3, 1), 1.0);
-  EXPECT_EQ(s.Value(1, 2), 0.0);
-  VQ_DiagonalMatrix d;
-  d.CopyDiagonalTerms(&a);
-  EXPECT_EQ(d.Value(4, 4), 7.0);
-  VQ_Matrix full;
-  full.SetEqualTo(a);
-  EXPECT_EQ(full.Value(4, 2), 2.0);
-  // And a sparse copy of a sparse matrix through the generic dense entry point thins it exactly
-  // as a dense walk would: explicit zeros off the diagonal are dropped.
-  a.Set(1, 3, 0.0);
-  VQ_SparseSymMatrix t(static_cast<VQ_Matrix*>(&a));
-  EXPECT_EQ(t.GetNumberOfNonZeros(), 5);
-  EXPECT_EQ(t.FindLoc(1, 3), -1);
-  EXPECT_EQ(t.Value(2, 4), 2.0);
-}
-
-}  // namespace
-
-namespace {
-
 // Reallocating members of the dense base classes, called on a sparse object through a base
 // reference, must neither free the shared arrays nor leak what they allocate.
 TEST_F(Small, BaseClassReallocationLeavesSharersIntact) {
-  VQ_SparseSymMatrix sharer(a);
-  VQ_SparseSymMatrix victim(a);
+  VQ_SparseSymMatrix sharer(a), victim(a), victim2(a);
   double raw[4] = {1, 2, 3, 4};
   static_cast<VQ_Matrix&>(victim).CopyFromMatrixForm(2, 2, raw);
-  VQ_SparseSymMatrix victim2(a);
   static_cast<VQ_SymMatrix&>(victim2) = VQ_SymMatrix(3, 1.0);
   EXPECT_EQ(sharer.Value(4, 2), 2.0);
   EXPECT_EQ(a.Value(1, 3), 1.0);

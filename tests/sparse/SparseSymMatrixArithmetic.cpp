@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <functional>
 #include <vector>
 
 #include "dense/VQ_DiagonalMatrix.h"
@@ -14,46 +14,37 @@
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "support/SparseSymMatrixSupport.h"
 
-using vqtest::CsrOf;
-using vqtest::DenseOf;
-using vqtest::LayoutProblem;
+using namespace vqtest;
+using V = std::vector<double>;
 
 namespace {
 
-VQ_SparseSymMatrix FromDense(int n, const std::vector<double>& d) {
-  VQ_Matrix m(n, n, const_cast<double*>(d.data()));
-  return VQ_SparseSymMatrix(&m);
+// Element by element f(a, b) of two arrays of the same length.
+V Combine(const V& a, const V& b, const std::function<double(double, double)>& f) {
+  V out(a.size());
+  for (size_t q = 0; q < a.size(); ++q) out[q] = f(a[q], b[q]);
+  return out;
 }
 
-VQ_SparseSymMatrix Diagonal(const std::vector<double>& d) {
-  VQ_DiagonalMatrix m(static_cast<int>(d.size()), const_cast<double*>(d.data()));
-  return VQ_SparseSymMatrix(&m);
-}
-
-void ExpectDenseNear(const std::vector<double>& got, const std::vector<double>& want) {
-  ASSERT_EQ(got.size(), want.size());
-  for (size_t k = 0; k < got.size(); ++k) EXPECT_NEAR(got[k], want[k], 1e-14) << "position " << k;
-}
-
-TEST(SparseSymMatrixScaling, MultiplyAndDivide) {
-  VQ_SparseSymMatrix a = FromDense(8, vqtest::RandomSymmetricDense(8, 0.4, 1));
-  const std::vector<double> ref = DenseOf(a);
+TEST(SparseSymMatrixScaling, MultiplyDivideAndTheEpsilonThreshold) {
+  VQ_SparseSymMatrix a = RandomSparse(8, 0.4, 1);
+  const V ref = DenseOf(a);
   a *= 3.0;
   a /= 2.0;
-  std::vector<double> want = ref;
-  for (double& v : want) v = v * 3.0 / 2.0;
-  ExpectDenseNear(DenseOf(a), want);
+  ExpectNear(DenseOf(a), Combine(ref, ref, [](double x, double) { return x * 3.0 / 2.0; }), 1e-14);
   EXPECT_EQ(a.MatrixStatus(), 0);
+  // Below machine epsilon the matrix is left as it is, with status -7.
+  VQ_SparseSymMatrix b = RandomSparse(5, 0.4, 2);
+  const Csr before = CsrOf(b);
+  b /= 1e-17;
+  EXPECT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIVISION_BY_ZERO);
+  EXPECT_EQ(CsrOf(b).values, before.values);
 }
 
-TEST(SparseSymMatrixScaling, DivisionBelowMachineEpsilonLeavesTheMatrixAndSetsMinus7) {
-  VQ_SparseSymMatrix a = FromDense(5, vqtest::RandomSymmetricDense(5, 0.4, 2));
-  const vqtest::Csr before = CsrOf(a);
-  a /= 1e-17;
-  EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIVISION_BY_ZERO);
-  EXPECT_EQ(CsrOf(a).values, before.values);
-  // The free operator returns the shallow copy unscaled and sets no status.
-  VQ_SparseSymMatrix b = FromDense(5, vqtest::RandomSymmetricDense(5, 0.4, 2));
+TEST(SparseSymMatrixScaling, FreeOperatorsWorkOnShallowCopies) {
+  VQ_SparseSymMatrix b = RandomSparse(5, 0.4, 2);
+  const Csr before = CsrOf(b);
+  // The free division returns the shallow copy unscaled below machine epsilon and sets no status.
   VQ_SparseSymMatrix c = b / 0.0;
   EXPECT_EQ(c.MatrixStatus(), 0);
   EXPECT_EQ(CsrOf(c).values, before.values);
@@ -61,143 +52,115 @@ TEST(SparseSymMatrixScaling, DivisionBelowMachineEpsilonLeavesTheMatrixAndSetsMi
   EXPECT_EQ(b.Value(1, 1), before.values[0] / 2.0);
   VQ_SparseSymMatrix t = 2.0 * b;
   EXPECT_EQ(b.Value(1, 1), before.values[0]);
-}
-
-TEST(SparseSymMatrixScaling, UnaryPlusSharesUnaryMinusNegatesTheOperand) {
-  VQ_SparseSymMatrix a = FromDense(4, vqtest::RandomSymmetricDense(4, 0.5, 3));
-  const std::vector<double> ref = DenseOf(a);
-  VQ_SparseSymMatrix p = +a;
-  EXPECT_EQ(p.GetValuePointer(), a.GetValuePointer());
-  VQ_SparseSymMatrix m = -a;
-  std::vector<double> neg = ref;
-  for (double& v : neg) v = -v;
+  // Unary plus shares, unary minus negates the operand.
+  VQ_SparseSymMatrix p = +b;
+  EXPECT_EQ(p.GetValuePointer(), b.GetValuePointer());
+  const V ref = DenseOf(b);
+  VQ_SparseSymMatrix m = -b;
+  const V neg = Combine(ref, ref, [](double x, double) { return -x; });
   EXPECT_EQ(DenseOf(m), neg);
-  EXPECT_EQ(DenseOf(a), neg);
+  EXPECT_EQ(DenseOf(b), neg);
 }
 
 // ---- same-pattern sums -------------------------------------------------------------------------
 
-TEST(SparseSymMatrixSum, SamePatternAddsValueByValue) {
-  const std::vector<double> da = vqtest::RandomSymmetricDense(10, 0.3, 4);
-  VQ_SparseSymMatrix a = FromDense(10, da);
-  VQ_SparseSymMatrix b;
+TEST(SparseSymMatrixSum, SamePatternAddsValueByValueOtherPatternsLeaveTheReceiver) {
+  const V da = RandomSymmetricDense(10, 0.3, 4);
+  VQ_SparseSymMatrix a = FromDense(10, da), b;
   b.SetEqualTo(&a);
   b *= 0.25;
   a += b;
-  std::vector<double> want = da;
-  for (double& v : want) v *= 1.25;
-  ExpectDenseNear(DenseOf(a), want);
+  ExpectNear(DenseOf(a), Combine(da, da, [](double x, double) { return 1.25 * x; }), 1e-14);
   a -= b;
-  ExpectDenseNear(DenseOf(a), da);
-}
+  ExpectNear(DenseOf(a), da, 1e-14);
 
-TEST(SparseSymMatrixSum, DifferentPatternLeavesTheReceiverExactlyAsItWas) {
-  VQ_SparseSymMatrix a = FromDense(10, vqtest::RandomSymmetricDense(10, 0.3, 5));
-  VQ_SparseSymMatrix b = FromDense(10, vqtest::RandomSymmetricDense(10, 0.3, 6));
-  const vqtest::Csr before = CsrOf(a);
-  a += b;
-  a -= b;
-  const vqtest::Csr after = CsrOf(a);
-  EXPECT_EQ(after.values, before.values);
-  EXPECT_EQ(after.columnIndices, before.columnIndices);
+  VQ_SparseSymMatrix c = RandomSparse(10, 0.3, 5), d = RandomSparse(10, 0.3, 6);
+  const Csr before = CsrOf(c);
+  c += d;
+  c -= d;
+  EXPECT_EQ(CsrOf(c).values, before.values);
+  EXPECT_EQ(CsrOf(c).columnIndices, before.columnIndices);
 }
 
 TEST(SparseSymMatrixSum, AddSparseMatrixWithAndWithoutPatternCheck) {
-  VQ_SparseSymMatrix a = Diagonal({1, 2, 3});
+  VQ_SparseSymMatrix a = DiagonalSparse({1, 2, 3});
   VQ_SparseSymMatrix b = FromDense(3, {1, 1, 0, 1, 1, 0, 0, 0, 1});  // (1,2) present
+  VQ_SparseSymMatrix c = DiagonalSparse({1, 1, 1});
   EXPECT_FALSE(a.AddSparseMatrix(&b, 2.0, true));
   EXPECT_EQ(a.Value(1, 1), 1.0);
   // Unchecked: positions are combined as they stand, over the shorter array.
   EXPECT_TRUE(a.AddSparseMatrix(&b, 2.0, false));
-  EXPECT_EQ(CsrOf(a).values, (std::vector<double>{3, 4, 5}));
-  VQ_SparseSymMatrix c = Diagonal({1, 1, 1});
+  EXPECT_EQ(CsrOf(a).values, (V{3, 4, 5}));
   EXPECT_TRUE(a.AddSparseMatrix(&c, -1.0, true));
-  EXPECT_EQ(CsrOf(a).values, (std::vector<double>{2, 3, 4}));
+  EXPECT_EQ(CsrOf(a).values, (V{2, 3, 4}));
 }
 
 // ---- TwoSparseMatrixOperation -------------------------------------------------------------------
 
-TEST(SparseSymMatrixTwoOperation, SizeTestComesBeforeTheScaling) {
-  VQ_SparseSymMatrix a = Diagonal({1, 2, 3});
-  VQ_SparseSymMatrix b = Diagonal({1, 2});
-  EXPECT_FALSE(a.TwoSparseMatrixOperation(&b, 2.0, 1.0));
-  EXPECT_EQ(CsrOf(a).values, (std::vector<double>{1, 2, 3}));
+TEST(SparseSymMatrixTwoOperation, SizeTestComesBeforeTheScalingAFailedLookupAfterIt) {
+  VQ_SparseSymMatrix a = DiagonalSparse({1, 2, 3}), small = DiagonalSparse({1, 2});
+  VQ_SparseSymMatrix ones = DiagonalSparse({1, 1, 1});
+  EXPECT_FALSE(a.TwoSparseMatrixOperation(&small, 2.0, 1.0));
+  EXPECT_EQ(CsrOf(a).values, (V{1, 2, 3}));
+  // Arrays whose row 2 lacks its diagonal: the diagonal update cannot find (2, 2).
+  VQ_SparseSymMatrix holed = FromArrays(3, {1, 3, 4, 5}, {1, 2, 3, 3}, {1, 5, 7, 3});
+  EXPECT_FALSE(holed.TwoSparseMatrixOperation(&ones, 2.0, 1.0));
+  // (1, 1) scaled by 2 and updated before the failure, the rest scaled, (3, 3) never reached.
+  EXPECT_EQ(CsrOf(holed).values, (V{3, 10, 14, 6}));
+  // The same case where B is diagonal-only and A's only row holds no entry at all.
+  VQ_SparseSymMatrix empty = FromArrays(1, {1, 1}, {}, {}), two = DiagonalSparse({2.0});
+  ASSERT_EQ(empty.NumRows(), 1);
+  EXPECT_FALSE(empty.TwoSparseMatrixOperation(&two, 1.0, 1.0));
 }
 
-TEST(SparseSymMatrixTwoOperation, FailedLookupLeavesTheReceiverScaled) {
-  // A made from arrays whose row 2 lacks its diagonal: the diagonal update cannot find (2, 2).
-  std::vector<int> r{1, 3, 4, 5};
-  std::vector<int> c{1, 2, 3, 3};
-  std::vector<double> v{1, 5, 7, 3};
-  VQ_SparseSymMatrix a(3, v.data(), r.data(), c.data());
-  VQ_SparseSymMatrix b = Diagonal({1, 1, 1});
-  EXPECT_FALSE(a.TwoSparseMatrixOperation(&b, 2.0, 1.0));
-  const std::vector<double> got = CsrOf(a).values;
-  EXPECT_EQ(got[1], 10.0);  // scaled by 2
-  EXPECT_EQ(got[2], 14.0);
-  EXPECT_EQ(got[3], 6.0);  // (3, 3) never reached
-  EXPECT_EQ(got[0], 3.0);  // (1, 1) scaled and updated before the failure
-}
-
-TEST(SparseSymMatrixTwoOperation, DiagonalOperandUpdatesOnlyTheDiagonal) {
-  const std::vector<double> da = vqtest::RandomSymmetricDense(9, 0.4, 7);
+TEST(SparseSymMatrixTwoOperation, DiagonalOrSubsetOperandKeepsThePattern) {
+  const V da = RandomSymmetricDense(9, 0.4, 7);
   VQ_SparseSymMatrix a = FromDense(9, da);
   const std::vector<int> pattern = CsrOf(a).columnIndices;
-  std::vector<double> dm(9);
+  V dm(9), want = da;
   for (int i = 0; i < 9; ++i) dm[i] = 0.5 + i;
-  VQ_SparseSymMatrix m = Diagonal(dm);
-  const double sigma = 1.75;
-  ASSERT_TRUE(a.TwoSparseMatrixOperation(&m, 1.0, -sigma));  // K - sigma M
+  VQ_SparseSymMatrix m = DiagonalSparse(dm);
+  ASSERT_TRUE(a.TwoSparseMatrixOperation(&m, 1.0, -1.75));  // K - sigma M
   EXPECT_EQ(CsrOf(a).columnIndices, pattern);
-  std::vector<double> want = da;
-  for (int i = 0; i < 9; ++i) want[i * 9 + i] -= sigma * dm[i];
-  ExpectDenseNear(DenseOf(a), want);
-}
+  for (int i = 0; i < 9; ++i) want[i * 9 + i] -= 1.75 * dm[i];
+  ExpectNear(DenseOf(a), want, 1e-14);
 
-TEST(SparseSymMatrixTwoOperation, SubsetOperandKeepsThePattern) {
-  const std::vector<double> da = vqtest::RandomSymmetricDense(12, 0.5, 8);
-  std::vector<double> db(da.size(), 0.0);
-  for (int i = 0; i < 12; ++i) db[i * 12 + i] = 1.0 + i;
-  // b takes every third off-diagonal entry of a
-  int k = 0;
-  for (int j = 0; j < 12; ++j)
-    for (int i = 0; i < j; ++i)
-      if (da[j * 12 + i] != 0.0 && (k++ % 3 == 0))
+  // b takes every third off-diagonal entry of c.
+  const V dc = RandomSymmetricDense(12, 0.5, 8);
+  V db(dc.size(), 0.0);
+  for (int i = 0, k = 0; i < 12; ++i) {
+    db[i * 12 + i] = 1.0 + i;
+    for (int j = i + 1; j < 12; ++j)
+      if (dc[j * 12 + i] != 0.0 && (k++ % 3 == 0))
         db[j * 12 + i] = db[i * 12 + j] = 0.5 * (i + j + 1);
-  VQ_SparseSymMatrix a = FromDense(12, da);
-  VQ_SparseSymMatrix b = FromDense(12, db);
-  ASSERT_TRUE(a.CheckSubsetSparsity(&b));
-  ASSERT_FALSE(b.CheckSubsetSparsity(&a));
-  const std::vector<int> pattern = CsrOf(a).columnIndices;
-  ASSERT_TRUE(a.TwoSparseMatrixOperation(&b, 3.0, -2.0));
-  EXPECT_EQ(CsrOf(a).columnIndices, pattern);
-  std::vector<double> want(da.size());
-  for (size_t q = 0; q < da.size(); ++q) want[q] = 3.0 * da[q] - 2.0 * db[q];
-  ExpectDenseNear(DenseOf(a), want);
+  }
+  VQ_SparseSymMatrix c = FromDense(12, dc), b = FromDense(12, db);
+  ASSERT_TRUE(c.CheckSubsetSparsity(&b));
+  ASSERT_FALSE(b.CheckSubsetSparsity(&c));
+  const std::vector<int> cPattern = CsrOf(c).columnIndices;
+  ASSERT_TRUE(c.TwoSparseMatrixOperation(&b, 3.0, -2.0));
+  EXPECT_EQ(CsrOf(c).columnIndices, cPattern);
+  ExpectNear(DenseOf(c), Combine(dc, db, [](double x, double y) { return 3.0 * x - 2.0 * y; }),
+             1e-14);
 }
 
 // Pattern merge: random pairs with different patterns, against the dense result and the union.
 class Merge : public testing::TestWithParam<std::tuple<int, double, double, unsigned>> {};
 
 TEST_P(Merge, UnionWithAscendingColumnsDiagonalFirst) {
-  const int n = std::get<0>(GetParam());
-  const unsigned seed = std::get<3>(GetParam());
-  const std::vector<double> da = vqtest::RandomSymmetricDense(n, std::get<1>(GetParam()), seed);
-  const std::vector<double> db =
-      vqtest::RandomSymmetricDense(n, std::get<2>(GetParam()), seed + 100);
-  VQ_SparseSymMatrix a = FromDense(n, da);
-  VQ_SparseSymMatrix b = FromDense(n, db);
-  const double alpha = 0.5, beta = -1.5;
-  ASSERT_TRUE(a.TwoSparseMatrixOperation(&b, alpha, beta));
+  const auto [n, densityA, densityB, seed] = GetParam();
+  const V da = RandomSymmetricDense(n, densityA, seed),
+          db = RandomSymmetricDense(n, densityB, seed + 100);
+  VQ_SparseSymMatrix a = FromDense(n, da), b = FromDense(n, db);
+  ASSERT_TRUE(a.TwoSparseMatrixOperation(&b, 0.5, -1.5));
   EXPECT_EQ(LayoutProblem(a), "");
   int unionCount = 0;
   for (int j = 0; j < n; ++j)
     for (int i = 0; i <= j; ++i)
       if (da[j * n + i] != 0.0 || db[j * n + i] != 0.0 || i == j) ++unionCount;
   EXPECT_EQ(a.GetNumberOfNonZeros(), unionCount);
-  std::vector<double> want(da.size());
-  for (size_t q = 0; q < da.size(); ++q) want[q] = alpha * da[q] + beta * db[q];
-  ExpectDenseNear(DenseOf(a), want);
+  ExpectNear(DenseOf(a), Combine(da, db, [](double x, double y) { return 0.5 * x - 1.5 * y; }),
+             1e-14);
   EXPECT_EQ(a.MatrixStatus(), 0);
 }
 
@@ -208,21 +171,8 @@ INSTANTIATE_TEST_SUITE_P(Patterns, Merge,
                                          std::make_tuple(40, 0.1, 0.3, 4u),
                                          std::make_tuple(80, 0.05, 0.05, 5u)));
 
-TEST(SparseSymMatrixTwoOperation, MergeWhenTheReceiverHasAnEmptyRowRange) {
-  // Order 1 hand-made with no stored entry: the merge must still find room for B's diagonal.
-  std::vector<int> r{1, 1};
-  VQ_SparseSymMatrix a(1, nullptr, r.data(), nullptr);
-  ASSERT_EQ(a.NumRows(), 1);
-  std::vector<int> rb{1, 2};
-  std::vector<int> cb{1};
-  std::vector<double> vb{2.0};
-  VQ_SparseSymMatrix b(1, vb.data(), rb.data(), cb.data());
-  // B is diagonal-only, and A lacks the diagonal: that case fails without touching the pattern.
-  EXPECT_FALSE(a.TwoSparseMatrixOperation(&b, 1.0, 1.0));
-}
-
 TEST(SparseSymMatrixTwoOperation, MergedResultDoesNotDisturbEarlierSharers) {
-  VQ_SparseSymMatrix a = Diagonal({1, 2});
+  VQ_SparseSymMatrix a = DiagonalSparse({1, 2});
   VQ_SparseSymMatrix shared(a);
   VQ_SparseSymMatrix b = FromDense(2, {0, 1, 1, 0});  // (1,2)=1, zero diagonal kept
   ASSERT_TRUE(a.TwoSparseMatrixOperation(&b, 1.0, 1.0));
@@ -235,55 +185,41 @@ TEST(SparseSymMatrixTwoOperation, MergedResultDoesNotDisturbEarlierSharers) {
 
 TEST(SparseSymMatrixSubset, LowerTriangleEntriesOfTheOperandAreLookedUpTransposed) {
   VQ_SparseSymMatrix a = FromDense(3, {1, 0, 1, 0, 1, 0, 1, 0, 1});  // (1,3)
-  // B from hand-made arrays that store (3, 1) in row 3 instead of (1, 3).
-  std::vector<int> r{1, 2, 3, 5};
-  std::vector<int> c{1, 2, 3, 1};
-  std::vector<double> v{1, 1, 1, 1};
-  VQ_SparseSymMatrix b(3, v.data(), r.data(), c.data());
+  // B from hand-made arrays that store (3, 1) in row 3 instead of (1, 3); then (3, 2), which A
+  // does not store.
+  VQ_SparseSymMatrix b = FromArrays(3, {1, 2, 3, 5}, {1, 2, 3, 1}, {1, 1, 1, 1});
+  VQ_SparseSymMatrix b2 = FromArrays(3, {1, 2, 3, 5}, {1, 2, 3, 2}, {1, 1, 1, 1});
+  VQ_SparseSymMatrix big = DiagonalSparse({1, 1, 1, 1});
   EXPECT_TRUE(a.CheckSubsetSparsity(&b));
-  c[3] = 2;  // (3, 2): not stored in A
-  VQ_SparseSymMatrix b2(3, v.data(), r.data(), c.data());
   EXPECT_FALSE(a.CheckSubsetSparsity(&b2));
-  VQ_SparseSymMatrix big = Diagonal({1, 1, 1, 1});
   EXPECT_FALSE(a.CheckSubsetSparsity(&big));  // rows beyond A's order
 }
 
 // ---- free operators -----------------------------------------------------------------------------
 
 TEST(SparseSymMatrixOperators, PlusDiagonalChangesOnlyTheDiagonalAndTheOperand) {
-  const std::vector<double> da = vqtest::RandomSymmetricDense(6, 0.5, 9);
+  const V da = RandomSymmetricDense(6, 0.5, 9);
   VQ_SparseSymMatrix a = FromDense(6, da);
-  std::vector<double> d{1, 2, 3, 4, 5, 6};
-  VQ_DiagonalMatrix dm(6, d.data());
+  V d{1, 2, 3, 4, 5, 6}, want = da;
+  VQ_DiagonalMatrix dm(6, d.data()), wrong(5, 1.0);
   VQ_SparseSymMatrix s = a + dm;
-  std::vector<double> want = da;
   for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
   EXPECT_EQ(DenseOf(s), want);
   EXPECT_EQ(DenseOf(a), want);  // shallow copy: A's own diagonal changed as well
   VQ_SparseSymMatrix t = dm + a;
   for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
   EXPECT_EQ(DenseOf(a), want);
-  VQ_DiagonalMatrix wrong(5, 1.0);
-  VQ_SparseSymMatrix u = a + wrong;  // other order: unchanged copy
-  EXPECT_EQ(DenseOf(u), want);
+  EXPECT_EQ(DenseOf(a + wrong), want);  // other order: unchanged copy
 }
 
 TEST(SparseSymMatrixOperators, SumAndDifferenceAreNewMatricesOverTheUnion) {
-  const std::vector<double> da = vqtest::RandomSymmetricDense(20, 0.1, 10);
-  const std::vector<double> db = vqtest::RandomSymmetricDense(20, 0.1, 11);
-  VQ_SparseSymMatrix a = FromDense(20, da);
-  VQ_SparseSymMatrix b = FromDense(20, db);
-  VQ_SparseSymMatrix s = a + b;
-  VQ_SparseSymMatrix d = a - b;
+  const V da = RandomSymmetricDense(20, 0.1, 10), db = RandomSymmetricDense(20, 0.1, 11);
+  VQ_SparseSymMatrix a = FromDense(20, da), b = FromDense(20, db);
+  VQ_SparseSymMatrix s = a + b, d = a - b;
   EXPECT_EQ(LayoutProblem(s), "");
   EXPECT_EQ(LayoutProblem(d), "");
-  std::vector<double> ws(da.size()), wd(da.size());
-  for (size_t q = 0; q < da.size(); ++q) {
-    ws[q] = da[q] + db[q];
-    wd[q] = da[q] - db[q];
-  }
-  ExpectDenseNear(DenseOf(s), ws);
-  ExpectDenseNear(DenseOf(d), wd);
+  ExpectNear(DenseOf(s), Combine(da, db, std::plus<double>()), 1e-14);
+  ExpectNear(DenseOf(d), Combine(da, db, std::minus<double>()), 1e-14);
   EXPECT_EQ(DenseOf(a), da);  // operands untouched
   EXPECT_EQ(DenseOf(b), db);
   EXPECT_NE(s.GetValuePointer(), a.GetValuePointer());

@@ -15,58 +15,56 @@
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "support/SparseSymMatrixSupport.h"
 
+using namespace vqtest;
+using V = std::vector<double>;
+
 namespace {
 
 // The definition: for every stored position k, its row r is found among all row pointer pairs.
-std::vector<double> DefinitionProduct(const vqtest::Csr& a, const std::vector<double>& x, int m) {
+V DefinitionProduct(const Csr& a, const V& x, int m) {
   const int n = a.n;
-  std::vector<double> p(static_cast<size_t>(n) * m, 0.0);
+  V p(static_cast<size_t>(n) * m, 0.0);
   for (int k = 0; k < a.nnz(); ++k) {
     int r = -1;
     for (int q = 0; q < n; ++q)
       if (a.rowPointers[q] <= k + 1 && k + 1 < a.rowPointers[q + 1]) r = q;
     const int c = a.columnIndices[k] - 1;
     const double v = a.values[k];
-    for (int j = 0; j < m; ++j) {
-      if (c == r) {
-        p[static_cast<size_t>(j) * n + r] += v * x[static_cast<size_t>(j) * n + r];
-      } else {
-        p[static_cast<size_t>(j) * n + r] += v * x[static_cast<size_t>(j) * n + c];
-        p[static_cast<size_t>(j) * n + c] += v * x[static_cast<size_t>(j) * n + r];
-      }
+    for (size_t j = 0; j < static_cast<size_t>(m); ++j) {
+      p[j * n + r] += v * x[j * n + c];
+      if (c != r) p[j * n + c] += v * x[j * n + r];
     }
   }
   return p;
 }
 
-std::vector<double> BlasProduct(int n, const std::vector<double>& full,
-                                const std::vector<double>& x, int m) {
-  std::vector<double> p(static_cast<size_t>(n) * m, 0.0);
+V BlasProduct(int n, const V& full, const V& x, int m) {
+  V p(static_cast<size_t>(n) * m, 0.0);
   cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, m, n, 1.0, full.data(), n, x.data(), n,
               0.0, p.data(), n);
   return p;
 }
 
+// Entries of a rows x cols result.
+V Entries(const VQ_Matrix& p) {
+  return V(p.GetDataPointer(), p.GetDataPointer() + static_cast<size_t>(p.NumRows()) * p.NumCols());
+}
+
 class Product : public testing::TestWithParam<std::tuple<int, int, double>> {};
 
 TEST_P(Product, AgreesWithBlasAndMatchesTheDefinitionExactly) {
-  const int n = std::get<0>(GetParam());
-  const int m = std::get<1>(GetParam());
-  const std::vector<double> full = vqtest::RandomSymmetricDense(n, std::get<2>(GetParam()), n + m);
-  VQ_Matrix dense(n, n, const_cast<double*>(full.data()));
-  VQ_SparseSymMatrix a(&dense);
-  const std::vector<double> x = vqtest::RandomBlock(n, m, 7 * n + m);
-  VQ_Matrix X(n, m, const_cast<double*>(x.data()));
-  VQ_Matrix P = a * X;
+  const auto [n, m, density] = GetParam();
+  const V full = RandomSymmetricDense(n, density, n + m);
+  VQ_SparseSymMatrix a = FromDense(n, full);
+  V x = RandomBlock(n, m, 7 * n + m);
+  VQ_Matrix P = a * VQ_Matrix(n, m, x.data());
   ASSERT_EQ(P.NumRows(), n);
   ASSERT_EQ(P.NumCols(), m);
   EXPECT_EQ(P.MatrixStatus(), 0);
-  const std::vector<double> got(P.GetDataPointer(),
-                                P.GetDataPointer() + static_cast<size_t>(n) * m);
-  const std::vector<double> blas = BlasProduct(n, full, x, m);
+  const V got = Entries(P), blas = BlasProduct(n, full, x, m),
+          def = DefinitionProduct(CsrOf(a), x, m);
   for (size_t k = 0; k < got.size(); ++k)
     EXPECT_NEAR(got[k], blas[k], 1e-12 * (1.0 + std::fabs(blas[k])));
-  const std::vector<double> def = DefinitionProduct(vqtest::CsrOf(a), x, m);
   for (size_t k = 0; k < got.size(); ++k) ASSERT_EQ(got[k], def[k]) << "position " << k;
 }
 
@@ -78,89 +76,59 @@ INSTANTIATE_TEST_SUITE_P(Shapes, Product,
                                          std::make_tuple(90, 41, 0.1)));
 
 TEST(SparseSymMatrixProduct, DiagonalOnlyScalesRows) {
-  std::vector<double> d{2.0, -1.0, 0.5};
-  VQ_DiagonalMatrix dm(3, d.data());
-  VQ_SparseSymMatrix a(&dm);
-  const std::vector<double> x = vqtest::RandomBlock(3, 4, 3);
-  VQ_Matrix X(3, 4, const_cast<double*>(x.data()));
-  VQ_Matrix P = a * X;
+  const V d{2.0, -1.0, 0.5};
+  V x = RandomBlock(3, 4, 3);
+  VQ_Matrix X(3, 4, x.data());
+  VQ_Matrix P = DiagonalSparse(d) * X;
   for (int j = 1; j <= 4; ++j)
     for (int i = 1; i <= 3; ++i) EXPECT_EQ(P.Value(i, j), d[i - 1] * X.Value(i, j));
 }
 
-TEST(SparseSymMatrixProduct, ColumnVectorOperand) {
+TEST(SparseSymMatrixProduct, ColumnVectorAndPackedSymmetricOperands) {
   const int n = 30;
-  const std::vector<double> full = vqtest::RandomSymmetricDense(n, 0.2, 5);
-  VQ_Matrix dense(n, n, const_cast<double*>(full.data()));
-  VQ_SparseSymMatrix a(&dense);
-  const std::vector<double> x = vqtest::RandomBlock(n, 1, 6);
-  VQ_ColVector v(n, const_cast<double*>(x.data()));
-  VQ_ColVector y = a * v;
+  const V full = RandomSymmetricDense(n, 0.2, 5);
+  VQ_SparseSymMatrix a = FromDense(n, full);
+  V x = RandomBlock(n, 1, 6);
+  VQ_ColVector y = a * VQ_ColVector(n, x.data());
   EXPECT_EQ(y.MatrixType(), MATLIBDLLCOMMONS::COLUMN_VECTOR);
-  const std::vector<double> blas = BlasProduct(n, full, x, 1);
-  for (int i = 0; i < n; ++i) EXPECT_NEAR(y[i + 1], blas[i], 1e-12);
-}
-
-TEST(SparseSymMatrixProduct, PackedSymmetricOperandIsReadThroughItsValues) {
-  const int n = 9;
-  const std::vector<double> full = vqtest::RandomSymmetricDense(n, 0.4, 8);
-  VQ_Matrix dense(n, n, const_cast<double*>(full.data()));
-  VQ_SparseSymMatrix a(&dense);
-  const std::vector<double> xs = vqtest::RandomSymmetricDense(n, 1.0, 9);
+  ExpectNear(Entries(y), BlasProduct(n, full, x, 1), 1e-12);
+  // A packed symmetric operand is read through its values.
+  const V xs = RandomSymmetricDense(n, 1.0, 9);
   VQ_SymMatrix X(n, 0.0);
   for (int j = 1; j <= n; ++j)
     for (int i = 1; i <= j; ++i) X.Ref(i, j) = xs[(j - 1) * n + (i - 1)];
   VQ_Matrix P = a * static_cast<const VQ_Matrix&>(X);
-  const std::vector<double> blas = BlasProduct(n, full, xs, n);
-  for (int j = 1; j <= n; ++j)
-    for (int i = 1; i <= n; ++i) EXPECT_NEAR(P.Value(i, j), blas[(j - 1) * n + (i - 1)], 1e-12);
+  ExpectNear(Entries(P), BlasProduct(n, full, xs, n), 1e-12);
 }
 
-TEST(SparseSymMatrixProduct, ShortOperandGivesZeroResultWithMismatch) {
-  VQ_SparseSymMatrix a = vqtest::SparseOf(vqtest::DiagonalCsr({1, 2, 3, 4}));
-  VQ_Matrix X(3, 2, 1.0);
-  VQ_Matrix P = a * X;
+TEST(SparseSymMatrixProduct, OperandsOfOtherHeightsAndBadColumns) {
+  // A short operand gives a zero result with the mismatch status.
+  VQ_Matrix P = DiagonalSparse({1, 2, 3, 4}) * VQ_Matrix(3, 2, 1.0);
   EXPECT_EQ(P.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIMENSION_MISMATCH);
   EXPECT_EQ(P.NumRows(), 4);
-  for (int k = 0; k < 8; ++k) EXPECT_EQ(P.GetDataPointer()[k], 0.0);
-}
-
-TEST(SparseSymMatrixProduct, TallerOperandUsesItsOwnLeadingDimension) {
-  VQ_SparseSymMatrix a = vqtest::SparseOf(vqtest::DiagonalCsr({2, 3}));
-  double x[] = {1, 2, 99, 3, 4, 99};  // 3 x 2, the third row is not part of the product
-  VQ_Matrix X(3, 2, x);
-  VQ_Matrix P = a * X;
-  EXPECT_EQ(P.NumRows(), 2);
-  EXPECT_EQ(P.Value(1, 1), 2.0);
-  EXPECT_EQ(P.Value(2, 1), 6.0);
-  EXPECT_EQ(P.Value(1, 2), 6.0);
-  EXPECT_EQ(P.Value(2, 2), 12.0);
-}
-
-TEST(SparseSymMatrixProduct, HandMadeArraysWithBadColumnsDoNotBreakTheKernel) {
-  std::vector<int> r{1, 3, 4};
-  std::vector<int> c{1, 7, 2};  // column 7 outside the order: skipped
-  std::vector<double> v{1.0, 5.0, 2.0};
-  VQ_SparseSymMatrix a(2, v.data(), r.data(), c.data());
-  VQ_Matrix X(2, 3, 1.0);
-  VQ_Matrix P = a * X;
-  EXPECT_EQ(P.Value(1, 3), 1.0);
-  EXPECT_EQ(P.Value(2, 3), 2.0);
+  EXPECT_EQ(Entries(P), V(8, 0.0));
+  // A taller operand is read with its own leading dimension; its third row is not used.
+  double x[] = {1, 2, 99, 3, 4, 99};
+  VQ_Matrix Q = DiagonalSparse({2, 3}) * VQ_Matrix(3, 2, x);
+  EXPECT_EQ(Q.NumRows(), 2);
+  EXPECT_EQ(Entries(Q), (V{2, 6, 6, 12}));
+  // Hand-made arrays with a column outside the order: the entry is skipped.
+  VQ_Matrix R = FromArrays(2, {1, 3, 4}, {1, 7, 2}, {1.0, 5.0, 2.0}) * VQ_Matrix(2, 3, 1.0);
+  EXPECT_EQ(R.Value(1, 3), 1.0);
+  EXPECT_EQ(R.Value(2, 3), 2.0);
 }
 
 TEST(SparseSymMatrixProduct, RealStiffnessMatrixAgainstIndependentProduct) {
   VQTEST_REQUIRE_DATA();
   VQ_SparseSymMatrix k;
-  ASSERT_TRUE(k.ReadIn_MTX_Format(vqtest::DataFile("bcsstk06.mtx").c_str(), true));
-  vqtest::Csr ref;
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstk06.mtx"), ref));
+  ASSERT_TRUE(k.ReadIn_MTX_Format(DataFile("bcsstk06.mtx").c_str(), true));
+  Csr ref;
+  ASSERT_TRUE(ReadMtx(DataFile("bcsstk06.mtx"), ref));
   const int n = ref.n, m = 5;
-  const std::vector<double> x = vqtest::RandomBlock(n, m, 42);
-  VQ_Matrix X(n, m, const_cast<double*>(x.data()));
-  VQ_Matrix P = k * X;
-  std::vector<double> y(n);
+  V x = RandomBlock(n, m, 42), y(n);
+  VQ_Matrix P = k * VQ_Matrix(n, m, x.data());
   for (int j = 0; j < m; ++j) {
-    vqtest::Multiply(ref, x.data() + static_cast<size_t>(j) * n, y.data());
+    Multiply(ref, x.data() + static_cast<size_t>(j) * n, y.data());
     double scale = 0.0;
     for (double v : y) scale = std::max(scale, std::fabs(v));
     for (int i = 0; i < n; ++i) EXPECT_NEAR(P.Value(i + 1, j + 1), y[i], 1e-13 * scale);

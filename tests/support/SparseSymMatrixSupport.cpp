@@ -1,10 +1,10 @@
 #include "SparseSymMatrixSupport.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <random>
 #include <sstream>
+
+#include "dense/VQ_DiagonalMatrix.h"
+#include "dense/VQ_Matrix.h"
 
 namespace vqtest {
 
@@ -36,8 +36,36 @@ std::vector<double> DenseOf(const VQ_SparseSymMatrix& a) {
   return d;
 }
 
-VQ_SparseSymMatrix SparseOf(const Csr& c) {
-  return VQ_SparseSymMatrix(c.n, c.values.data(), c.rowPointers.data(), c.columnIndices.data());
+VQ_SparseSymMatrix FromArrays(int n, std::vector<int> rowPointers, std::vector<int> columnIndices,
+                              std::vector<double> values) {
+  return VQ_SparseSymMatrix(n, values.data(), rowPointers.data(), columnIndices.data());
+}
+
+VQ_SparseSymMatrix FromDense(int n, std::vector<double> dense) {
+  VQ_Matrix m(n, n, dense.data());
+  return VQ_SparseSymMatrix(&m);
+}
+
+VQ_SparseSymMatrix RandomSparse(int n, double density, std::uint32_t seed) {
+  return FromDense(n, RandomSymmetricDense(n, density, seed));
+}
+
+VQ_SparseSymMatrix DiagonalSparse(std::vector<double> d) {
+  VQ_DiagonalMatrix m(static_cast<int>(d.size()), d.data());
+  return VQ_SparseSymMatrix(&m);
+}
+
+::testing::AssertionResult IsEmpty(const VQ_SparseSymMatrix& a) {
+  if (a.NumRows() == 0 && a.NumCols() == 0 && a.GetNumberOfNonZeros() == 0 && a.Value(1, 1) == 0.0)
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure()
+         << "order " << a.NumRows() << " x " << a.NumCols() << ", " << a.GetNumberOfNonZeros()
+         << " stored, (1,1) = " << a.Value(1, 1);
+}
+
+void ExpectNear(const std::vector<double>& got, const std::vector<double>& want, double tol) {
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t k = 0; k < got.size(); ++k) EXPECT_NEAR(got[k], want[k], tol) << "position " << k;
 }
 
 std::string LayoutProblem(const VQ_SparseSymMatrix& a) {
@@ -100,15 +128,6 @@ std::vector<double> RandomBlock(int n, int m, std::uint32_t seed) {
   std::vector<double> x(static_cast<size_t>(n) * m);
   for (double& v : x) v = val(gen);
   return x;
-}
-
-std::string ScratchPrefix(const std::string& tag) {
-  static int counter = 0;
-  const char* tmp = std::getenv("TMPDIR");
-  std::ostringstream s;
-  s << (tmp && *tmp ? tmp : "/tmp") << "/vqsparse_" << tag << "_" << ::getpid() << "_" << ++counter
-    << "_";
-  return s.str();
 }
 
 }  // namespace vqtest

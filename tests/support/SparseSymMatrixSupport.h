@@ -1,14 +1,16 @@
 // Test helpers for the sparse symmetric matrix: conversions between VQ_SparseSymMatrix and the
 // independent CSR / dense forms of TestSupport.h (read from the raw arrays, never through the
-// class's own Value), a layout checker, random symmetric patterns, and stdout capture.
+// class's own Value), builders, a layout checker and random symmetric patterns. Scratch paths,
+// file bytes and stdout capture come from DenseSupport.h.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "TestSupport.h"
 #include "sparse/VQ_SparseSymMatrix.h"
+#include "support/DenseSupport.h"
+#include "support/TestSupport.h"
 
 namespace vqtest {
 
@@ -16,8 +18,22 @@ namespace vqtest {
 Csr CsrOf(const VQ_SparseSymMatrix& a);
 // Full symmetric dense column-major n x n form built from the raw arrays.
 std::vector<double> DenseOf(const VQ_SparseSymMatrix& a);
-// A sparse matrix built from a Csr through the array constructor.
-VQ_SparseSymMatrix SparseOf(const Csr& c);
+// Hand-made arrays (1-based, taken as they are) through the array constructor.
+VQ_SparseSymMatrix FromArrays(int n, std::vector<int> rowPointers, std::vector<int> columnIndices,
+                              std::vector<double> values);
+// Built from a dense column-major n x n array through the dense-matrix constructor (which drops
+// off-diagonal entries at or below machine epsilon).
+VQ_SparseSymMatrix FromDense(int n, std::vector<double> dense);
+// A random matrix of RandomSymmetricDense through FromDense.
+VQ_SparseSymMatrix RandomSparse(int n, double density, std::uint32_t seed);
+// A diagonal matrix through the diagonal-matrix constructor.
+VQ_SparseSymMatrix DiagonalSparse(std::vector<double> d);
+
+// Success when a holds nothing: order 0 (both sizes), no stored entry, Value(1, 1) = 0.
+::testing::AssertionResult IsEmpty(const VQ_SparseSymMatrix& a);
+
+// Element by element |got - want| <= tol.
+void ExpectNear(const std::vector<double>& got, const std::vector<double>& want, double tol);
 
 // Empty string when a is in the canonical layout (rowptr[0] = 1, rowptr[n] = nnz + 1, diagonal
 // first, columns strictly ascending within 1..n), else a description of the first violation.
@@ -29,16 +45,5 @@ std::vector<double> RandomSymmetricDense(int n, double density, std::uint32_t se
 
 // Random dense n x m column-major block.
 std::vector<double> RandomBlock(int n, int m, std::uint32_t seed);
-
-// Runs f and returns what it wrote to standard output.
-template <class F>
-std::string CaptureStdout(F&& f) {
-  testing::internal::CaptureStdout();
-  f();
-  return testing::internal::GetCapturedStdout();
-}
-
-// A unique scratch path prefix in the system's temporary folder (files are the caller's to delete).
-std::string ScratchPrefix(const std::string& tag);
 
 }  // namespace vqtest
