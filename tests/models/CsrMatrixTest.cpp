@@ -21,18 +21,30 @@ using namespace vqmath::models;
 
 namespace {
 
-std::string TempPath(const std::string& name)
-{
-    return ::testing::TempDir() + "/vqmath_models_" + name;
-}
+// A scratch file holding text (when given), removed at the end of the test.
+struct TempFile {
+    explicit TempFile(const std::string& name, const char* text = nullptr)
+        : path(::testing::TempDir() + "/vqmath_models_" + name)
+    {
+        if (text) std::ofstream(path, std::ios::binary) << text;
+    }
+    ~TempFile() { std::remove(path.c_str()); }
+    std::string Text() const
+    {
+        std::stringstream s;
+        s << std::ifstream(path, std::ios::binary).rdbuf();
+        return s.str();
+    }
+    std::string path;
+};
 
-void ExpectSameMatrix(const CsrMatrix& a, const CsrMatrix& b)
+template <class A, class B>
+void ExpectSameArrays(const A& a, const B& b, const std::string& what)
 {
-    ASSERT_EQ(a.n, b.n);
-    EXPECT_EQ(a.rowPointers, b.rowPointers);
-    EXPECT_EQ(a.columnIndices, b.columnIndices);
-    ASSERT_EQ(a.values.size(), b.values.size());
-    for (size_t k = 0; k < a.values.size(); ++k) ASSERT_EQ(a.values[k], b.values[k]) << "entry " << k;
+    ASSERT_EQ(a.n, b.n) << what;
+    EXPECT_EQ(a.rowPointers, b.rowPointers) << what;
+    EXPECT_EQ(a.columnIndices, b.columnIndices) << what;
+    EXPECT_EQ(a.values, b.values) << what;
 }
 
 // A random sparse symmetric matrix with a random pattern (diagonal always present).
@@ -47,54 +59,53 @@ CsrMatrix RandomMatrix(int n, double density, unsigned seed)
     return FromDense(n, dense.data(), 0.0);
 }
 
-// Every generated matrix: name and matrix.
-struct Generated {
-    std::string name;
-    CsrMatrix matrix;
-};
+}  // namespace
 
-std::vector<Generated> AllGeneratedMatrices()
+TEST(CsrLayout, EveryGeneratedMatrixKeepsTheSolverLayoutAndMultipliesLikeDenseBlas)
 {
-    std::vector<Generated> out;
     SolidParameters p;
     p.nx = 4;
     p.ny = 2;
     p.nz = 3;
     p.consistentMass = true;
-    SolidModel clamped(p);
-    out.push_back({"solid K", clamped.Stiffness()});
-    out.push_back({"solid consistent M", clamped.ConsistentMass()});
+    const SolidModel clamped(p);
     p.clamped = false;
-    SolidModel free(p);
-    out.push_back({"free solid K", free.Stiffness()});
-    FrameModel column = FrameModel::PinnedColumn(ColumnParameters());
-    out.push_back({"column K", column.Stiffness()});
-    out.push_back({"column Kg", column.GeometricStiffness()});
-    out.push_back({"column M", column.Mass()});
-    FrameModel portal = FrameModel::PortalFrame(PortalParameters());
-    out.push_back({"portal K", portal.Stiffness()});
-    out.push_back({"portal Kg", portal.GeometricStiffness()});
-    out.push_back({"shifted", Shifted(clamped.Stiffness(), clamped.ConsistentMass(), 1e6)});
-    out.push_back({"random", RandomMatrix(37, 0.2, 7)});
-    return out;
-}
-
-}  // namespace
-
-TEST(CsrLayout, EveryGeneratedMatrixKeepsTheSolverLayout)
-{
-    for (const Generated& g : AllGeneratedMatrices()) {
-        EXPECT_EQ(CheckLayout(g.matrix), "") << g.name;
-        EXPECT_GT(g.matrix.n, 0) << g.name;
+    const SolidModel free(p);
+    const FrameModel column = FrameModel::PinnedColumn(ColumnParameters());
+    const FrameModel portal = FrameModel::PortalFrame(PortalParameters());
+    const std::pair<const char*, CsrMatrix> all[] = {
+        {"solid K", clamped.Stiffness()},
+        {"solid consistent M", clamped.ConsistentMass()},
+        {"free solid K", free.Stiffness()},
+        {"column K", column.Stiffness()},
+        {"column Kg", column.GeometricStiffness()},
+        {"column M", column.Mass()},
+        {"portal K", portal.Stiffness()},
+        {"portal Kg", portal.GeometricStiffness()},
+        {"shifted", Shifted(clamped.Stiffness(), clamped.ConsistentMass(), 1e6)},
+        {"random", RandomMatrix(37, 0.2, 7)},
+    };
+    for (const auto& [name, a] : all) {
+        EXPECT_EQ(CheckLayout(a), "") << name;
+        const int n = a.n;
+        ASSERT_GT(n, 0) << name;
+        std::vector<double> x(static_cast<size_t>(n)), ref(static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i) x[i] = std::sin(0.37 * i + 1.0);
+        const std::vector<double> y = Multiply(a, x), dense = ToDense(a);
+        cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, dense.data(), n, x.data(), 1, 0.0, ref.data(), 1);
+        double scale = 0.0, err = 0.0;
+        for (int i = 0; i < n; ++i) {
+            scale = std::max(scale, std::fabs(ref[i]));
+            err = std::max(err, std::fabs(y[i] - ref[i]));
+        }
+        EXPECT_LE(err, 1e-13 * std::max(scale, 1e-300)) << name;
     }
 }
 
 TEST(CsrLayout, CheckLayoutNamesEachViolation)
 {
-    const CsrMatrix good = RandomMatrix(6, 0.5, 3);
-    ASSERT_EQ(CheckLayout(good), "");
-
-    CsrMatrix zeroBased = good;
+    CsrMatrix zeroBased = RandomMatrix(6, 0.5, 3);
+    ASSERT_EQ(CheckLayout(zeroBased), "");
     for (int& p : zeroBased.rowPointers) --p;
     EXPECT_NE(CheckLayout(zeroBased), "");
 
@@ -113,26 +124,7 @@ TEST(CsrLayout, CheckLayoutNamesEachViolation)
     EXPECT_NE(CheckLayout(lower), "");
 }
 
-TEST(CsrProducts, MultiplyMatchesDenseBlas)
-{
-    for (const Generated& g : AllGeneratedMatrices()) {
-        const int n = g.matrix.n;
-        std::vector<double> x(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i) x[i] = std::sin(0.37 * i + 1.0);
-        const std::vector<double> y = Multiply(g.matrix, x);
-        const std::vector<double> dense = ToDense(g.matrix);
-        std::vector<double> ref(static_cast<size_t>(n));
-        cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, dense.data(), n, x.data(), 1, 0.0, ref.data(), 1);
-        double scale = 0.0, err = 0.0;
-        for (int i = 0; i < n; ++i) {
-            scale = std::max(scale, std::fabs(ref[i]));
-            err = std::max(err, std::fabs(y[i] - ref[i]));
-        }
-        EXPECT_LE(err, 1e-13 * std::max(scale, 1e-300)) << g.name;
-    }
-}
-
-TEST(CsrProducts, DenseConversionIsSymmetricAndRoundTrips)
+TEST(CsrAccess, DenseConversionIsSymmetricAndRoundTrips)
 {
     const CsrMatrix a = RandomMatrix(25, 0.3, 11);
     const std::vector<double> d = ToDense(a);
@@ -141,22 +133,24 @@ TEST(CsrProducts, DenseConversionIsSymmetricAndRoundTrips)
             ASSERT_EQ(d[i + 25 * j], d[j + 25 * i]);
             ASSERT_EQ(d[i + 25 * j], a.Value(i + 1, j + 1));
         }
-    ExpectSameMatrix(FromDense(a.n, d.data(), 0.0), a);
+    ExpectSameArrays(FromDense(a.n, d.data(), 0.0), a, "round trip");
 }
 
 TEST(CsrAccess, FindAndValueAnswerBothTriangles)
 {
     const CsrMatrix a = FromTriplets(4, {1, 1, 2, 3, 4, 4}, {1, 3, 2, 3, 4, 2}, {5, 2, 6, 7, 8, -1});
-    EXPECT_EQ(a.Value(1, 3), 2.0);
-    EXPECT_EQ(a.Value(3, 1), 2.0);
-    EXPECT_EQ(a.Value(4, 2), -1.0);
-    EXPECT_EQ(a.Value(2, 4), -1.0);
-    EXPECT_EQ(a.Value(1, 2), 0.0);
-    EXPECT_EQ(a.Find(1, 2), -1);
-    EXPECT_EQ(a.Find(0, 1), -1);
-    EXPECT_EQ(a.Find(1, 5), -1);
-    EXPECT_EQ(a.Find(1, 1), 0);
-    EXPECT_EQ(a.Find(3, 1), 1);
+    struct Row {
+        int i, j;
+        double value;
+        int position;  // -1: not stored
+    };
+    for (const Row& r : {Row{1, 1, 5, 0}, Row{1, 3, 2, 1}, Row{3, 1, 2, 1}, Row{4, 2, -1, 3}, Row{2, 4, -1, 3},
+                         Row{1, 2, 0, -1}, Row{0, 1, 0, -1}, Row{1, 5, 0, -1}}) {
+        EXPECT_EQ(a.Find(r.i, r.j), r.position) << r.i << "," << r.j;
+        if (r.i >= 1 && r.j <= 4) {
+            EXPECT_EQ(a.Value(r.i, r.j), r.value) << r.i << "," << r.j;
+        }
+    }
 }
 
 TEST(CsrBuild, TripletsSumRepeatsAndSupplyMissingDiagonals)
@@ -174,8 +168,7 @@ TEST(CsrBuild, TripletsSumRepeatsAndSupplyMissingDiagonals)
 TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
 {
     // Different patterns, so the union is exercised.
-    const CsrMatrix k = RandomMatrix(30, 0.15, 21);
-    const CsrMatrix m = RandomMatrix(30, 0.15, 22);
+    const CsrMatrix k = RandomMatrix(30, 0.15, 21), m = RandomMatrix(30, 0.15, 22);
     const double sigma = 0.75;
     const CsrMatrix s = Shifted(k, m, sigma);
     ASSERT_EQ(CheckLayout(s), "");
@@ -186,8 +179,7 @@ TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
         for (int j = i; j <= 30; ++j)
             EXPECT_EQ(s.Find(i, j) >= 0, k.Find(i, j) >= 0 || m.Find(i, j) >= 0) << i << "," << j;
 
-    const std::vector<double> lumped(30, 2.0);
-    const CsrMatrix sd = Shifted(k, lumped, sigma);
+    const CsrMatrix sd = Shifted(k, std::vector<double>(30, 2.0), sigma);
     EXPECT_EQ(sd.columnIndices, k.columnIndices);
     for (int i = 1; i <= 30; ++i) EXPECT_DOUBLE_EQ(sd.Value(i, i), k.Value(i, i) - 1.5);
     EXPECT_THROW(Shifted(k, std::vector<double>(29, 1.0), sigma), std::invalid_argument);
@@ -211,81 +203,65 @@ TEST(CsrMatrixMarket, RoundTripIsExact)
     p.nx = 3;
     p.ny = 2;
     p.nz = 2;
-    const CsrMatrix k = SolidModel(p).Stiffness();
     CsrMatrix odd = RandomMatrix(17, 0.3, 5);
     odd.values[3] = 1.0 / 3.0;
     odd.values[0] = -2.5e-300;
-    for (const CsrMatrix* a : {&k, static_cast<const CsrMatrix*>(&odd)}) {
-        const std::string path = TempPath("roundtrip.mtx");
-        ASSERT_TRUE(WriteMatrixMarket(*a, path));
+    for (const CsrMatrix& a : {SolidModel(p).Stiffness(), odd}) {
+        TempFile file("roundtrip.mtx");
+        ASSERT_TRUE(WriteMatrixMarket(a, file.path));
         CsrMatrix back;
         std::string error;
-        ASSERT_TRUE(ReadMatrixMarket(path, back, &error)) << error;
-        ExpectSameMatrix(back, *a);
-        std::remove(path.c_str());
+        ASSERT_TRUE(ReadMatrixMarket(file.path, back, &error)) << error;
+        ExpectSameArrays(back, a, "round trip");
     }
 }
 
 TEST(CsrMatrixMarket, WrittenFileIsTheLowerTriangleColumnByColumn)
 {
     const CsrMatrix a = FromTriplets(3, {1, 1, 2, 2, 3}, {1, 3, 2, 3, 3}, {4.0, -1.0, 5.0, 0.5, 6.0});
-    const std::string path = TempPath("lower.mtx");
-    ASSERT_TRUE(WriteMatrixMarket(a, path));
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    EXPECT_EQ(text.str(),
+    TempFile file("lower.mtx");
+    ASSERT_TRUE(WriteMatrixMarket(a, file.path));
+    EXPECT_EQ(file.Text(),
               "%%MatrixMarket matrix coordinate real symmetric\n"
               "3 3 5\n"
               "1 1 4\n3 1 -1\n2 2 5\n3 2 0.5\n3 3 6\n");
     // The independent reader of the test support library sees the same matrix.
     vqtest::Csr ref;
     std::string error;
-    ASSERT_TRUE(vqtest::ReadMtx(path, ref, &error)) << error;
-    EXPECT_EQ(ref.rowPointers, a.rowPointers);
-    EXPECT_EQ(ref.columnIndices, a.columnIndices);
-    EXPECT_EQ(ref.values, a.values);
-    std::remove(path.c_str());
+    ASSERT_TRUE(vqtest::ReadMtx(file.path, ref, &error)) << error;
+    ExpectSameArrays(ref, a, "support reader");
 }
 
 TEST(CsrMatrixMarket, ReadsCrlfCommentsUpperTriangleAndGeneralFiles)
 {
-    const std::string path = TempPath("forms.mtx");
-    {
-        std::ofstream out(path, std::ios::binary);
-        out << "%%MatrixMarket matrix coordinate real symmetric\r\n"
-               "% a comment\r\n"
-               "%\r\n"
-               "3 3 5\r\n"
-               "1 1 4.0\r\n"
-               "1 3 -1.0\r\n"  // upper triangle entry in a symmetric file
-               "% a comment among the entries\r\n"
-               "3 1 -1.0\r\n"  // the same entry again from below: summed
-               "2 2 5e0\r\n"
-               "3 3 6\r\n";
-    }
     CsrMatrix a;
     std::string error;
-    ASSERT_TRUE(ReadMatrixMarket(path, a, &error)) << error;
+    const TempFile symmetric("forms.mtx",
+                             "%%MatrixMarket matrix coordinate real symmetric\r\n"
+                             "% a comment\r\n"
+                             "%\r\n"
+                             "3 3 5\r\n"
+                             "1 1 4.0\r\n"
+                             "1 3 -1.0\r\n"  // upper triangle entry in a symmetric file
+                             "% a comment among the entries\r\n"
+                             "3 1 -1.0\r\n"  // the same entry again from below: summed
+                             "2 2 5e0\r\n"
+                             "3 3 6\r\n");
+    ASSERT_TRUE(ReadMatrixMarket(symmetric.path, a, &error)) << error;
     EXPECT_EQ(CheckLayout(a), "");
     EXPECT_EQ(a.Value(1, 3), -2.0);
     EXPECT_EQ(a.Value(2, 2), 5.0);
     EXPECT_EQ(a.Nnz(), 4);
 
-    {
-        std::ofstream out(path, std::ios::binary);
-        out << "%%MatrixMarket matrix coordinate integer general\n"
-               "2 2 4\n1 1 2\n1 2 -1\n2 1 -1\n2 2 2\n";
-    }
-    ASSERT_TRUE(ReadMatrixMarket(path, a, &error)) << error;
+    const TempFile general("general.mtx", "%%MatrixMarket matrix coordinate integer general\n"
+                                          "2 2 4\n1 1 2\n1 2 -1\n2 1 -1\n2 2 2\n");
+    ASSERT_TRUE(ReadMatrixMarket(general.path, a, &error)) << error;
     EXPECT_EQ(a.Nnz(), 3);
     EXPECT_EQ(a.Value(1, 2), -1.0);  // not doubled: a general file's lower half mirrors the upper
-    std::remove(path.c_str());
 }
 
 TEST(CsrMatrixMarket, RejectsMalformedFilesWithAReason)
 {
-    const std::string path = TempPath("bad.mtx");
     const char* cases[] = {
         "not a matrix market file\n1 1 1\n1 1 1\n",
         "%%MatrixMarket matrix array real symmetric\n2 2\n1\n2\n3\n",
@@ -297,18 +273,14 @@ TEST(CsrMatrixMarket, RejectsMalformedFilesWithAReason)
     };
     CsrMatrix untouched = FromDiagonal({9.0});
     for (const char* text : cases) {
-        {
-            std::ofstream out(path, std::ios::binary);
-            out << text;
-        }
+        const TempFile file("bad.mtx", text);
         std::string error;
-        EXPECT_FALSE(ReadMatrixMarket(path, untouched, &error)) << text;
+        EXPECT_FALSE(ReadMatrixMarket(file.path, untouched, &error)) << text;
         EXPECT_FALSE(error.empty()) << text;
         EXPECT_EQ(untouched.n, 1);
     }
-    std::remove(path.c_str());
     std::string error;
-    EXPECT_FALSE(ReadMatrixMarket(TempPath("does_not_exist.mtx"), untouched, &error));
+    EXPECT_FALSE(ReadMatrixMarket(TempFile("does_not_exist.mtx").path, untouched, &error));
 }
 
 TEST(CsrMatrixMarket, PublishedHarwellBoeingFileAgreesWithTheSupportReader)
@@ -316,14 +288,11 @@ TEST(CsrMatrixMarket, PublishedHarwellBoeingFileAgreesWithTheSupportReader)
     VQTEST_REQUIRE_DATA();
     for (const char* name : {"bcsstk01.mtx", "bcsstm01.mtx", "bcsstk05.mtx", "bcsstm07.mtx"}) {
         CsrMatrix a;
+        vqtest::Csr ref;
         std::string error;
         ASSERT_TRUE(ReadMatrixMarket(vqtest::DataFile(name), a, &error)) << name << ": " << error;
         EXPECT_EQ(CheckLayout(a), "") << name;
-        vqtest::Csr ref;
         ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile(name), ref, &error)) << name << ": " << error;
-        EXPECT_EQ(a.n, ref.n) << name;
-        EXPECT_EQ(a.rowPointers, ref.rowPointers) << name;
-        EXPECT_EQ(a.columnIndices, ref.columnIndices) << name;
-        EXPECT_EQ(a.values, ref.values) << name;
+        ExpectSameArrays(a, ref, name);
     }
 }

@@ -9,7 +9,6 @@
 #include <mkl.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
 
@@ -53,6 +52,15 @@ std::vector<double> Frequencies(const FrameModel& f)
     return w;
 }
 
+// uᵀ·A·v for a 6 × 6 element matrix A (column-major).
+double Form(const double* u, const std::vector<double>& a, const double* v)
+{
+    double s = 0.0;
+    for (int r = 0; r < 6; ++r)
+        for (int q = 0; q < 6; ++q) s += u[r] * a[r + 6 * q] * v[q];
+    return s;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -74,10 +82,7 @@ TEST_P(InclinedMember, StiffnessHasThreeRigidBodyModesAndKnownValues)
     // Stretching along the axis costs EA/L; a unit end rotation costs 4EI/L.
     const double c = std::cos(angle), s = std::sin(angle);
     const double stretch[6] = {0, 0, 0, c, s, 0};
-    double energy = 0.0;
-    for (int r = 0; r < 6; ++r)
-        for (int q = 0; q < 6; ++q) energy += stretch[r] * k[r + 6 * q] * stretch[q];
-    EXPECT_NEAR(energy, e * a / l, 1e-9 * e * a / l);
+    EXPECT_NEAR(Form(stretch, k, stretch), e * a / l, 1e-9 * e * a / l);
     EXPECT_NEAR(k[2 + 6 * 2], 4 * e * inertia / l, 1e-9 * e * inertia / l);
     EXPECT_NEAR(k[2 + 6 * 5], 2 * e * inertia / l, 1e-9 * e * inertia / l);
 }
@@ -87,29 +92,24 @@ TEST_P(InclinedMember, GeometricStiffnessAndMassRespectRigidMotion)
     const double angle = GetParam(), l = 1.5, n = 3000.0, rhoA = 40.0;
     const double c = std::cos(angle), s = std::sin(angle);
     const std::vector<double> kg = BeamColumnGeometricStiffness2D(0, 0, l * c, l * s, n);
-    // Rigid translations carry no geometric stiffness; an axial stretch none either.
-    for (const std::array<double, 6>& u : {std::array<double, 6>{1, 0, 0, 1, 0, 0}, std::array<double, 6>{0, 1, 0, 0, 1, 0},
-                                           std::array<double, 6>{0, 0, 0, c, s, 0}}) {
+    const std::vector<double> m = BeamColumnConsistentMass2D(0, 0, l * c, l * s, rhoA);
+    const double dx[6] = {1, 0, 0, 1, 0, 0}, dy[6] = {0, 1, 0, 0, 1, 0}, axial[6] = {0, 0, 0, c, s, 0};
+    // Rigid translations carry no geometric stiffness, but the element's mass; an axial stretch
+    // carries no geometric stiffness either.
+    for (const double* u : {dx, dy, axial}) {
         for (int r = 0; r < 6; ++r) {
-            double y = 0.0;
-            for (int q = 0; q < 6; ++q) y += kg[r + 6 * q] * u[q];
-            EXPECT_NEAR(y, 0.0, 1e-9 * n) << "row " << r;
+            double unit[6] = {0, 0, 0, 0, 0, 0};
+            unit[r] = 1.0;
+            EXPECT_NEAR(Form(unit, kg, u), 0.0, 1e-9 * n) << "row " << r;
+        }
+        if (u != axial) {
+            EXPECT_NEAR(Form(u, m, u), rhoA * l, 1e-12 * rhoA * l);
         }
     }
     // A rigid rotation θ = 1 about node 1 lowers the energy by N·L (the P-Δ effect): uᵀ·Kg·u = N·L.
     const double rot[6] = {0, 0, 1, -s * l, c * l, 1};
-    double work = 0.0;
-    for (int r = 0; r < 6; ++r)
-        for (int q = 0; q < 6; ++q) work += rot[r] * kg[r + 6 * q] * rot[q];
-    EXPECT_NEAR(work, n * l, 1e-9 * n * l);
+    EXPECT_NEAR(Form(rot, kg, rot), n * l, 1e-9 * n * l);
 
-    const std::vector<double> m = BeamColumnConsistentMass2D(0, 0, l * c, l * s, rhoA);
-    for (const std::array<double, 6>& u : {std::array<double, 6>{1, 0, 0, 1, 0, 0}, std::array<double, 6>{0, 1, 0, 0, 1, 0}}) {
-        double mass = 0.0;
-        for (int r = 0; r < 6; ++r)
-            for (int q = 0; q < 6; ++q) mass += u[r] * m[r + 6 * q] * u[q];
-        EXPECT_NEAR(mass, rhoA * l, 1e-12 * rhoA * l);
-    }
     const std::vector<double> lumped = BeamColumnLumpedMass2D(0, 0, l * c, l * s, rhoA);
     EXPECT_DOUBLE_EQ(lumped[0] + lumped[3], rhoA * l);
     EXPECT_DOUBLE_EQ(lumped[1] + lumped[4], rhoA * l);
