@@ -4,63 +4,37 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <numeric>
 #include <string>
 #include <vector>
 
-#include "eigen/VQ_LanczosEigenSolver.h"
 #include "models/SolidModel.h"
-#include "support/TestSupport.h"
+#include "support/LanczosSupport.h"
+#include "support/ModelsSupport.h"
 
 namespace {
 
 using vqtest::Csr;
-
-struct Modes {
-  int driverStatus = 0;
-  VQ_LanczosResult result;
-  std::vector<double> values;
-  std::vector<double> shapes;
-};
+using vqtest::LanczosRun;
 
 // block 0: one pass; otherwise the incremental driver with that block size.
-Modes Solve(const Csr& k, const std::vector<double>& mass, int requested, int block,
-            double shift = 0.0, bool verbose = false) {
-  Modes m;
-  m.values.assign(static_cast<size_t>(requested), 0.0);
-  m.shapes.assign(static_cast<size_t>(k.n) * requested, 0.0);
-  int found = -1;
-  VQ_LanczosProblem p;
-  p.n = k.n;
-  p.requested = requested;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
-  p.bDiagonal = mass.data();
-  p.shift = shift;
-  p.blockSize = block;
-  p.verbose = verbose;
-  p.eigenvalues = m.values.data();
-  p.modeShapes = m.shapes.data();
-  p.found = &found;
-  VQ_LanczosEigenSolver solver(p);
-  m.driverStatus =
-      block == 0 ? solver.SolveNaturalModes() : solver.SolveNaturalModesIncrementally();
-  m.result = solver.Result();
-  EXPECT_EQ(found, m.result.found);
-  m.values.resize(static_cast<size_t>(std::max(found, 0)));
-  m.shapes.resize(static_cast<size_t>(k.n) * std::max(found, 0));
-  return m;
+LanczosRun Solve(const Csr& k, const std::vector<double>& mass, int requested, int block,
+                 bool verbose = false) {
+  return vqtest::RunLanczos(
+      k, nullptr, &mass, requested,
+      [block](VQ_LanczosEigenSolver& s) {
+        return block == 0 ? s.SolveNaturalModes() : s.SolveNaturalModesIncrementally();
+      },
+      [&](VQ_LanczosProblem& p) {
+        p.blockSize = block;
+        p.verbose = verbose;
+      });
 }
 
-Csr FromModel(const vqmath::models::CsrMatrix& a) {
-  Csr c;
-  c.n = a.n;
-  c.rowPointers = a.rowPointers;
-  c.columnIndices = a.columnIndices;
-  c.values = a.values;
-  return c;
+std::vector<double> Ramp(int n) {
+  std::vector<double> v(n);
+  std::iota(v.begin(), v.end(), 1.0);
+  return v;
 }
 
 struct IncrementalCase {
@@ -79,23 +53,22 @@ TEST_P(LanczosIncremental, PassesFindTheModesOfOnePassExactlyOnce) {
   sp.ny = c.ny;
   sp.nz = c.nz;
   const vqmath::models::SolidModel model(sp);
-  const Csr k = FromModel(model.Stiffness());
+  const Csr k = vqtest::FromModel(model.Stiffness());
   const std::vector<double>& mass = model.LumpedMass();
   const Csr m = vqtest::DiagonalCsr(mass);
 
-  const Modes one = Solve(k, mass, c.requested, 0);
-  const Modes passes = Solve(k, mass, c.requested, c.block);
-  ASSERT_EQ(one.driverStatus, 0) << one.result.message;
-  ASSERT_EQ(passes.driverStatus, 0) << passes.result.message;
-  ASSERT_EQ(passes.result.found, c.requested);
+  const LanczosRun one = Solve(k, mass, c.requested, 0);
+  const LanczosRun passes = Solve(k, mass, c.requested, c.block);
+  ASSERT_TRUE(vqtest::Delivered(one));
+  ASSERT_TRUE(vqtest::Delivered(passes, c.requested));
   EXPECT_GT(passes.result.passes, 1);
   EXPECT_EQ(passes.result.factorizations, passes.result.passes);
   for (int i = 0; i < c.requested; ++i)
     EXPECT_LT(vqtest::RelDiff(passes.values[i], one.values[i]), 1e-9)
         << "mode " << i + 1 << ": " << passes.values[i] << " vs " << one.values[i];
   // No mode twice: the delivered shapes are M-orthonormal, also within repeated eigenvalues.
-  EXPECT_LT(vqtest::MOrthonormalityError(m, c.requested, passes.shapes.data()), 1e-8);
-  EXPECT_LT(vqtest::EigenResidual(k, m, c.requested, passes.values.data(), passes.shapes.data()),
+  EXPECT_LT(vqtest::MOrthonormalityError(m, c.requested, passes.modes.data()), 1e-8);
+  EXPECT_LT(vqtest::EigenResidual(k, m, c.requested, passes.values.data(), passes.modes.data()),
             1e-8);
   EXPECT_TRUE(std::is_sorted(passes.values.begin(), passes.values.end()));
 }
@@ -111,89 +84,66 @@ INSTANTIATE_TEST_SUITE_P(Solids, LanczosIncremental,
                            return std::string(info.param.name);
                          });
 
-TEST(LanczosIncrementalExact, DiagonalPencilInPassesOfTwo) {
-  const int n = 50;
-  std::vector<double> kd(n), md(n, 1.0);
-  std::iota(kd.begin(), kd.end(), 1.0);
+TEST(LanczosIncrementalExact, DiagonalPencilInPassesOfTwoQuietly) {
+  std::vector<double> kd = Ramp(50);
   std::reverse(kd.begin(), kd.end());
-  const Csr k = vqtest::DiagonalCsr(kd);
-  const Modes m = Solve(k, md, 10, 2);
-  ASSERT_EQ(m.driverStatus, 0) << m.result.message;
-  ASSERT_EQ(m.result.found, 10);
+  testing::internal::CaptureStdout();
+  const LanczosRun m = Solve(vqtest::DiagonalCsr(kd), std::vector<double>(50, 1.0), 10, 2);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");  // not verbose: nothing printed
+  ASSERT_TRUE(vqtest::Delivered(m, 10));
   for (int i = 0; i < 10; ++i) EXPECT_NEAR(m.values[i], i + 1.0, 1e-10);
 }
 
 TEST(LanczosIncrementalExact, RepeatedEigenvaluesAreKeptApart) {
   // λ = 1, 1, 1, 2, 2, 3, 3, 3, 4, … : triples and pairs cut by blocks of two.
   const int n = 40;
-  std::vector<double> kd(n), md(n);
+  std::vector<double> kd(n), md(n), expected(n);
   for (int i = 0; i < n; ++i) {
-    kd[i] = 1.0 + (i % 13);
     md[i] = 1.0 + 0.1 * (i % 3);  // non-uniform mass
-    kd[i] *= md[i];
+    kd[i] = (1.0 + (i % 13)) * md[i];
+    expected[i] = kd[i] / md[i];
   }
-  std::vector<double> expected = kd;
-  for (int i = 0; i < n; ++i) expected[i] = kd[i] / md[i];
   std::sort(expected.begin(), expected.end());
-  const Csr k = vqtest::DiagonalCsr(kd);
-  const Modes m = Solve(k, md, 11, 2);
-  ASSERT_EQ(m.driverStatus, 0) << m.result.message;
-  ASSERT_EQ(m.result.found, 11);
+  const LanczosRun m = Solve(vqtest::DiagonalCsr(kd), md, 11, 2);
+  ASSERT_TRUE(vqtest::Delivered(m, 11));
   for (int i = 0; i < 11; ++i) EXPECT_NEAR(m.values[i], expected[i], 1e-10);
-  EXPECT_LT(vqtest::MOrthonormalityError(vqtest::DiagonalCsr(md), 11, m.shapes.data()), 1e-8);
+  EXPECT_LT(vqtest::MOrthonormalityError(vqtest::DiagonalCsr(md), 11, m.modes.data()), 1e-8);
 }
 
 TEST(LanczosIncrementalExact, BlockSizeBelowTwoIsRefused) {
-  const std::vector<double> kd = {1, 2, 3, 4, 5}, md(5, 1.0);
-  const Csr k = vqtest::DiagonalCsr(kd);
+  const Csr k = vqtest::DiagonalCsr(Ramp(5));
+  const std::vector<double> md(5, 1.0);
   for (int block : {1, 0, -3}) {
-    VQ_LanczosProblem p;
-    p.n = 5;
-    p.requested = 2;
-    p.kRowPointers = k.rowPointers.data();
-    p.kColumnIndices = k.columnIndices.data();
-    p.kValues = k.values.data();
-    p.bDiagonal = md.data();
-    p.blockSize = block;
-    double values[2] = {7, 7};
-    p.eigenvalues = values;
-    VQ_LanczosEigenSolver solver(p);
-    EXPECT_EQ(solver.SolveNaturalModesIncrementally(), -202);
-    EXPECT_EQ(solver.GetStatus(), -46);
-    EXPECT_EQ(solver.GetErrorMessage(),
+    // Block 0 means "one pass" to the local helper: call the incremental driver directly.
+    const LanczosRun r = vqtest::RunLanczos(k, nullptr, &md, 2,
+                                            &VQ_LanczosEigenSolver::SolveNaturalModesIncrementally,
+                                            [block](VQ_LanczosProblem& p) { p.blockSize = block; });
+    EXPECT_EQ(r.driverStatus, -202);
+    EXPECT_EQ(r.result.status, -46);
+    EXPECT_EQ(r.result.message,
               "Incremental solver requires block size greater than or equal to 2");
-    EXPECT_EQ(solver.Result().factorizations, 0);
+    EXPECT_EQ(r.result.factorizations, 0);
   }
 }
 
 TEST(LanczosIncrementalExact, VerboseRunReportsPassesShiftsAndMac) {
-  const int n = 30;
-  std::vector<double> kd(n), md(n, 1.0);
-  std::iota(kd.begin(), kd.end(), 1.0);
-  const Csr k = vqtest::DiagonalCsr(kd);
   testing::internal::CaptureStdout();
-  const Modes m = Solve(k, md, 6, 3, 0.0, true);
+  const LanczosRun m =
+      Solve(vqtest::DiagonalCsr(Ramp(30)), std::vector<double>(30, 1.0), 6, 3, true);
   const std::string out = testing::internal::GetCapturedStdout();
-  ASSERT_EQ(m.driverStatus, 0) << m.result.message;
-  EXPECT_NE(out.find("    solving incrementally using 2 passes with size 3\n"), std::string::npos)
-      << out;
-  EXPECT_NE(out.find("    Current shift value is 0.000000\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("    Computed MAC value = 0.000000\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("    Found 3 modes in pass 1/2 (total 3 found)\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("    Found all 6 modes in pass "), std::string::npos) << out;
-  // The second pass starts between the two highest eigenvalues of the first: (2 + 3) / 2.
-  EXPECT_NE(out.find("    Current shift value is 2.500000\n"), std::string::npos) << out;
-  // A mode found again shows a MAC of 1.
-  EXPECT_NE(out.find("    Computed MAC value = 1.000000\n"), std::string::npos) << out;
-}
-
-TEST(LanczosIncrementalExact, QuietRunPrintsNothing) {
-  const std::vector<double> kd = {1, 2, 3, 4, 5, 6, 7, 8}, md(8, 1.0);
-  const Csr k = vqtest::DiagonalCsr(kd);
-  testing::internal::CaptureStdout();
-  const Modes m = Solve(k, md, 4, 2);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(m.driverStatus, 0);
+  ASSERT_TRUE(vqtest::Delivered(m));
+  for (const char* line : {
+           "    solving incrementally using 2 passes with size 3\n",
+           "    Current shift value is 0.000000\n",
+           "    Computed MAC value = 0.000000\n",
+           "    Found 3 modes in pass 1/2 (total 3 found)\n",
+           "    Found all 6 modes in pass ",
+           // The second pass starts between the two highest eigenvalues of the first: (2 + 3) / 2.
+           "    Current shift value is 2.500000\n",
+           // A mode found again shows a MAC of 1.
+           "    Computed MAC value = 1.000000\n",
+       })
+    EXPECT_NE(out.find(line), std::string::npos) << line << " in\n" << out;
 }
 
 }  // namespace

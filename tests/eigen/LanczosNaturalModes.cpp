@@ -9,166 +9,131 @@
 #include <string>
 #include <vector>
 
-#include "eigen/VQ_LanczosEigenSolver.h"
 #include "eigen/internal/ArpackDriver.h"
 #include "models/SolidModel.h"
-#include "support/TestSupport.h"
+#include "support/LanczosSupport.h"
+#include "support/ModelsSupport.h"
 
 namespace {
 
 using vqtest::Csr;
+using vqtest::LanczosRun;
+using Tuning = vqtest::LanczosTuning;
 
-struct LanczosRun {
-  int driverStatus = 0;
-  VQ_LanczosResult result;
-  std::vector<double> values;
-  std::vector<double> modes;
+// Natural modes of K·φ = λ·M·φ, M sparse (m) or diagonal (md when m is null).
+LanczosRun Natural(const Csr& k, const Csr* m, const std::vector<double>* md, int requested,
+                   const Tuning& tune = {}) {
+  return vqtest::RunLanczos(k, m, md, requested, &VQ_LanczosEigenSolver::SolveNaturalModes, tune);
+}
+
+std::vector<double> Ramp(int n) {
+  std::vector<double> v(n);
+  std::iota(v.begin(), v.end(), 1.0);
+  return v;
+}
+
+// ---- exactly known spectra: diagonal pencils
+// -----------------------------------------------------
+
+struct DiagonalCase {
+  const char* name;
+  std::vector<double> kd, md;
+  int requested;
+  double shift;
+  bool withModes;
+  std::vector<double> expected;  // the delivered eigenvalues, ascending
+  double tolerance;
 };
 
-// Natural modes of K·φ = λ·M·φ, M sparse (or diagonal when mDiagonal is given).
-LanczosRun Natural(const Csr& k, const Csr* m, const std::vector<double>* mDiagonal, int requested,
-                   double shift = 0.0, int which = 4, bool withModes = true) {
-  LanczosRun run;
-  run.values.assign(static_cast<size_t>(std::max(requested, 1)), -1.0);
-  run.modes.assign(static_cast<size_t>(k.n) * std::max(requested, 1), 0.0);
-  int found = -1;
-  VQ_LanczosProblem p;
-  p.n = k.n;
-  p.requested = requested;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
-  if (m) {
-    p.bRowPointers = m->rowPointers.data();
-    p.bColumnIndices = m->columnIndices.data();
-    p.bValues = m->values.data();
-  } else {
-    p.bDiagonal = mDiagonal->data();
+class LanczosDiagonal : public ::testing::TestWithParam<DiagonalCase> {};
+
+// Each delivered mode is the unit vector of its equation, M-normalised: 1/√m there, 0 elsewhere.
+TEST_P(LanczosDiagonal, DeliversTheExpectedEigenpairsAscending) {
+  const DiagonalCase& c = GetParam();
+  const Csr k = vqtest::DiagonalCsr(c.kd);
+  const int n = k.n;
+  const LanczosRun run = Natural(k, nullptr, &c.md, c.requested, [&](VQ_LanczosProblem& p) {
+    p.shift = c.shift;
+    if (!c.withModes) p.modeShapes = nullptr;
+  });
+  ASSERT_TRUE(vqtest::Delivered(run));
+  ASSERT_EQ(run.values.size(), c.expected.size());
+  for (size_t i = 0; i < c.expected.size(); ++i) {
+    EXPECT_NEAR(run.values[i], c.expected[i], c.tolerance) << "mode " << i + 1;
+    if (!c.withModes) continue;
+    for (int j = 0; j < n; ++j) {
+      const bool own = std::fabs(c.kd[j] / c.md[j] - c.expected[i]) < 1e-9;
+      EXPECT_NEAR(std::fabs(run.modes[i * n + j]), own ? 1.0 / std::sqrt(c.md[j]) : 0.0, 1e-10)
+          << "mode " << i + 1 << ", equation " << j + 1;
+    }
   }
-  p.shift = shift;
-  p.which = which;
-  p.eigenvalues = run.values.data();
-  p.modeShapes = withModes ? run.modes.data() : nullptr;
-  p.found = &found;
-  VQ_LanczosEigenSolver solver(p);
-  run.driverStatus = solver.SolveNaturalModes();
-  run.result = solver.Result();
-  EXPECT_EQ(found, run.result.found);
-  run.values.resize(static_cast<size_t>(std::max(found, 0)));
-  run.modes.resize(static_cast<size_t>(k.n) * std::max(found, 0));
-  return run;
 }
 
-Csr FromModel(const vqmath::models::CsrMatrix& a) {
-  Csr c;
-  c.n = a.n;
-  c.rowPointers = a.rowPointers;
-  c.columnIndices = a.columnIndices;
-  c.values = a.values;
-  return c;
+std::vector<double> Reversed(std::vector<double> v) {
+  std::reverse(v.begin(), v.end());
+  return v;
 }
 
-// Eigenvalues, residuals and M-orthonormality against the dense reference.
-void ExpectMatchesDense(const Csr& k, const Csr& m, const LanczosRun& run, int requested,
-                        double tolerance) {
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  ASSERT_EQ(run.result.status, 0);
-  const std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
-  ASSERT_GE(reference.size(), static_cast<size_t>(requested));
-  ASSERT_EQ(run.result.found, requested);
-  for (int i = 0; i < requested; ++i)
-    EXPECT_LT(vqtest::RelDiff(run.values[i], reference[i]), tolerance)
-        << "mode " << i + 1 << ": " << run.values[i] << " vs " << reference[i];
-  EXPECT_LT(vqtest::EigenResidual(k, m, requested, run.values.data(), run.modes.data()), 1e-8);
-  EXPECT_LT(vqtest::MOrthonormalityError(m, requested, run.modes.data()), 1e-9);
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(
+    Spectra, LanczosDiagonal,
+    ::testing::Values(
+        // K = diag(n…1) (reversed, so that sorting is exercised), M = diag(2): λ_i = i / 2.
+        DiagonalCase{"RatiosAscending", Reversed(Ramp(60)), std::vector<double>(60, 2.0), 6, 0.0,
+                     true, {0.5, 1.0, 1.5, 2.0, 2.5, 3.0}, 1e-12},
+        // σ = 20.4: nearest are 20, 21, 19, 22.
+        DiagonalCase{"NearestTheShift", Ramp(40), std::vector<double>(40, 1.0), 4, 20.4,
+                     true, {19, 20, 21, 22}, 1e-10},
+        DiagonalCase{"EigenvaluesOnly", Ramp(30), std::vector<double>(30, 1.0), 3, 0.0,
+                     false, {1, 2, 3}, 1e-12},
+        // All n of n requested: ARPACK needs ncv > nev, so n − 1 are computed.
+        DiagonalCase{"AllOfNGivesNMinusOne", {3, 4, 7, 12, 19, 28, 39, 52},
+                     std::vector<double>(8, 1.0), 8, 0.0, true, {3, 4, 7, 12, 19, 28, 39}, 1e-10}),
+    [](const ::testing::TestParamInfo<DiagonalCase>& info) {
+      return std::string(info.param.name);
+    });
+// clang-format on
+
+TEST(LanczosNaturalModes, CoupledOrderTwoWithOneRequested) {
+  // K = [[2, −1], [−1, 2]], M = I → λ = 1, 3; the first mode is (1, 1)/√2.
+  Csr k;
+  k.n = 2;
+  k.rowPointers = {1, 3, 4};
+  k.columnIndices = {1, 2, 2};
+  k.values = {2.0, -1.0, 2.0};
+  const std::vector<double> md(2, 1.0);
+  const LanczosRun run = Natural(k, nullptr, &md, 1);
+  ASSERT_TRUE(vqtest::Delivered(run, 1));
+  EXPECT_NEAR(run.values[0], 1.0, 1e-12);
+  EXPECT_NEAR(std::fabs(run.modes[0]), std::sqrt(0.5), 1e-10);
+  EXPECT_NEAR(run.modes[0], run.modes[1], 1e-10);
 }
 
-// ---- exactly known spectra
-// -----------------------------------------------------------------------
-
-TEST(LanczosNaturalModes, DiagonalPairGivesItsRatiosInAscendingOrder) {
-  // K = diag(1…n) scaled by the mass diag(2) gives λ_i = i / 2.
-  const int n = 60;
-  std::vector<double> kd(n), md(n, 2.0);
-  for (int i = 0; i < n; ++i) kd[i] = n - i;  // reversed, so that sorting is exercised
-  const Csr k = vqtest::DiagonalCsr(kd);
-  const LanczosRun run = Natural(k, nullptr, &md, 6);
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  ASSERT_EQ(run.result.found, 6);
-  for (int i = 0; i < 6; ++i) EXPECT_NEAR(run.values[i], (i + 1) / 2.0, 1e-12);
-  // Mode i is the unit vector of equation n − i, M-normalised: 1/√2.
-  for (int i = 0; i < 6; ++i)
-    EXPECT_NEAR(std::fabs(run.modes[static_cast<size_t>(i) * n + (n - 1 - i)]),
-                1.0 / std::sqrt(2.0), 1e-10);
+TEST(LanczosSizeRules, ArpackSizesFollowTheRules) {
+  struct Row {
+    int n, requested, maxIterations, nev, ncv, iterations;  // iterations 0: not checked
+  };
+  for (const Row& r : {Row{100, 10, -1, 10, 21, 1000},  // 100·nev for −1
+                       Row{100, 60, 37, 60, 99, 37},    // ncv = min(121, n − 1)
+                       Row{8, 8, -1, 7, 8, 0},          // n of n: n − 1, and ncv = n
+                       Row{2, 1, -1, 1, 2, 0},          // ncv = min(3, 1) = 1 = nev → n
+                       Row{10, 50, -1, 9, 10, 0}}) {    // requested beyond n
+    const auto s = vqmath::eigen_internal::ComputeArpackSizes(r.n, r.requested, r.maxIterations);
+    EXPECT_EQ(s.nev, r.nev) << r.n << " " << r.requested;
+    EXPECT_EQ(s.ncv, r.ncv) << r.n << " " << r.requested;
+    if (r.iterations) {
+      EXPECT_EQ(s.maxIterations, r.iterations) << r.n << " " << r.requested;
+    }
+  }
 }
 
-TEST(LanczosNaturalModes, ShiftSelectsTheEigenvaluesNearestIt) {
-  const int n = 40;
-  std::vector<double> kd(n), md(n, 1.0);
-  std::iota(kd.begin(), kd.end(), 1.0);
-  const Csr k = vqtest::DiagonalCsr(kd);
-  // σ = 20.4: nearest are 20, 21, 19, 22 → delivered ascending.
-  const LanczosRun run = Natural(k, nullptr, &md, 4, 20.4);
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  ASSERT_EQ(run.result.found, 4);
-  const double expected[] = {19, 20, 21, 22};
-  for (int i = 0; i < 4; ++i) EXPECT_NEAR(run.values[i], expected[i], 1e-10);
-}
+// ---- generated solids and the real structural matrices --------------------------------------
 
-TEST(LanczosNaturalModes, EigenvaluesOnlyWhenNoModeShapeArrayIsGiven) {
-  const int n = 30;
-  std::vector<double> kd(n), md(n, 1.0);
-  std::iota(kd.begin(), kd.end(), 1.0);
-  const Csr k = vqtest::DiagonalCsr(kd);
-  const LanczosRun run = Natural(k, nullptr, &md, 3, 0.0, 4, false);
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(run.values[i], i + 1.0, 1e-12);
-}
-
-// ---- generated solids
-// ----------------------------------------------------------------------------
-
-struct SolidCase {
+struct ProblemCase {
   const char* name;
+  const char* stem;  // "01" → bcsstk01 / bcsstm01; null: a generated solid of nx × ny × nz
   int nx, ny, nz;
   bool consistent;
-  int requested;
-};
-
-class LanczosSolid : public ::testing::TestWithParam<SolidCase> {};
-
-TEST_P(LanczosSolid, AgreesWithDenseLapack) {
-  const SolidCase c = GetParam();
-  vqmath::models::SolidParameters sp;
-  sp.nx = c.nx;
-  sp.ny = c.ny;
-  sp.nz = c.nz;
-  sp.consistentMass = c.consistent;
-  vqmath::models::SolidModel model(sp);
-  const Csr k = FromModel(model.Stiffness());
-  const Csr m =
-      c.consistent ? FromModel(model.ConsistentMass()) : vqtest::DiagonalCsr(model.LumpedMass());
-  const LanczosRun run = c.consistent ? Natural(k, &m, nullptr, c.requested)
-                                      : Natural(k, nullptr, &model.LumpedMass(), c.requested);
-  ExpectMatchesDense(k, m, run, c.requested, 1e-9);
-  // One factorisation, and ARPACK served with one solve per operator application.
-  EXPECT_EQ(run.result.factorizations, 1);
-  EXPECT_GT(run.result.operatorApplications, c.requested);
-}
-
-INSTANTIATE_TEST_SUITE_P(Solids, LanczosSolid,
-                         ::testing::Values(SolidCase{"LumpedBar", 8, 2, 2, false, 10},
-                                           SolidCase{"ConsistentBar", 6, 2, 2, true, 8},
-                                           SolidCase{"LumpedPlate", 6, 6, 1, false, 12}),
-                         [](const ::testing::TestParamInfo<SolidCase>& info) {
-                           return std::string(info.param.name);
-                         });
-
-// ---- real structural matrices
-// --------------------------------------------------------------------
-
-struct RealCase {
-  const char* stem;  // "01" → bcsstk01 / bcsstm01
   int requested;
 };
 
@@ -186,17 +151,32 @@ std::vector<double> InverseFormEigenvalues(const Csr& k, const Csr& m, int count
   return lambda;
 }
 
-class LanczosRealMatrices : public ::testing::TestWithParam<RealCase> {};
+class LanczosAgainstLapack : public ::testing::TestWithParam<ProblemCase> {};
 
-TEST_P(LanczosRealMatrices, AgreesWithDenseLapack) {
-  VQTEST_REQUIRE_DATA();
-  const RealCase c = GetParam();
+// A diagonal mass is run both in compressed rows and as its diagonal.
+TEST_P(LanczosAgainstLapack, EigenpairsAgreeWithDenseLapack) {
+  const ProblemCase c = GetParam();
   Csr k, m;
-  std::string error;
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile(std::string("bcsstk") + c.stem + ".mtx"), k, &error))
-      << error;
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile(std::string("bcsstm") + c.stem + ".mtx"), m, &error))
-      << error;
+  if (c.stem) {
+    VQTEST_REQUIRE_DATA();
+    std::string error;
+    ASSERT_TRUE(
+        vqtest::ReadMtx(vqtest::DataFile(std::string("bcsstk") + c.stem + ".mtx"), k, &error))
+        << error;
+    ASSERT_TRUE(
+        vqtest::ReadMtx(vqtest::DataFile(std::string("bcsstm") + c.stem + ".mtx"), m, &error))
+        << error;
+  } else {
+    vqmath::models::SolidParameters sp;
+    sp.nx = c.nx;
+    sp.ny = c.ny;
+    sp.nz = c.nz;
+    sp.consistentMass = c.consistent;
+    const vqmath::models::SolidModel model(sp);
+    k = vqtest::FromModel(model.Stiffness());
+    m = c.consistent ? vqtest::FromModel(model.ConsistentMass())
+                     : vqtest::DiagonalCsr(model.LumpedMass());
+  }
   std::vector<double> vectors;
   const std::vector<double> direct = vqtest::DenseEigenvalues(k, m, &vectors);
   const std::vector<double> inverse = InverseFormEigenvalues(k, m, c.requested);
@@ -211,134 +191,67 @@ TEST_P(LanczosRealMatrices, AgreesWithDenseLapack) {
     const std::vector<double> d = vqtest::Diagonal(m);
     const LanczosRun run =
         asDiagonal ? Natural(k, nullptr, &d, c.requested) : Natural(k, &m, nullptr, c.requested);
-    ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-    ASSERT_EQ(run.result.found, c.requested);
+    ASSERT_TRUE(vqtest::Delivered(run, c.requested));
+    ASSERT_EQ(run.result.status, 0);
     for (int i = 0; i < c.requested; ++i) {
-      const double spread = vqtest::RelDiff(inverse[i], direct[i]);
+      const double spread = c.stem ? vqtest::RelDiff(inverse[i], direct[i]) : 0.0;
       EXPECT_LT(vqtest::RelDiff(run.values[i], direct[i]), std::max(1e-9, 10.0 * spread))
           << "mode " << i + 1 << ": " << run.values[i] << " vs " << direct[i]
           << (asDiagonal ? " (diagonal mass)" : "");
     }
     EXPECT_LT(vqtest::EigenResidual(k, m, c.requested, run.values.data(), run.modes.data()),
-              std::max(1e-8, 10.0 * denseResidual));
+              std::max(1e-8, c.stem ? 10.0 * denseResidual : 0.0));
     EXPECT_LT(vqtest::MOrthonormalityError(m, c.requested, run.modes.data()), 1e-9);
+    // One factorisation, and ARPACK served with one solve per operator application.
+    EXPECT_EQ(run.result.factorizations, 1);
+    EXPECT_GT(run.result.operatorApplications, c.requested);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Harwell, LanczosRealMatrices,
-                         ::testing::Values(RealCase{"01", 10}, RealCase{"02", 10},
-                                           RealCase{"05", 12}, RealCase{"06", 15},
-                                           RealCase{"07", 15}, RealCase{"20", 10},
-                                           RealCase{"22", 10}),
-                         [](const ::testing::TestParamInfo<RealCase>& info) {
-                           return std::string("bcsstk") + info.param.stem;
+INSTANTIATE_TEST_SUITE_P(Problems, LanczosAgainstLapack,
+                         ::testing::Values(ProblemCase{"LumpedBar", nullptr, 8, 2, 2, false, 10},
+                                           ProblemCase{"ConsistentBar", nullptr, 6, 2, 2, true, 8},
+                                           ProblemCase{"LumpedPlate", nullptr, 6, 6, 1, false, 12},
+                                           ProblemCase{"bcsstk01", "01", 0, 0, 0, false, 10},
+                                           ProblemCase{"bcsstk02", "02", 0, 0, 0, false, 10},
+                                           ProblemCase{"bcsstk05", "05", 0, 0, 0, false, 12},
+                                           ProblemCase{"bcsstk06", "06", 0, 0, 0, false, 15},
+                                           ProblemCase{"bcsstk07", "07", 0, 0, 0, false, 15},
+                                           ProblemCase{"bcsstk20", "20", 0, 0, 0, false, 10},
+                                           ProblemCase{"bcsstk22", "22", 0, 0, 0, false, 10}),
+                         [](const ::testing::TestParamInfo<ProblemCase>& info) {
+                           return std::string(info.param.name);
                          });
 
-// ---- size rules
-// ----------------------------------------------------------------------------------
+// ---- failures --------------------------------------------------------------------------------
 
-TEST(LanczosSizeRules, ArpackSizesFollowTheRules) {
-  using vqmath::eigen_internal::ComputeArpackSizes;
-  auto s = ComputeArpackSizes(100, 10, -1);
-  EXPECT_EQ(s.nev, 10);
-  EXPECT_EQ(s.ncv, 21);
-  EXPECT_EQ(s.maxIterations, 1000);  // 100·nev for −1
-  s = ComputeArpackSizes(100, 60, 37);
-  EXPECT_EQ(s.nev, 60);
-  EXPECT_EQ(s.ncv, 99);  // min(121, n − 1)
-  EXPECT_EQ(s.maxIterations, 37);
-  s = ComputeArpackSizes(8, 8, -1);  // n of n: n − 1, and ncv = n
-  EXPECT_EQ(s.nev, 7);
-  EXPECT_EQ(s.ncv, 8);
-  s = ComputeArpackSizes(2, 1, -1);  // ncv = min(3, 1) = 1 = nev → n
-  EXPECT_EQ(s.nev, 1);
-  EXPECT_EQ(s.ncv, 2);
-  s = ComputeArpackSizes(10, 50, -1);  // requested beyond n
-  EXPECT_EQ(s.nev, 9);
-  EXPECT_EQ(s.ncv, 10);
-}
-
-TEST(LanczosSizeRules, RequestingAllOfNComputesNMinusOne) {
-  const int n = 8;
-  std::vector<double> kd(n), md(n, 1.0);
-  for (int i = 0; i < n; ++i) kd[i] = 3.0 + i * i;
-  const Csr k = vqtest::DiagonalCsr(kd);
-  const LanczosRun run = Natural(k, nullptr, &md, n);
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  ASSERT_EQ(run.result.found, n - 1);
-  for (int i = 0; i < n - 1; ++i) EXPECT_NEAR(run.values[i], 3.0 + i * i, 1e-10);
-}
-
-TEST(LanczosSizeRules, OrderTwoWithOneRequested) {
-  // A coupled 2×2 pencil: K = [[2, −1], [−1, 2]], M = I → λ = 1, 3.
-  Csr k;
-  k.n = 2;
-  k.rowPointers = {1, 3, 4};
-  k.columnIndices = {1, 2, 2};
-  k.values = {2.0, -1.0, 2.0};
-  const std::vector<double> md(2, 1.0);
-  const LanczosRun run = Natural(k, nullptr, &md, 1);
-  ASSERT_EQ(run.driverStatus, 0) << run.result.message;
-  ASSERT_EQ(run.result.found, 1);
-  EXPECT_NEAR(run.values[0], 1.0, 1e-12);
-  EXPECT_NEAR(std::fabs(run.modes[0]), std::sqrt(0.5), 1e-10);
-  EXPECT_NEAR(run.modes[0], run.modes[1], 1e-10);
-}
-
-// ---- failures
-// ------------------------------------------------------------------------------------
-
-TEST(LanczosFailures, OrderOneCannotBeSolved) {
-  const Csr k = vqtest::DiagonalCsr({4.0});
-  const std::vector<double> md(1, 1.0);
-  const LanczosRun run = Natural(k, nullptr, &md, 1);
-  EXPECT_NE(run.driverStatus, 0);
-  EXPECT_EQ(run.result.status, -46);
-  EXPECT_EQ(run.result.message, "No. of requested eigenvalues NEV must be positive");
-  EXPECT_EQ(run.result.found, 0);
-}
-
-TEST(LanczosFailures, NonPositiveOrderIsReportedWithArpacksText) {
-  Csr k;
-  k.n = 0;
-  k.rowPointers = {1};
-  const std::vector<double> md;
-  LanczosRun run;
-  VQ_LanczosProblem p;
-  p.n = 0;
-  p.requested = 3;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
-  p.bDiagonal = md.data();
-  double values[3];
-  p.eigenvalues = values;
-  VQ_LanczosEigenSolver solver(p);
-  EXPECT_NE(solver.SolveNaturalModes(), 0);
-  EXPECT_EQ(solver.GetStatus(), -46);
-  EXPECT_EQ(solver.GetErrorMessage(), "No. of equations N must be positive");
+TEST(LanczosFailures, OrdersBelowTwoAreRefusedWithArpacksText) {
+  // Order 1 leaves no room for ncv > nev; order 0 has no equations at all.
+  const Csr one = vqtest::DiagonalCsr({4.0});
+  Csr none;
+  none.rowPointers = {1};
+  const std::vector<double> md(1, 1.0), noMass;
+  const LanczosRun a = Natural(one, nullptr, &md, 1);
+  const LanczosRun b = Natural(none, nullptr, &noMass, 3);
+  for (const LanczosRun* run : {&a, &b}) {
+    EXPECT_NE(run->driverStatus, 0);
+    EXPECT_EQ(run->result.status, -46);
+    EXPECT_EQ(run->result.found, 0);
+  }
+  EXPECT_EQ(a.result.message, "No. of requested eigenvalues NEV must be positive");
+  EXPECT_EQ(b.result.message, "No. of equations N must be positive");
 }
 
 TEST(LanczosFailures, SingularStiffnessReportsTheInstabilityEquation) {
   // Equation 3 has no stiffness at all; as positive definite PARDISO meets the zero pivot.
-  std::vector<double> kd = {2.0, 3.0, 0.0, 5.0, 7.0, 11.0};
-  const Csr k = vqtest::DiagonalCsr(kd);
+  const Csr k = vqtest::DiagonalCsr({2.0, 3.0, 0.0, 5.0, 7.0, 11.0});
   const std::vector<double> md(6, 1.0);
-  VQ_LanczosProblem p;
-  p.n = 6;
-  p.requested = 2;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
-  p.bDiagonal = md.data();
-  p.matrixType = 2;
-  double values[2];
-  p.eigenvalues = values;
-  VQ_LanczosEigenSolver solver(p);
-  EXPECT_EQ(solver.SolveNaturalModes(), -9);
-  EXPECT_EQ(solver.GetStatus(), -3);
-  EXPECT_EQ(solver.GetErrorMessage(), "Instability Detected (ill-conditioned matrices)");
-  EXPECT_EQ(solver.Get_DOFNumForInstability(), 3);
+  const LanczosRun run =
+      Natural(k, nullptr, &md, 2, [](VQ_LanczosProblem& p) { p.matrixType = 2; });
+  EXPECT_EQ(run.driverStatus, -9);
+  EXPECT_EQ(run.result.status, -3);
+  EXPECT_EQ(run.result.message, "Instability Detected (ill-conditioned matrices)");
+  EXPECT_EQ(run.result.instabilityEquation, 3);
 }
 
 TEST(LanczosFailures, IterationLimitDeliversTheConvergedModesAsPartialResults) {
@@ -347,36 +260,24 @@ TEST(LanczosFailures, IterationLimitDeliversTheConvergedModesAsPartialResults) {
   std::vector<double> kd(n), md(n, 1.0);
   for (int i = 0; i < n; ++i) kd[i] = 1.0 + 1e-3 * i;
   const Csr k = vqtest::DiagonalCsr(kd);
-  LanczosRun run;
-  run.values.assign(40, 0.0);
-  int found = 0;
-  VQ_LanczosProblem p;
-  p.n = n;
-  p.requested = 40;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
-  p.bDiagonal = md.data();
-  p.maxIterations = 1;
-  p.shift = 1.2005;
-  p.eigenvalues = run.values.data();
-  p.found = &found;
-  VQ_LanczosEigenSolver solver(p);
-  const int status = solver.SolveNaturalModes();
-  if (status == 0) GTEST_SKIP() << "ARPACK converged within one iteration";
-  if (found == 0) {
-    EXPECT_EQ(solver.GetStatus(), -45);
-    EXPECT_EQ(solver.GetErrorMessage(), "Maximum number of iterations taken");
-  } else {
-    EXPECT_EQ(status, -11);
-    EXPECT_EQ(solver.GetStatus(), -22);
-    EXPECT_EQ(solver.GetErrorMessage(), "Not all required EigenValues were found");
-    EXPECT_LT(found, 40);
-    for (int i = 0; i < found; ++i) {
-      // Each delivered value is an eigenvalue of the diagonal pencil.
-      const double steps = (run.values[i] - 1.0) / 1e-3;
-      EXPECT_NEAR(steps, std::round(steps), 1e-6);
-    }
+  const LanczosRun run = Natural(k, nullptr, &md, 40, [](VQ_LanczosProblem& p) {
+    p.maxIterations = 1;
+    p.shift = 1.2005;
+    p.modeShapes = nullptr;
+  });
+  if (run.driverStatus == 0) GTEST_SKIP() << "ARPACK converged within one iteration";
+  if (run.result.found == 0) {
+    EXPECT_EQ(run.result.status, -45);
+    EXPECT_EQ(run.result.message, "Maximum number of iterations taken");
+    return;
+  }
+  EXPECT_EQ(run.driverStatus, -11);
+  EXPECT_EQ(run.result.status, -22);
+  EXPECT_EQ(run.result.message, "Not all required EigenValues were found");
+  EXPECT_LT(run.result.found, 40);
+  for (double v : run.values) {  // each delivered value is an eigenvalue of the diagonal pencil
+    const double steps = (v - 1.0) / 1e-3;
+    EXPECT_NEAR(steps, std::round(steps), 1e-6);
   }
 }
 
