@@ -7,7 +7,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 build=build
-flags=(-DCMAKE_BUILD_TYPE=Release)
+flags=(-DCMAKE_BUILD_TYPE=Release -DVQMATH_BUILD_BENCH=OFF)
 if [ "${1:-}" = "--sanitize" ]; then
   build=build-sanitize
   flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVQMATH_SANITIZE=ON -DVQMATH_BUILD_BENCH=OFF)
