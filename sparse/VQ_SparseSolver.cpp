@@ -28,6 +28,7 @@ namespace {
 enum Iparm : int {
   kUserValues = 0,          // 1: the array is supplied, not PARDISO's defaults
   kOrdering = 1,            // fill-in reducing ordering
+  kIterativeSolve = 3,      // 10 L + K: CGS (K 1) or CG (K 2) preconditioned by the factor
   kPermutation = 4,         // 2: return the permutation in perm
   kSolutionInB = 5,         // 1: the solution overwrites the right-hand side
   kRefinementSteps = 7,     // maximum number of iterative refinement steps
@@ -43,6 +44,7 @@ enum Iparm : int {
   kPrecision = 27,          // 0: double precision
   kZeroPivotEquation = 29,  // output: equation of a zero or negative pivot (SPD types)
   kPartialSolve = 30,       // partial solution for sparse right-hand sides
+  kCnrThreads = 33,         // thread count of the conditional numerical reproducibility mode
   kZeroBasedIndexing = 34,  // 1: 0-based row pointers and column indices
   kSchurComplement = 35,    // Schur complement of a block of equations
   kBlockFormat = 36,        // storage: 0 CSR, >0 BSR, <0 VBSR
@@ -384,6 +386,20 @@ void VQ_SparseSolver::EnforceArrayLayout() {
   iparm_[kBlockFormat] = 0;
   // PARDISO takes only 0 or 1 here and fails badly on anything else.
   iparm_[kDiagonalAccess] = (iparm_[kDiagonalAccess] == 1 || diagonalRequested_) ? 1 : 0;
+  // A negative iterative-solve code corrupts PARDISO's heap during the solve: taken as "none".
+  // A stopping exponent L whose 10^-L underflows to zero (L >= 324) never lets the iteration
+  // stop: it is held at 300.
+  if (iparm_[kIterativeSolve] < 0) iparm_[kIterativeSolve] = 0;
+  if (iparm_[kIterativeSolve] / 10 > 300) iparm_[kIterativeSolve] = 3000 + iparm_[kIterativeSolve] % 10;
+  // The permutation switch: 0 none, 2 returned in the solver's array. No caller can hand the
+  // solver a permutation, so 1 (read it from that array, which holds no permutation) and values
+  // PARDISO does not know - both crash the ordering - become 0.
+  if (iparm_[kPermutation] != 0 && iparm_[kPermutation] != 2) iparm_[kPermutation] = diagonalRequested_ ? 2 : 0;
+  // A thread count beyond any machine (around 1.5e9) sends the analysis into an endless loop.
+  if (iparm_[kCnrThreads] < 0 || iparm_[kCnrThreads] > 65536) iparm_[kCnrThreads] = 0;
+  // An out-of-core mode other than 0, 1 or 2 crashes the factorisation: the solver's own is used.
+  if (iparm_[kOutOfCore] < 0 || iparm_[kOutOfCore] > 2)
+    iparm_[kOutOfCore] = (oocMode_ >= 0 && oocMode_ <= 2) ? oocMode_ : 0;
 }
 
 void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
