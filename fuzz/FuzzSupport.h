@@ -24,18 +24,19 @@
 namespace vqfuzz {
 
 // Aborts with a message: libFuzzer saves the input as a crash.
-#define VQFUZZ_CHECK(cond)                                                                    \
-  do {                                                                                        \
-    if (!(cond)) {                                                                            \
+#define VQFUZZ_CHECK(cond)                                                                         \
+  do {                                                                                             \
+    if (!(cond)) {                                                                                 \
       std::fprintf(stderr, "vqfuzz: property violated at %s:%d: %s\n", __FILE__, __LINE__, #cond); \
-      std::abort();                                                                           \
-    }                                                                                         \
+      std::abort();                                                                                \
+    }                                                                                              \
   } while (0)
 
 // A file of this process under $TMPDIR (default /tmp), rewritten for every input.
 inline std::string ScratchPath(const char* tag) {
   const char* dir = std::getenv("TMPDIR");
-  return std::string(dir && *dir ? dir : "/tmp") + "/vqfuzz-" + std::to_string(getpid()) + "-" + tag;
+  return std::string(dir && *dir ? dir : "/tmp") + "/vqfuzz-" + std::to_string(getpid()) + "-" +
+         tag;
 }
 
 inline void WriteFile(const std::string& path, const void* bytes, size_t size) {
@@ -76,10 +77,10 @@ inline double PickValue(FuzzedDataProvider& in) {
 // corruptions of single row pointers, columns or values with arbitrary integers and doubles.
 struct Csr {
   int n = 0;
-  std::vector<int> rowPointers;     // n + 1 entries (none when n < 0)
-  std::vector<int> columnIndices;   // as many as the row pointers promise (see Build)
+  std::vector<int> rowPointers;    // n + 1 entries (none when n < 0)
+  std::vector<int> columnIndices;  // as many as the row pointers promise (see Build)
   std::vector<double> values;
-  bool dominant = false;    // diagonal 4n, off-diagonal -1: positive definite unless corrupted
+  bool dominant = false;  // diagonal 4n, off-diagonal -1: positive definite unless corrupted
   bool corrupted = false;
 };
 
@@ -115,11 +116,13 @@ inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder) {
     const int what = in.ConsumeIntegralInRange<int>(0, 2);
     if (what == 0) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, c.rowPointers.size() - 1);
-      c.rowPointers[at] = in.ConsumeBool() ? Nudge(c.rowPointers[at], in.ConsumeIntegralInRange<int>(-3, 3))
-                                           : in.ConsumeIntegral<int>();
+      c.rowPointers[at] = in.ConsumeBool()
+                              ? Nudge(c.rowPointers[at], in.ConsumeIntegralInRange<int>(-3, 3))
+                              : in.ConsumeIntegral<int>();
     } else if (what == 1 && !cols.empty()) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, cols.size() - 1);
-      cols[at] = in.ConsumeBool() ? Nudge(cols[at], in.ConsumeIntegralInRange<int>(-3, 3)) : in.ConsumeIntegral<int>();
+      cols[at] = in.ConsumeBool() ? Nudge(cols[at], in.ConsumeIntegralInRange<int>(-3, 3))
+                                  : in.ConsumeIntegral<int>();
     } else if (!vals.empty()) {
       const size_t at = in.ConsumeIntegralInRange<size_t>(0, vals.size() - 1);
       vals[at] = PickValue(in);
@@ -135,7 +138,7 @@ inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder) {
   const long long length = std::max(0LL, std::min(promised, most));
   cols.resize(static_cast<size_t>(length), 1);
   vals.resize(static_cast<size_t>(length), 1.0);
-  c.columnIndices.assign(cols.begin(), cols.end());   // exact capacity
+  c.columnIndices.assign(cols.begin(), cols.end());  // exact capacity
   c.values.assign(vals.begin(), vals.end());
   return c;
 }
@@ -148,7 +151,8 @@ T* DataOrNull(std::vector<T>& v) {
 
 // Bitwise equality of two double arrays (NaN payloads included).
 inline bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
-  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
 }  // namespace vqfuzz

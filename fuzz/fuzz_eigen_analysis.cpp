@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return d + "/";
   }();
   FuzzedDataProvider in(data, size);
-  const int type = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(0, 2) : in.ConsumeIntegral<int>();
+  const int type =
+      in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(0, 2) : in.ConsumeIntegral<int>();
   const int nevChoice = in.ConsumeIntegralInRange<int>(-1, 14);
   const int oocMode = in.ConsumeIntegralInRange<int>(0, 1);
   const int matrixType = in.ConsumeBool() ? 2 : -2;
@@ -49,7 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::vector<double> mass(n > 0 ? static_cast<size_t>(n) : 0);
   const bool positiveMass = in.ConsumeBool();
-  for (double& m : mass) m = positiveMass ? 1.0 + in.ConsumeIntegralInRange<int>(0, 3) : vqfuzz::PickValue(in);
+  for (double& m : mass)
+    m = positiveMass ? 1.0 + in.ConsumeIntegralInRange<int>(0, 3) : vqfuzz::PickValue(in);
   std::vector<double> load(withLoad ? mass.size() : 0);
   for (double& l : load) l = vqfuzz::PickValue(in);
 
@@ -59,10 +61,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int found = -1;
 
   const int code = VQ_EigenvalueAnalysis(
-      type, n, nev, c.rowPointers.empty() ? nullptr : c.rowPointers.data(), vqfuzz::DataOrNull(c.columnIndices),
-      vqfuzz::DataOrNull(c.values), nullMass ? nullptr : vqfuzz::DataOrNull(mass), oocMode, matrixType,
-      workDir.c_str(), limitActive, limit, allowRigid, &found, vqfuzz::DataOrNull(eigenvalues), wantModes,
-      nullModes ? nullptr : vqfuzz::DataOrNull(modes), shift, emin, emax, withLoad ? vqfuzz::DataOrNull(load) : nullptr);
+      type, n, nev, c.rowPointers.empty() ? nullptr : c.rowPointers.data(),
+      vqfuzz::DataOrNull(c.columnIndices), vqfuzz::DataOrNull(c.values),
+      nullMass ? nullptr : vqfuzz::DataOrNull(mass), oocMode, matrixType, workDir.c_str(),
+      limitActive, limit, allowRigid, &found, vqfuzz::DataOrNull(eigenvalues), wantModes,
+      nullModes ? nullptr : vqfuzz::DataOrNull(modes), shift, emin, emax,
+      withLoad ? vqfuzz::DataOrNull(load) : nullptr);
 
   const int registry = VQ_GetLastErrorID();
   char* message = VQ_GetLastErrorMessage();
@@ -70,12 +74,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (code < 0) VQFUZZ_CHECK(message[0] != '\0');
   std::free(message);
   VQFUZZ_CHECK(code <= 1);
-  if (code == 1) VQFUZZ_CHECK(registry == -22);
-  else VQFUZZ_CHECK(registry == code);
+  if (code == 1)
+    VQFUZZ_CHECK(registry == -22);
+  else
+    VQFUZZ_CHECK(registry == code);
   if (type < 0 || type > 2) VQFUZZ_CHECK(code == -9999);
   VQFUZZ_CHECK(found >= 0 && found <= std::max(nev, 0));
   // Slots beyond what was delivered stay cleared.
-  for (size_t k = static_cast<size_t>(found); k < eigenvalues.size(); ++k) VQFUZZ_CHECK(eigenvalues[k] == 0.0);
+  for (size_t k = static_cast<size_t>(found); k < eigenvalues.size(); ++k)
+    VQFUZZ_CHECK(eigenvalues[k] == 0.0);
   if (type >= 0 && type <= 2 && n >= 1 && nev >= 1 && !nullMass && !c.rowPointers.empty()) {
     // Every stored value lies inside the compressed rows (the arrays are as long as they say), so
     // a NaN or an infinity there is malformed input whatever else is wrong.

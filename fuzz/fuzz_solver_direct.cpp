@@ -60,7 +60,14 @@ double RelativeResidual(const vqfuzz::Csr& c, int nrhs, const std::vector<double
 
 bool Documented(int code) {
   switch (code) {
-    case 0: case -1: case -3: case -64: case -81: case -82: case -83: case -84: return true;
+    case 0:
+    case -1:
+    case -3:
+    case -64:
+    case -81:
+    case -82:
+    case -83:
+    case -84: return true;
     default: return false;
   }
 }
@@ -101,9 +108,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   double* v = vqfuzz::DataOrNull(c.values);
   // Now and then a null array where a real one would be.
   if ((mode & 0x30) == 0x30) {
-    if (mode & 1) rp = nullptr;
-    else if (mode & 2) ci = nullptr;
-    else v = nullptr;
+    if (mode & 1)
+      rp = nullptr;
+    else if (mode & 2)
+      ci = nullptr;
+    else
+      v = nullptr;
   }
   double* b = vqfuzz::DataOrNull(rhs);
   double* x = inPlace ? nullptr : vqfuzz::DataOrNull(solution);
@@ -123,9 +133,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 2: {
       std::vector<double> d1(n > 0 ? static_cast<size_t>(n) : 0), d2(d1.size());
       std::vector<int> params(64);
-      code = VQ_DirectSparseSolver(n, nrhs, rp, ci, v, b, solverType, matrixType, params.data(), stop,
-                                   "", (mode & 4) != 0, 0, x, diagonals, vqfuzz::DataOrNull(d1),
-                                   vqfuzz::DataOrNull(d2), 0, 0);
+      code = VQ_DirectSparseSolver(n, nrhs, rp, ci, v, b, solverType, matrixType, params.data(),
+                                   stop, "", (mode & 4) != 0, 0, x, diagonals,
+                                   vqfuzz::DataOrNull(d1), vqfuzz::DataOrNull(d2), 0, 0);
       break;
     }
     default: {
@@ -133,8 +143,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       std::vector<double> xin(n > 0 ? static_cast<size_t>(n) : 0, 1.0), y(xin.size(), 0.0);
       const std::vector<double> yBefore = y;
       VQ_ResetGlobalErrorsAndWarnings();
-      const int p = VQ_SparseSymmMatrixVectorMultiplication((mode & 4) != 0, n, v, rp, ci,
-                                                            vqfuzz::DataOrNull(xin), vqfuzz::DataOrNull(y));
+      const int p = VQ_SparseSymmMatrixVectorMultiplication(
+          (mode & 4) != 0, n, v, rp, ci, vqfuzz::DataOrNull(xin), vqfuzz::DataOrNull(y));
       VQFUZZ_CHECK(p == 0 || p == -1 || p == -64);
       if (p == -64) VQFUZZ_CHECK(vqfuzz::SameBits(y, yBefore));
       if (valid && rp && ci && v) VQFUZZ_CHECK(p == 0);

@@ -13,7 +13,14 @@ namespace {
 
 bool Documented(int code) {
   switch (code) {
-    case 0: case -1: case -3: case -64: case -81: case -82: case -83: case -84: return true;
+    case 0:
+    case -1:
+    case -3:
+    case -64:
+    case -81:
+    case -82:
+    case -83:
+    case -84: return true;
     default: return false;
   }
 }
@@ -29,7 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int changes = in.ConsumeIntegralInRange<int>(0, 12);
   for (int k = 0; k < changes; ++k) {
     const int index = in.ConsumeIntegralInRange<int>(0, 63);
-    params[index] = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-2, 4) : in.ConsumeIntegral<int>();
+    params[index] =
+        in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-2, 4) : in.ConsumeIntegral<int>();
   }
   // The iterative-refinement bound (7) is the one count a host may legitimately set huge: it asks
   // for that many refinement steps and gets them. Kept small here so runs stay short.
@@ -38,8 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   VQ_SetGlobalSparseSolverParams(params);
   const int overrides = in.ConsumeIntegralInRange<int>(0, 4);
   for (int k = 0; k < overrides; ++k)
-    VQ_OverrideDefaultSparseSolverParam(in.ConsumeIntegralInRange<int>(-2, 66),
-                                        in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-2, 4) : in.ConsumeIntegral<int>());
+    VQ_OverrideDefaultSparseSolverParam(
+        in.ConsumeIntegralInRange<int>(-2, 66),
+        in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-2, 4) : in.ConsumeIntegral<int>());
   VQ_SetSolverType(in.ConsumeIntegralInRange<int>(0, 1));
   VQ_SetSolverMatrixType(in.ConsumeBool() ? 2 : -2);
   VQ_SetParameterB(1003, in.ConsumeBool());

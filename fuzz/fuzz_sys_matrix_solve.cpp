@@ -14,7 +14,14 @@ namespace {
 
 bool Documented(int code) {
   switch (code) {
-    case 0: case -1: case -3: case -64: case -81: case -82: case -83: case -84: return true;
+    case 0:
+    case -1:
+    case -3:
+    case -64:
+    case -81:
+    case -82:
+    case -83:
+    case -84: return true;
     default: return false;
   }
 }
@@ -30,7 +37,8 @@ void CheckRegistry(int code) {
 
 std::vector<int> Dofs(FuzzedDataProvider& in, int n, int count) {
   std::vector<int> dofs(static_cast<size_t>(count));
-  for (int& d : dofs) d = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-1, n + 1) : in.ConsumeIntegral<int>();
+  for (int& d : dofs)
+    d = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-1, n + 1) : in.ConsumeIntegral<int>();
   return dofs;
 }
 
@@ -111,7 +119,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   VQ_SysMatrixInq(h, 0, &order);
   const int rhsSize = in.ConsumeBool() ? order : in.ConsumeIntegralInRange<int>(0, 12);
   VQ_SysVectorHandle rhs = VQ_SysVectorCreate(rhsSize, 1.0);
-  VQ_SysVectorHandle x = in.ConsumeBool() ? VQ_SysVectorCreate(in.ConsumeIntegralInRange<int>(0, 12), 0.0) : nullptr;
+  VQ_SysVectorHandle x =
+      in.ConsumeBool() ? VQ_SysVectorCreate(in.ConsumeIntegralInRange<int>(0, 12), 0.0) : nullptr;
 
   // What the matrix holds now, column by column (skipped entries never reached it).
   bool nonFinite = false;
@@ -143,10 +152,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The solver kept between calls, on raw arrays.
   vqfuzz::Csr c = vqfuzz::BuildCsr(in, 8);
   std::vector<double> b(c.n > 0 ? static_cast<size_t>(c.n) : 0, 1.0);
-  code = VQ_SysMatrixSolveAdvanced(c.n, vqfuzz::DataOrNull(c.values),
-                                   c.rowPointers.empty() ? nullptr : c.rowPointers.data(),
-                                   vqfuzz::DataOrNull(c.columnIndices), 1, vqfuzz::DataOrNull(b),
-                                   1, 1, nullptr);
+  code = VQ_SysMatrixSolveAdvanced(
+      c.n, vqfuzz::DataOrNull(c.values), c.rowPointers.empty() ? nullptr : c.rowPointers.data(),
+      vqfuzz::DataOrNull(c.columnIndices), 1, vqfuzz::DataOrNull(b), 1, 1, nullptr);
   CheckRegistry(code);
   if (code != -64 && in.ConsumeBool()) {
     // Solves again with the buffers handed over above (they are still alive).

@@ -7,6 +7,7 @@
 // warm-up that lets MKL and the OpenMP runtime reserve what they keep for the life of the process;
 // the limit is then set to what the child has mapped plus a small headroom. AddressSanitizer
 // reserves terabytes of shadow memory, so these tests are skipped in the sanitized build.
+#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -17,8 +18,6 @@
 #include <functional>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dense/VQ_Matrix.h"
 #include "dense/VQ_SymMatrix.h"
@@ -36,8 +35,8 @@ const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n"
 
 TEST(AllocationBeyond32BitCount, DenseMatricesRefuseAndStayUsable) {
   testing::internal::CaptureStdout();
-  VQ_Matrix general(70000, 70000);      // 4.9e9 elements
-  VQ_SymMatrix packed(70000, 1.0);      // 2.45e9 packed elements
+  VQ_Matrix general(70000, 70000);  // 4.9e9 elements
+  VQ_SymMatrix packed(70000, 1.0);  // 2.45e9 packed elements
   VQ_Matrix wide(2, INT_MAX);
   const std::string out = testing::internal::GetCapturedStdout();
   for (const VQ_Matrix* m : std::vector<const VQ_Matrix*>{&general, &packed, &wide}) {
@@ -67,25 +66,27 @@ TEST(AllocationBeyond32BitCount, DenseEigenPathsRefuseOrdersTooLargeForTheirWork
   } paths[] = {
       {"LAPACK",
        [&] {
-         return VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                             mass.data(), 1, eigenvalues.data(), nullptr);
+         return VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
+                                             k.values.data(), mass.data(), 1, eigenvalues.data(),
+                                             nullptr);
        }},
       {"LAPACK2",
        [&] {
-         return VQ_EigenvalueAnalysis_LAPACK2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                              k.rowPointers.data(), k.columnIndices.data(), k.values.data(), 0,
-                                              eigenvalues.data(), nullptr);
+         return VQ_EigenvalueAnalysis_LAPACK2(
+             n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), k.rowPointers.data(),
+             k.columnIndices.data(), k.values.data(), 0, eigenvalues.data(), nullptr);
        }},
       {"JACOBI",
        [&] {
-         return VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                             mass.data(), eigenvalues.data(), nullptr);
+         return VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
+                                             k.values.data(), mass.data(), eigenvalues.data(),
+                                             nullptr);
        }},
       {"JACOBI2",
        [&] {
-         return VQ_EigenvalueAnalysis_JACOBI2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                              k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                              eigenvalues.data(), nullptr);
+         return VQ_EigenvalueAnalysis_JACOBI2(
+             n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), k.rowPointers.data(),
+             k.columnIndices.data(), k.values.data(), eigenvalues.data(), nullptr);
        }},
   };
   for (const Path& p : paths) {
@@ -103,17 +104,18 @@ TEST(AllocationBeyond32BitCount, DenseEigenPathsRefuseOrdersTooLargeForTheirWork
   }
 }
 
-// ---- a limited address space ----------------------------------------------------------------------
+// ---- a limited address space
+// ----------------------------------------------------------------------
 
 // Lets MKL, the OpenMP runtime and the factorisation thread set up everything they keep.
 void WarmUp() {
   const vqtest::Csr k = vqtest::Tridiagonal(200);
   std::vector<double> rhs(200, 1.0), x(200);
-  VQ_SparseSolverDirect(200, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), rhs.data(), 0,
-                        x.data());
+  VQ_SparseSolverDirect(200, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                        rhs.data(), 0, x.data());
   std::vector<double> mass(200, 1.0), lambda(200);
-  VQ_EigenvalueAnalysis_LAPACK(200, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), mass.data(), 0,
-                               lambda.data(), nullptr);
+  VQ_EigenvalueAnalysis_LAPACK(200, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                               mass.data(), 0, lambda.data(), nullptr);
 }
 
 // Limits the address space to what the process maps now plus headroomMb (0: no limit).
@@ -152,15 +154,17 @@ bool LimitAddressSpace(long headroomMb) {
 std::string ExpectRegistry(int code, int expectedCode, const std::string& expectedMessage) {
   const vqtest::RegistryError e = vqtest::LastError();
   if (code != expectedCode || e.code != expectedCode || e.message != expectedMessage)
-    return "returned " + std::to_string(code) + ", registry " + std::to_string(e.code) + " \"" + e.message +
-           "\"; expected " + std::to_string(expectedCode) + " \"" + expectedMessage + "\"";
+    return "returned " + std::to_string(code) + ", registry " + std::to_string(e.code) + " \"" +
+           e.message + "\"; expected " + std::to_string(expectedCode) + " \"" + expectedMessage +
+           "\"";
   return "";
 }
 
 std::string HeapReturned(long long before, const char* what) {
   const long long now = vqtest::HeapInUseBytes();
   if (now - before > 256 * 1024)
-    return std::string(what) + ": " + std::to_string(now - before) + " bytes still held after the failure";
+    return std::string(what) + ": " + std::to_string(now - before) +
+           " bytes still held after the failure";
   return "";
 }
 
@@ -168,42 +172,45 @@ class AllocationUnderAddressSpaceLimit : public testing::Test {
  protected:
   void SetUp() override {
     if (vqtest::UnderAddressSanitizer())
-      GTEST_SKIP() << "address-space limits cannot be combined with AddressSanitizer's shadow memory";
+      GTEST_SKIP()
+          << "address-space limits cannot be combined with AddressSanitizer's shadow memory";
     GTEST_FLAG_SET(death_test_style, "threadsafe");
   }
 };
 
 TEST_F(AllocationUnderAddressSpaceLimit, DenseEigenWorkArraysReportMinusOne) {
-  EXPECT_EXIT(RunChild([] {
-                const int n = 4000;  // two 128 MB work arrays; the second one cannot be had
-                const vqtest::Csr k = vqtest::Tridiagonal(n);
-                const std::vector<double> mass(n, 1.0);
-                std::vector<double> lambda(n);
-                const long long heap = vqtest::HeapInUseBytes();
-                if (!LimitAddressSpace(200)) return std::string("setrlimit failed");
-                for (int attempt = 0; attempt < 3; ++attempt) {
-                  const int code = VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
-                                                                k.values.data(), mass.data(), 1, lambda.data(),
-                                                                nullptr);
-                  std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
-                  if (f.empty()) {
-                    const int jacobi = VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
-                                                                    k.values.data(), mass.data(), lambda.data(),
-                                                                    nullptr);
-                    f = ExpectRegistry(jacobi, -1, "Memory Allocation Failed");
-                  }
-                  if (f.empty()) f = HeapReturned(heap, "dense eigen paths");
-                  if (!f.empty()) return f;
-                }
-                // With the limit lifted, a small problem is solved again.
-                LimitAddressSpace(0);
-                std::vector<double> small(10);
-                const vqtest::Csr k10 = vqtest::Tridiagonal(10);
-                const int code = VQ_EigenvalueAnalysis_LAPACK(10, k10.rowPointers.data(), k10.columnIndices.data(),
-                                                              k10.values.data(), mass.data(), 0, small.data(), nullptr);
-                return ExpectRegistry(code, 0, "");
-              }),
-              testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      RunChild([] {
+        const int n = 4000;  // two 128 MB work arrays; the second one cannot be had
+        const vqtest::Csr k = vqtest::Tridiagonal(n);
+        const std::vector<double> mass(n, 1.0);
+        std::vector<double> lambda(n);
+        const long long heap = vqtest::HeapInUseBytes();
+        if (!LimitAddressSpace(200)) return std::string("setrlimit failed");
+        for (int attempt = 0; attempt < 3; ++attempt) {
+          const int code =
+              VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
+                                           k.values.data(), mass.data(), 1, lambda.data(), nullptr);
+          std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
+          if (f.empty()) {
+            const int jacobi =
+                VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
+                                             k.values.data(), mass.data(), lambda.data(), nullptr);
+            f = ExpectRegistry(jacobi, -1, "Memory Allocation Failed");
+          }
+          if (f.empty()) f = HeapReturned(heap, "dense eigen paths");
+          if (!f.empty()) return f;
+        }
+        // With the limit lifted, a small problem is solved again.
+        LimitAddressSpace(0);
+        std::vector<double> small(10);
+        const vqtest::Csr k10 = vqtest::Tridiagonal(10);
+        const int code =
+            VQ_EigenvalueAnalysis_LAPACK(10, k10.rowPointers.data(), k10.columnIndices.data(),
+                                         k10.values.data(), mass.data(), 0, small.data(), nullptr);
+        return ExpectRegistry(code, 0, "");
+      }),
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSolutionCannotBeSized) {
@@ -213,15 +220,18 @@ TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSoluti
                 VQ_SysMatrixDef(h, 0, n);  // the diagonal pattern, closed by the first use below
                 VQ_SysMatrixInit(h, 2.0);
                 VQ_SysVectorHandle rhs = VQ_SysVectorCreate(n, 1.0);
-                VQ_SysVectorHandle x = VQ_SysVectorBegin();  // one entry: the call must size it to n
+                VQ_SysVectorHandle x =
+                    VQ_SysVectorBegin();  // one entry: the call must size it to n
                 if (!rhs || !x) return std::string("setup failed");
                 const long long heap = vqtest::HeapInUseBytes();
                 if (!LimitAddressSpace(2)) return std::string("setrlimit failed");
                 const int code = VQ_SysMatrixSolve(h, rhs, x);
                 std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
                 if (f.empty()) f = HeapReturned(heap, "VQ_SysMatrixSolve");
-                // A vector of n entries cannot be created either; the handles are still destructible.
-                if (f.empty() && VQ_SysVectorCreate(n, 0.0) != nullptr) f = "VQ_SysVectorCreate did not fail";
+                // A vector of n entries cannot be created either; the handles are still
+                // destructible.
+                if (f.empty() && VQ_SysVectorCreate(n, 0.0) != nullptr)
+                  f = "VQ_SysVectorCreate did not fail";
                 LimitAddressSpace(0);
                 VQ_SysVectorEnd(x);
                 VQ_SysVectorEnd(rhs);
@@ -232,27 +242,29 @@ TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSoluti
 }
 
 TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSolvableAfterwards) {
-  EXPECT_EXIT(RunChild([] {
-                const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(30000));
-                const vqtest::Csr k = vqtest::FromModel(model.Stiffness());
-                std::vector<double> rhs = model.EndFaceLoad(0.0, 0.0, -1e3), x(rhs.size());
-                VQ_SetSolverType(0);
-                const long long heap = vqtest::HeapInUseBytes();
-                if (!LimitAddressSpace(24)) return std::string("setrlimit failed");
-                const int code = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                                       k.values.data(), rhs.data(), 0, x.data());
-                std::string f = ExpectRegistry(code, -81, "Not Enough Memory in Sparse Solver");
-                if (f.empty()) f = HeapReturned(heap, "VQ_SparseSolverDirect");
-                LimitAddressSpace(0);
-                if (!f.empty()) return f;
-                const int again = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                                        k.values.data(), rhs.data(), 0, x.data());
-                f = ExpectRegistry(again, 0, "");
-                if (f.empty() && vqtest::RelativeResidual(k, x.data(), rhs.data(), 1) > 1e-8)
-                  f = "solution after the failure is wrong";
-                return f;
-              }),
-              testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      RunChild([] {
+        const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(30000));
+        const vqtest::Csr k = vqtest::FromModel(model.Stiffness());
+        std::vector<double> rhs = model.EndFaceLoad(0.0, 0.0, -1e3), x(rhs.size());
+        VQ_SetSolverType(0);
+        const long long heap = vqtest::HeapInUseBytes();
+        if (!LimitAddressSpace(24)) return std::string("setrlimit failed");
+        const int code = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                               k.values.data(), rhs.data(), 0, x.data());
+        std::string f = ExpectRegistry(code, -81, "Not Enough Memory in Sparse Solver");
+        if (f.empty()) f = HeapReturned(heap, "VQ_SparseSolverDirect");
+        LimitAddressSpace(0);
+        if (!f.empty()) return f;
+        const int again =
+            VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                  k.values.data(), rhs.data(), 0, x.data());
+        f = ExpectRegistry(again, 0, "");
+        if (f.empty() && vqtest::RelativeResidual(k, x.data(), rhs.data(), 1) > 1e-8)
+          f = "solution after the failure is wrong";
+        return f;
+      }),
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AllocationUnderAddressSpaceLimit, ClassesReportMinusOneAndStayUsable) {

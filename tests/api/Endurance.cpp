@@ -7,6 +7,7 @@
 //
 // Under AddressSanitizer the counts are reduced and the memory figures are not compared (its
 // quarantine holds freed memory on purpose); LeakSanitizer checks for leaks at exit instead.
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,8 +16,6 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "models/SolidModel.h"
 #include "support/ModelsSupport.h"
@@ -66,8 +65,9 @@ class Endurance : public testing::Test {
     vqtest::RemoveTree(dir_);
   }
   void ExpectFlat(const Memory& warm, const Memory& end, const char* what) {
-    std::printf("[ memory   ] %s: VmRSS %ld kB after warm-up, %ld kB at the end; heap %lld -> %lld bytes\n",
-                what, warm.rssKb, end.rssKb, warm.heapBytes, end.heapBytes);
+    std::printf(
+        "[ memory   ] %s: VmRSS %ld kB after warm-up, %ld kB at the end; heap %lld -> %lld bytes\n",
+        what, warm.rssKb, end.rssKb, warm.heapBytes, end.heapBytes);
     RecordProperty("rss_warm_kb", static_cast<int>(warm.rssKb));
     RecordProperty("rss_end_kb", static_cast<int>(end.rssKb));
     if (vqtest::UnderAddressSanitizer()) return;
@@ -99,7 +99,8 @@ TEST_F(Endurance, EnvironmentWritesDoNotAccumulate) {
   EXPECT_EQ(std::string(std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE")), "20999");
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
   if (!vqtest::UnderAddressSanitizer()) {
-    EXPECT_LT(after - before, 16 * 1024) << "40000 environment writes kept " << after - before << " bytes";
+    EXPECT_LT(after - before, 16 * 1024)
+        << "40000 environment writes kept " << after - before << " bytes";
   }
 }
 
@@ -136,8 +137,8 @@ TEST_F(Endurance, ThousandFactorSolveCyclesKeepMemoryAndFilesFlat) {
   }
   std::vector<double> advancedRhs = load, advancedX(n);
 
-  // Memory is compared at the same point of the four-call pattern (after a VQ_SysMatrixSolveAdvanced
-  // call): what PARDISO holds differs between the entry points.
+  // Memory is compared at the same point of the four-call pattern (after a
+  // VQ_SysMatrixSolveAdvanced call): what PARDISO holds differs between the entry points.
   const int cycles = Scaled(1000), warmUp = vqtest::UnderAddressSanitizer() ? 8 : 52;
   Memory warm{};
   int checked = 0;
@@ -148,14 +149,14 @@ TEST_F(Endurance, ThousandFactorSolveCyclesKeepMemoryAndFilesFlat) {
     const double* solution = x.data();
     switch (c % 4) {
       case 0:  // in place, in core
-        code = VQ_SparseSolverDirect(n, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                     rhs.data(), 0, nullptr);
+        code = VQ_SparseSolverDirect(n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), rhs.data(), 0, nullptr);
         solution = rhs.data();
         break;
       case 1:  // out of core: PARDISO writes and removes its scratch files each time
-        code = VQ_DirectSparseSolver(n, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                     rhs.data(), 2, -2, nullptr, 0, dir_.c_str(), c & 2, 0, x.data(), 0,
-                                     nullptr, nullptr, 1, 0);
+        code = VQ_DirectSparseSolver(n, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                     k.values.data(), rhs.data(), 2, -2, nullptr, 0, dir_.c_str(),
+                                     c & 2, 0, x.data(), 0, nullptr, nullptr, 1, 0);
         break;
       case 2: {  // handle
         code = VQ_SysMatrixSolve(h, rhsHandle, xHandle);
@@ -165,8 +166,9 @@ TEST_F(Endurance, ThousandFactorSolveCyclesKeepMemoryAndFilesFlat) {
         break;
       }
       default:  // the kept solver, new values on the same pattern every time
-        code = VQ_SysMatrixSolveAdvanced(n, k.values.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                         advancedRhs.data(), 1, 1, advancedX.data());
+        code = VQ_SysMatrixSolveAdvanced(n, k.values.data(), k.rowPointers.data(),
+                                         k.columnIndices.data(), 1, advancedRhs.data(), 1, 1,
+                                         advancedX.data());
         solution = advancedX.data();
         break;
     }
@@ -209,13 +211,14 @@ TEST_F(Endurance, TwoHundredEigenAnalysesKeepMemoryAndFilesFlat) {
     const int kind = a % 4;
     if (kind < 3) {
       // 0 subspace iteration, 1 Ritz vectors, 2 FEAST on an interval holding the lowest four.
-      code = VQ_EigenvalueAnalysis(kind, n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                   mass.data(), 0, -2, dir_.c_str(), 0, 0.0, 0, &found, lambda.data(), 1,
-                                   modes.data(), 0.0, 0.0, 1.5 * reference[nev - 1], nullptr);
+      code = VQ_EigenvalueAnalysis(kind, n, nev, k.rowPointers.data(), k.columnIndices.data(),
+                                   k.values.data(), mass.data(), 0, -2, dir_.c_str(), 0, 0.0, 0,
+                                   &found, lambda.data(), 1, modes.data(), 0.0, 0.0,
+                                   1.5 * reference[nev - 1], nullptr);
     } else {
       std::vector<double> all(n);
-      code = VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                          mass.data(), 0, all.data(), nullptr);
+      code = VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
+                                          k.values.data(), mass.data(), 0, all.data(), nullptr);
       std::copy(all.begin(), all.begin() + nev, lambda.begin());
       found = nev;
     }
@@ -223,7 +226,8 @@ TEST_F(Endurance, TwoHundredEigenAnalysesKeepMemoryAndFilesFlat) {
     ASSERT_GE(found, 1) << "analysis " << a << " kind " << kind;
     // Ritz vectors give estimates; the other methods converge on the lowest eigenvalue.
     const double tolerance = kind == 1 ? 0.05 : 1e-6;
-    EXPECT_LT(vqtest::RelDiff(lambda[0], reference[0]), tolerance) << "analysis " << a << " kind " << kind;
+    EXPECT_LT(vqtest::RelDiff(lambda[0], reference[0]), tolerance)
+        << "analysis " << a << " kind " << kind;
   }
   const Memory end = Memory::Now();
   ExpectFlat(warm, end, "eigen analyses");

@@ -2,13 +2,13 @@
 // and VQ_SysMatrixSolveAdvanced must answer every broken input with -64 and a message that says
 // what is wrong, read nothing past the arrays the calling convention promises, and leave the
 // caller's right-hand sides and solution exactly as they were.
+#include <gtest/gtest.h>
+
 #include <climits>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"
@@ -68,23 +68,68 @@ std::vector<Case> Cases() {
   // A corrupt pointer far beyond the arrays, with columns that keep ascending to the end of the
   // array: a check that walked row 1 before looking at the pointers would read past the three
   // entries the caller holds.
-  cases.push_back(Case{"CorruptRowPointerBeyondArrays", 3, {1, 100, 3, 4}, {1, 2, 3}, {4, -1, 4}, 1,
+  cases.push_back(Case{"CorruptRowPointerBeyondArrays",
+                       3,
+                       {1, 100, 3, 4},
+                       {1, 2, 3},
+                       {4, -1, 4},
+                       1,
                        "row 2: row pointers decrease (100 then 3)"});
-  cases.push_back(Case{"RowPointerAtIntMax", 3, {1, INT_MAX, 3, 4}, {1, 2, 3}, {4, -1, 4}, 1,
+  cases.push_back(Case{"RowPointerAtIntMax",
+                       3,
+                       {1, INT_MAX, 3, 4},
+                       {1, 2, 3},
+                       {4, -1, 4},
+                       1,
                        "row 2: row pointers decrease (2147483647 then 3)"});
-  cases.push_back(Case{"EmptyRow", 3, {1, 3, 3, 4}, {1, 2, 3}, {4, -1, 4}, 1,
+  cases.push_back(Case{"EmptyRow",
+                       3,
+                       {1, 3, 3, 4},
+                       {1, 2, 3},
+                       {4, -1, 4},
+                       1,
                        "row 2: the diagonal entry is missing (empty row)"});
-  cases.push_back(Case{"DiagonalNotFirst", 3, {1, 3, 5, 6}, {1, 2, 3, 2, 3}, {4, -1, -1, 4, 4}, 1,
+  cases.push_back(Case{"DiagonalNotFirst",
+                       3,
+                       {1, 3, 5, 6},
+                       {1, 2, 3, 2, 3},
+                       {4, -1, -1, 4, 4},
+                       1,
                        "row 2: the diagonal entry is missing (first column is 3)"});
-  cases.push_back(Case{"ColumnBelowDiagonal", 3, {1, 3, 5, 6}, {1, 2, 1, 3, 3}, {4, -1, -1, 4, 4}, 1,
+  cases.push_back(Case{"ColumnBelowDiagonal",
+                       3,
+                       {1, 3, 5, 6},
+                       {1, 2, 1, 3, 3},
+                       {4, -1, -1, 4, 4},
+                       1,
                        "row 2: column index 1 lies below the diagonal"});
-  cases.push_back(Case{"ColumnBeyondOrder", 3, {1, 3, 5, 6}, {1, 2, 2, 4, 3}, {4, -1, 4, -1, 4}, 1,
+  cases.push_back(Case{"ColumnBeyondOrder",
+                       3,
+                       {1, 3, 5, 6},
+                       {1, 2, 2, 4, 3},
+                       {4, -1, 4, -1, 4},
+                       1,
                        "row 2: column index 4 exceeds the order 3"});
-  cases.push_back(Case{"ColumnsNotAscending", 3, {1, 4, 5, 6}, {1, 3, 2, 2, 3}, {4, -1, -1, 4, 4}, 1,
+  cases.push_back(Case{"ColumnsNotAscending",
+                       3,
+                       {1, 4, 5, 6},
+                       {1, 3, 2, 2, 3},
+                       {4, -1, -1, 4, 4},
+                       1,
                        "row 1: column indices are not strictly ascending (3 then 2)"});
-  cases.push_back(Case{"RepeatedColumn", 3, {1, 4, 5, 6}, {1, 2, 2, 2, 3}, {4, -1, -1, 4, 4}, 1,
+  cases.push_back(Case{"RepeatedColumn",
+                       3,
+                       {1, 4, 5, 6},
+                       {1, 2, 2, 2, 3},
+                       {4, -1, -1, 4, 4},
+                       1,
                        "row 1: column indices are not strictly ascending (2 then 2)"});
-  cases.push_back(Case{"MoreEntriesThanOrderAllows", 2, {1, 4, 5}, {1, 2, 3, 2}, {4, -1, -1, 4}, 1,
+  cases.push_back(Case{"MoreEntriesThanOrderAllows",
+                       2,
+                       {1, 4, 5},
+                       {1, 2, 3, 2},
+                       {4, -1, -1, 4},
+                       1,
                        "row 1: column index 3 exceeds the order 2"});
   c = Base("NaNOffDiagonal", "value at row 2, column 3 is NaN");
   c.values[3] = kNaN;
@@ -114,7 +159,9 @@ struct Call {
   GuardedArray<int> rp, ci;
   GuardedArray<double> v, rhs, solution;
   explicit Call(const Case& c)
-      : rp(c.rowPointers.size()), ci(c.columnIndices.size()), v(c.values.size()),
+      : rp(c.rowPointers.size()),
+        ci(c.columnIndices.size()),
+        v(c.values.size()),
         rhs(static_cast<size_t>(std::max(c.n, 1)) * std::max(c.nrhs, 1), 1.5),
         solution(rhs.size(), -3.25) {
     for (size_t k = 0; k < c.rowPointers.size(); ++k) rp[k] = c.rowPointers[k];
@@ -133,8 +180,7 @@ struct Call {
       case EntryPoint::DirectSparseSolver:
         return VQ_DirectSparseSolver(c.n, c.nrhs, prp, pci, pv, pb, 0, -2, nullptr, 0, "", 1, 0, px,
                                      0, nullptr, nullptr, 0, 0);
-      default:
-        return VQ_SysMatrixSolveAdvanced(c.n, pv, prp, pci, c.nrhs, pb, 1, 1, px);
+      default: return VQ_SysMatrixSolveAdvanced(c.n, pv, prp, pci, c.nrhs, pb, 1, 1, px);
     }
   }
 };
@@ -155,7 +201,8 @@ TEST_P(HostileDirectInput, IsRejectedWithItsDescriptionAndTouchesNothing) {
   for (bool inPlace : {true, false}) {
     SCOPED_TRACE(std::string(c.name) + (inPlace ? " in place" : " into a solution array"));
     Call call(c);
-    const std::vector<double> rhsBefore = call.rhs.Values(), solutionBefore = call.solution.Values();
+    const std::vector<double> rhsBefore = call.rhs.Values(),
+                              solutionBefore = call.solution.Values();
     VQ_ResolveWarning(-23);  // the registry must be reset by the call
     const int code = call.Run(e, c, inPlace);
     EXPECT_EQ(code, -64);
@@ -183,7 +230,8 @@ INSTANTIATE_TEST_SUITE_P(AllEntryPoints, HostileDirectInput,
 
 // The base model itself is solved by all three, so the cases above fail for their own fault.
 TEST(HostileDirectInputBaseline, ValidModelSolvesThroughEveryEntryPoint) {
-  for (EntryPoint e : {EntryPoint::SparseSolverDirect, EntryPoint::DirectSparseSolver, EntryPoint::SolveAdvanced}) {
+  for (EntryPoint e : {EntryPoint::SparseSolverDirect, EntryPoint::DirectSparseSolver,
+                       EntryPoint::SolveAdvanced}) {
     SCOPED_TRACE(Name(e));
     VQ_ReleaseSolver();
     const Case c = Base("Valid", "");
@@ -215,10 +263,11 @@ TEST(HostileDirectInputSettings, UnknownTypesAndMissingDiagonalArraysAreRejected
                   {0, 2, 1, "diagonal information requested but a diagonal array is null"}};
   for (const Setting& s : settings) {
     SCOPED_TRACE(s.problem);
-    EXPECT_EQ(VQ_DirectSparseSolver(5, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                    rhs.data(), s.solverType, s.matrixType, nullptr, 0, "", 1, 0, x.data(),
-                                    s.diagonalInfo, nullptr, nullptr, 0, 0),
-              -64);
+    EXPECT_EQ(
+        VQ_DirectSparseSolver(5, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                              rhs.data(), s.solverType, s.matrixType, nullptr, 0, "", 1, 0,
+                              x.data(), s.diagonalInfo, nullptr, nullptr, 0, 0),
+        -64);
     EXPECT_EQ(vqtest::LastError().message, std::string("ERROR_INVALID_MATRICES: ") + s.problem);
     EXPECT_TRUE(vqtest::SameBits(rhs.Values(), before));
     EXPECT_TRUE(rhs.Intact() && x.Intact());
@@ -231,21 +280,21 @@ TEST(HostileDirectInputKeptSolver, NaNOnRefactorIsRejectedAndTheKeptSolverStaysU
   VQ_ReleaseSolver();
   vqtest::Csr k = vqtest::Tridiagonal(6);
   std::vector<double> rhs(6, 1.0), x(6, 0.0);
-  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, k.values.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 0, x.data()),
+  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, k.values.data(), k.rowPointers.data(),
+                                      k.columnIndices.data(), 1, rhs.data(), 1, 0, x.data()),
             0);
   std::vector<double> broken = k.values;
   broken[4] = kNaN;
   std::vector<double> x2(6, 7.0);
-  EXPECT_EQ(VQ_SysMatrixSolveAdvanced(6, broken.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 1, x2.data()),
+  EXPECT_EQ(VQ_SysMatrixSolveAdvanced(6, broken.data(), k.rowPointers.data(),
+                                      k.columnIndices.data(), 1, rhs.data(), 1, 1, x2.data()),
             -64);
   EXPECT_EQ(vqtest::LastError().message, "ERROR_INVALID_MATRICES: value at row 3, column 3 is NaN");
   EXPECT_EQ(x2, std::vector<double>(6, 7.0));
   std::vector<double> scaled = k.values;
   for (double& v : scaled) v *= 2.0;
-  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, scaled.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 1, x2.data()),
+  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, scaled.data(), k.rowPointers.data(),
+                                      k.columnIndices.data(), 1, rhs.data(), 1, 1, x2.data()),
             0);
   for (int i = 0; i < 6; ++i) EXPECT_NEAR(x2[i], 0.5 * x[i], 1e-14);
   VQ_ReleaseSolver();

@@ -3,13 +3,13 @@
 // NaN or infinite values in K or the mass, missing arrays and non-positive counts give -64 with
 // a description, clear the caller's outputs and write nothing past them; more eigenvalues than
 // the order are answered with what exists, the rest of the caller's slots left cleared.
+#include <gtest/gtest.h>
+
 #include <climits>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"
@@ -39,9 +39,10 @@ struct EigenCall {
   EigenCall(int n, int nev)
       : eigenvalues(static_cast<size_t>(std::max(nev, 1)), -7.0),
         modes(static_cast<size_t>(std::max(n, 1)) * std::max(nev, 1), -7.0) {}
-  int Run(int type, int n, int nev, const int* rp, const int* ci, const double* v, const double* mass) {
-    return VQ_EigenvalueAnalysis(type, n, nev, rp, ci, v, mass, 0, -2, "", 0, 0.0, 0, &found, eigenvalues.data(),
-                                 1, modes.data(), 0.0, 0.0, 10.0, nullptr);
+  int Run(int type, int n, int nev, const int* rp, const int* ci, const double* v,
+          const double* mass) {
+    return VQ_EigenvalueAnalysis(type, n, nev, rp, ci, v, mass, 0, -2, "", 0, 0.0, 0, &found,
+                                 eigenvalues.data(), 1, modes.data(), 0.0, 0.0, 10.0, nullptr);
   }
   bool Intact() const { return eigenvalues.Intact() && modes.Intact(); }
 };
@@ -54,8 +55,8 @@ TEST_P(HostileEigenInput, MoreEigenvaluesThanTheOrderGiveWhatExists) {
   for (int nev : {5, 8, 40}) {
     SCOPED_TRACE("nev " + std::to_string(nev));
     EigenCall call(m.n, nev);
-    const int code = call.Run(type, m.n, nev, m.rowPointers.data(), m.columnIndices.data(), m.values.data(),
-                              m.mass.data());
+    const int code = call.Run(type, m.n, nev, m.rowPointers.data(), m.columnIndices.data(),
+                              m.values.data(), m.mass.data());
     ASSERT_TRUE(code == 0 || code == 1) << code << " " << vqtest::LastError().message;
     ASSERT_GE(call.found, 1);
     ASSERT_LE(call.found, m.n);
@@ -80,20 +81,39 @@ std::vector<Broken> BrokenCases() {
   const Model m;
   std::vector<Broken> c;
   c.push_back({"OrderZero", 0, 2, {1}, {}, {}, {}, false, "order n"});
-  c.push_back({"NoEigenvalues", 5, 0, m.rowPointers, m.columnIndices, m.values, m.mass, false, "eigenvalues"});
-  c.push_back({"NegativeCount", 5, -3, m.rowPointers, m.columnIndices, m.values, m.mass, false, "eigenvalues"});
-  c.push_back({"CorruptRowPointer", 3, 2, {1, 100, 3, 4}, {1, 2, 3}, {2, -1, 2}, {1, 1, 1}, false,
+  c.push_back({"NoEigenvalues", 5, 0, m.rowPointers, m.columnIndices, m.values, m.mass, false,
+               "eigenvalues"});
+  c.push_back({"NegativeCount", 5, -3, m.rowPointers, m.columnIndices, m.values, m.mass, false,
+               "eigenvalues"});
+  c.push_back({"CorruptRowPointer",
+               3,
+               2,
+               {1, 100, 3, 4},
+               {1, 2, 3},
+               {2, -1, 2},
+               {1, 1, 1},
+               false,
                "row 2: row pointers decrease (100 then 3)"});
   c.push_back({"EmptyRow", 3, 2, {1, 3, 3, 4}, {1, 2, 3}, {2, -1, 2}, {1, 1, 1}, false, "row 2"});
-  c.push_back({"ColumnBeyondOrder", 3, 2, {1, 3, 4, 5}, {1, 7, 2, 3}, {2, -1, 2, 2}, {1, 1, 1}, false,
+  c.push_back({"ColumnBeyondOrder",
+               3,
+               2,
+               {1, 3, 4, 5},
+               {1, 7, 2, 3},
+               {2, -1, 2, 2},
+               {1, 1, 1},
+               false,
                "exceeds the order"});
-  Broken nanK{"NaNInK", 5, 2, m.rowPointers, m.columnIndices, m.values, m.mass, false, "NaN or infinite"};
+  Broken nanK{"NaNInK", 5,      2,     m.rowPointers,    m.columnIndices,
+              m.values, m.mass, false, "NaN or infinite"};
   nanK.values[3] = kNaN;
   c.push_back(nanK);
-  Broken infK{"InfinityInK", 5, 2, m.rowPointers, m.columnIndices, m.values, m.mass, false, "NaN or infinite"};
+  Broken infK{"InfinityInK", 5,      2,     m.rowPointers,    m.columnIndices,
+              m.values,      m.mass, false, "NaN or infinite"};
   infK.values[8] = -kInf;
   c.push_back(infK);
-  Broken nanMass{"NaNInMass", 5, 2, m.rowPointers, m.columnIndices, m.values, m.mass, false, "NaN or infinite"};
+  Broken nanMass{"NaNInMass", 5,      2,     m.rowPointers,    m.columnIndices,
+                 m.values,    m.mass, false, "NaN or infinite"};
   nanMass.mass[4] = kNaN;
   c.push_back(nanMass);
   Broken nullMass{"NullMass", 5, 2, m.rowPointers, m.columnIndices, m.values, m.mass, true, "mass"};
@@ -113,7 +133,8 @@ TEST_P(HostileEigenMalformed, IsRejectedAndOutputsAreCleared) {
   for (size_t k = 0; k < b.values.size(); ++k) v[k] = b.values[k];
   for (size_t k = 0; k < b.mass.size(); ++k) mass[k] = b.mass[k];
   EigenCall call(b.n, b.nev);
-  const int code = call.Run(type, b.n, b.nev, rp.data(), ci.data(), v.data(), b.nullMass ? nullptr : mass.data());
+  const int code = call.Run(type, b.n, b.nev, rp.data(), ci.data(), v.data(),
+                            b.nullMass ? nullptr : mass.data());
   EXPECT_EQ(code, -64);
   const vqtest::RegistryError e = vqtest::LastError();
   EXPECT_EQ(e.code, -64);
@@ -125,21 +146,26 @@ TEST_P(HostileEigenMalformed, IsRejectedAndOutputsAreCleared) {
 }
 
 std::string MalformedName(const testing::TestParamInfo<std::tuple<int, int>>& info) {
-  return "Type" + std::to_string(std::get<0>(info.param)) + "_" + BrokenCases()[std::get<1>(info.param)].name;
+  return "Type" + std::to_string(std::get<0>(info.param)) + "_" +
+         BrokenCases()[std::get<1>(info.param)].name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Methods, HostileEigenInput, testing::Values(0, 1, 2),
-                         [](const testing::TestParamInfo<int>& info) { return "Type" + std::to_string(info.param); });
+                         [](const testing::TestParamInfo<int>& info) {
+                           return "Type" + std::to_string(info.param);
+                         });
 INSTANTIATE_TEST_SUITE_P(Methods, HostileEigenMalformed,
                          testing::Combine(testing::Values(0, 1, 2),
-                                          testing::Range(0, static_cast<int>(BrokenCases().size()))),
+                                          testing::Range(0,
+                                                         static_cast<int>(BrokenCases().size()))),
                          MalformedName);
 
 TEST(HostileEigenDispatcher, UnknownMethodNumbersAreUnclassified) {
   Model m;
   for (int type : {3, -1, INT_MAX, INT_MIN}) {
     EigenCall call(m.n, 3);
-    EXPECT_EQ(call.Run(type, m.n, 3, m.rowPointers.data(), m.columnIndices.data(), m.values.data(), m.mass.data()),
+    EXPECT_EQ(call.Run(type, m.n, 3, m.rowPointers.data(), m.columnIndices.data(), m.values.data(),
+                       m.mass.data()),
               -9999);
     const vqtest::RegistryError e = vqtest::LastError();
     EXPECT_EQ(e.code, -9999);
@@ -157,20 +183,22 @@ TEST(HostileEigenDensePaths, MalformedOrNonFiniteInputIsRejected) {
   const std::vector<int> columns{1, 2, 3};
   const std::vector<double> values{2, -1, 2}, mass{1, 1, 1};
   GuardedArray<double> lambda(3, 5.0), vectors(9, 5.0);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_LAPACK(3, corrupt.data(), columns.data(), values.data(), mass.data(), 1,
-                                         lambda.data(), vectors.data()),
+  EXPECT_EQ(VQ_EigenvalueAnalysis_LAPACK(3, corrupt.data(), columns.data(), values.data(),
+                                         mass.data(), 1, lambda.data(), vectors.data()),
             -64);
-  EXPECT_NE(vqtest::LastError().message.find("row pointers decrease (100 then 3)"), std::string::npos);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_JACOBI(3, corrupt.data(), columns.data(), values.data(), mass.data(), lambda.data(),
-                                         vectors.data()),
+  EXPECT_NE(vqtest::LastError().message.find("row pointers decrease (100 then 3)"),
+            std::string::npos);
+  EXPECT_EQ(VQ_EigenvalueAnalysis_JACOBI(3, corrupt.data(), columns.data(), values.data(),
+                                         mass.data(), lambda.data(), vectors.data()),
             -64);
   Model m;
   m.values[2] = kNaN;
   GuardedArray<double> lambda5(5, 5.0), vectors5(25, 5.0);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_LAPACK2(5, m.rowPointers.data(), m.columnIndices.data(), m.values.data(),
-                                          m.rowPointers.data(), m.columnIndices.data(), m.values.data(), 1,
-                                          lambda5.data(), vectors5.data()),
-            -64);
+  EXPECT_EQ(
+      VQ_EigenvalueAnalysis_LAPACK2(5, m.rowPointers.data(), m.columnIndices.data(),
+                                    m.values.data(), m.rowPointers.data(), m.columnIndices.data(),
+                                    m.values.data(), 1, lambda5.data(), vectors5.data()),
+      -64);
   EXPECT_EQ(vqtest::LastError().code, -64);
   for (int k = 0; k < 5; ++k) EXPECT_EQ(lambda5[k], 0.0);
   EXPECT_EQ(vectors5.Values(), std::vector<double>(25, 5.0));

@@ -3,13 +3,13 @@
 // values. Element and vector operations skip what they cannot place, without touching anything
 // outside the handles and the caller's arrays; the solving functions report -64 with what is
 // wrong and leave the solution vector unchanged.
+#include <gtest/gtest.h>
+
 #include <climits>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"
@@ -95,14 +95,16 @@ TEST_F(HostileHandles, NullAndEmptyHandlesAreRejected) {
   ExpectRejected(VQ_SysMatrixSolve(empty, rhs_, x_), "system matrix has no equations (order 0)");
   VQ_SysMatrixEnd(empty);
   VQ_SysVectorHandle shortRhs = VQ_SysVectorCreate(2, 1.0);
-  ExpectRejected(VQ_SysMatrixSolve(h_, shortRhs, x_), "right-hand side has 2 entries, the matrix 3 equations");
+  ExpectRejected(VQ_SysMatrixSolve(h_, shortRhs, x_),
+                 "right-hand side has 2 entries, the matrix 3 equations");
   VQ_SysVectorEnd(shortRhs);
 }
 
 TEST_F(HostileHandles, SolveMultRejectsNegativeCountsAndMissingHandles) {
   VQ_SysVectorHandle rhsList[1] = {rhs_};
   VQ_SysVectorHandle solList[1] = {nullptr};
-  ExpectRejected(VQ_SysMatrixSolveMult(h_, -1, rhsList, solList), "count of right-hand sides is negative");
+  ExpectRejected(VQ_SysMatrixSolveMult(h_, -1, rhsList, solList),
+                 "count of right-hand sides is negative");
   ExpectRejected(VQ_SysMatrixSolveMult(h_, 1, nullptr, solList), "array of vector handles is null");
   ExpectRejected(VQ_SysMatrixSolveMult(h_, 1, rhsList, solList), "solution handle 0 is null");
 }

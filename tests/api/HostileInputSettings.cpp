@@ -3,11 +3,11 @@
 // crash, corrupt its heap, loop forever or read the caller's arrays in another layout are taken
 // back by the solver before PARDISO sees them; every case below (each found by fuzzing or
 // implied by the array layout) must still give the correct solution of a small model.
+#include <gtest/gtest.h>
+
 #include <climits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"
@@ -22,16 +22,16 @@ struct Setting {
 };
 
 const Setting kSettings[] = {
-    {"NegativeIterativeSolveCode", 3, -1, false},           // heap corruption in the solve
+    {"NegativeIterativeSolveCode", 3, -1, false},  // heap corruption in the solve
     {"HugeIterativeSolveCode", 3, -473637142, true},
-    {"UnderflowingStoppingExponent", 3, 3242, false},       // 10^-324 == 0: endless iteration
-    {"UnknownPermutationSwitch", 4, 3, false},              // crash in the ordering
-    {"PermutationReadFromAnEmptyArray", 4, 1, true},        // no caller can supply one
-    {"UnknownOutOfCoreMode", 59, -2, false},                // crash in the factorisation
+    {"UnderflowingStoppingExponent", 3, 3242, false},  // 10^-324 == 0: endless iteration
+    {"UnknownPermutationSwitch", 4, 3, false},         // crash in the ordering
+    {"PermutationReadFromAnEmptyArray", 4, 1, true},   // no caller can supply one
+    {"UnknownOutOfCoreMode", 59, -2, false},           // crash in the factorisation
     {"OutOfCoreModeBeyondTwo", 59, 1000, true},
-    {"ThreadCountBeyondAnyMachine", 33, INT_MAX, true},     // endless analysis
-    {"SinglePrecision", 27, 1, false},                      // would read the doubles as floats
-    {"ZeroBasedIndices", 34, 1, false},                     // would read the rows off by one
+    {"ThreadCountBeyondAnyMachine", 33, INT_MAX, true},  // endless analysis
+    {"SinglePrecision", 27, 1, false},                   // would read the doubles as floats
+    {"ZeroBasedIndices", 34, 1, false},                  // would read the rows off by one
     {"SchurComplement", 35, 1, true},
     {"BlockFormat", 36, 3, false},
     {"PartialSolution", 30, 2, false},
@@ -66,8 +66,8 @@ TEST_P(HostileSettings, SolutionIsStillCorrect) {
     std::vector<double> rhs(2 * 15), x(2 * 15, 0.0);
     for (int i = 0; i < 30; ++i) rhs[i] = 1.0 + i % 4;
     const std::vector<double> load = rhs;
-    ASSERT_EQ(VQ_SparseSolverDirect(15, 2, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                    rhs.data(), 0, inPlace ? nullptr : x.data()),
+    ASSERT_EQ(VQ_SparseSolverDirect(15, 2, k.rowPointers.data(), k.columnIndices.data(),
+                                    k.values.data(), rhs.data(), 0, inPlace ? nullptr : x.data()),
               0)
         << vqtest::LastError().message;
     EXPECT_LT(vqtest::RelativeResidual(k, inPlace ? rhs.data() : x.data(), load.data(), 2), 1e-12);
@@ -75,7 +75,9 @@ TEST_P(HostileSettings, SolutionIsStillCorrect) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PardisoParameters, HostileSettings, testing::ValuesIn(kSettings),
-                         [](const testing::TestParamInfo<Setting>& info) { return std::string(info.param.name); });
+                         [](const testing::TestParamInfo<Setting>& info) {
+                           return std::string(info.param.name);
+                         });
 
 // Indices outside 0..63 are ignored by every setter and by the override list.
 TEST(HostileSettingsIndices, OutOfRangeIndicesChangeNothing) {
@@ -93,8 +95,8 @@ TEST(HostileSettingsIndices, OutOfRangeIndicesChangeNothing) {
   VQ_OverrideDefaultSparseSolverParam(1000, 1);
   const vqtest::Csr k = vqtest::Tridiagonal(4);
   std::vector<double> rhs(4, 1.0), x(4);
-  EXPECT_EQ(VQ_SparseSolverDirect(4, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), rhs.data(),
-                                  0, x.data()),
+  EXPECT_EQ(VQ_SparseSolverDirect(4, 1, k.rowPointers.data(), k.columnIndices.data(),
+                                  k.values.data(), rhs.data(), 0, x.data()),
             0);
   VQ_ResetOverrideListSparseSolverParam();
 }

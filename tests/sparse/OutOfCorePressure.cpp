@@ -6,13 +6,13 @@
 // That the factor really went to disk is shown by keeping PARDISO's scratch files once
 // (MKL_PARDISO_OOC_KEEP_FILE "0"); otherwise they are gone after every call. A working directory
 // where no file can be created gives PARDISO's out-of-core file error as code and message.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "models/SolidModel.h"
 #include "support/ModelsSupport.h"
@@ -61,12 +61,14 @@ class OutOfCorePressure : public testing::Test {
   }
 
   // Solution by VQ_DirectSparseSolver with the given solver type; PARDISO's parameters in params.
-  int Solve(int solverType, const std::string& workingDirectory, std::vector<double>& x, int* params) {
+  int Solve(int solverType, const std::string& workingDirectory, std::vector<double>& x,
+            int* params) {
     std::vector<double> rhs = *load_;
     x.assign(rhs.size(), 0.0);
-    return VQ_DirectSparseSolver(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(), k_->values.data(),
-                                 rhs.data(), solverType, -2, params, 0, workingDirectory.c_str(), 1, 0, x.data(),
-                                 0, nullptr, nullptr, 0, 0);
+    return VQ_DirectSparseSolver(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
+                                 k_->values.data(), rhs.data(), solverType, -2, params, 0,
+                                 workingDirectory.c_str(), 1, 0, x.data(), 0, nullptr, nullptr, 0,
+                                 0);
   }
 
   static double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
@@ -100,7 +102,8 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   // (16), minimum in-core memory of the out-of-core mode (62).
   const int inCoreMb = (params[15] + params[16]) / 1000;
   const int budgetMb = (params[15] + params[62]) / 1000 + 2;
-  std::printf("[ budget   ] n = %d, in core %d MB, out-of-core budget %d MB\n", k_->n, inCoreMb, budgetMb);
+  std::printf("[ budget   ] n = %d, in core %d MB, out-of-core budget %d MB\n", k_->n, inCoreMb,
+              budgetMb);
   ASSERT_LT(budgetMb, inCoreMb) << "the model is too small to put its factor under pressure";
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(budgetMb);
 
@@ -182,8 +185,8 @@ TEST_F(OutOfCorePressure, UnwritableWorkingDirectoryGivesTheScratchFileError) {
   VQ_SetWorkingDir(unwritable.c_str());
   VQ_SetSolverType(1);
   std::vector<double> rhs = *load_;
-  EXPECT_EQ(VQ_SparseSolverDirect(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(), k_->values.data(),
-                                  rhs.data(), 0, x.data()),
+  EXPECT_EQ(VQ_SparseSolverDirect(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
+                                  k_->values.data(), rhs.data(), 0, x.data()),
             -83);
   EXPECT_EQ(vqtest::LastError().message, kOocFileError);
   EXPECT_EQ(rhs, *load_);

@@ -78,7 +78,8 @@ std::vector<std::string> ListDirectory(const std::string& dir) {
 }
 
 std::string MakeTempDir(const std::string& tag) {
-  std::string pattern = std::filesystem::temp_directory_path().string() + "/vqmath-" + tag + "-XXXXXX";
+  std::string pattern =
+      std::filesystem::temp_directory_path().string() + "/vqmath-" + tag + "-XXXXXX";
   std::vector<char> buffer(pattern.begin(), pattern.end());
   buffer.push_back('\0');
   if (!mkdtemp(buffer.data())) return "";

@@ -43,7 +43,8 @@ void RemoveTree(const std::string& dir);
 template <typename T>
 class GuardedArray {
  public:
-  explicit GuardedArray(std::size_t count, T fill = T()) : count_(count), storage_(count + 2 * kGuard) {
+  explicit GuardedArray(std::size_t count, T fill = T())
+      : count_(count), storage_(count + 2 * kGuard) {
     for (std::size_t k = 0; k < kGuard; ++k) {
       storage_[k] = Pattern(k);
       storage_[kGuard + count + k] = Pattern(k);
@@ -57,7 +58,8 @@ class GuardedArray {
   std::vector<T> Values() const { return std::vector<T>(data(), data() + count_); }
   bool Intact() const {
     for (std::size_t k = 0; k < kGuard; ++k)
-      if (!(storage_[k] == Pattern(k)) || !(storage_[kGuard + count_ + k] == Pattern(k))) return false;
+      if (!(storage_[k] == Pattern(k)) || !(storage_[kGuard + count_ + k] == Pattern(k)))
+        return false;
     return true;
   }
 
