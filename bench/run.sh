@@ -81,7 +81,7 @@ log "building the runner and the peers"
 : > "$build/peers-build.log"
 cmake --build "$build" -j "$jobs" --target bench_suite_runner >/dev/null
 for t in bench_write_models bench_dgemm_rate bench_peer_pardiso bench_peer_arpack bench_peer_cholmod \
-         bench_peer_cholmod_refblas bench_peer_spectra; do
+         bench_peer_cholmod_refblas bench_peer_symgeigs; do
   cmake --build "$build" -j "$jobs" --target "$t" >> "$build/peers-build.log" 2>&1 || log "$t not built (see $build/peers-build.log)"
 done
 log "building the library and its benchmark drivers"
@@ -213,13 +213,13 @@ modes_run() { # CASE K M TIMEOUT
   [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method lanczos --K "$k" --M "$m" --workdir "$data/work/"
   measure modes "$c" default "$t" -- "$peers/bench_peer_arpack" --K "$k" --M "$m" ${iparm:+--iparm "$iparm"}
   [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method subspace --K "$k" --M "$m" --workdir "$data/work/"
-  measure modes "$c" default "$t" --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor cholmod
+  measure modes "$c" default "$t" --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_symgeigs" --K "$k" --M "$m" --factor cholmod
 }
 for c in $(printf '%s\n' "$smallest" "$modes_case" | uniq); do
   [ -f "$data/$c.K.bin" ] || continue
   log "natural modes $c"
   modes_run "$c" "$data/$c.K.bin" "$data/$c.M.bin" 600
-  [ "$c" = "$smallest" ] && measure modes "$c" default 180 -- "$peers/bench_peer_spectra" --K "$data/$c.K.bin" --M "$data/$c.M.bin" --factor ldlt
+  [ "$c" = "$smallest" ] && measure modes "$c" default 180 -- "$peers/bench_peer_symgeigs" --K "$data/$c.K.bin" --M "$data/$c.M.bin" --factor ldlt
 done
 
 # ---- required: the frame, static solution and buckling ---------------------------------------------
@@ -239,8 +239,8 @@ if [ -f "$k" ]; then
   b=(--mode buckling --K "$k" --Kg "$data/frame.Kg.bin" --sigma "$sigma")
   [ "$library_ok" = 1 ] && measure buckling frame default 300 -- "$bin/bench_suite_modes" --method lanczos "${b[@]}" --workdir "$data/work/"
   measure buckling frame default 300 -- "$peers/bench_peer_arpack" "${b[@]}" ${iparm:+--iparm "$iparm"}
-  measure buckling frame default 300 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_spectra" "${b[@]}" --factor cholmod
-  measure buckling frame default 300 -- "$peers/bench_peer_spectra" "${b[@]}" --factor ldlt
+  measure buckling frame default 300 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_symgeigs" "${b[@]}" --factor cholmod
+  measure buckling frame default 300 -- "$peers/bench_peer_symgeigs" "${b[@]}" --factor ldlt
 fi
 
 # ---- required: the published structural matrices (small) ---------------------------------------
@@ -258,7 +258,7 @@ if [ -d "$shared" ]; then
     k=$shared/$c.mtx; m=$shared/${c/stk/stm}.mtx
     [ -f "$k" ] && [ -f "$m" ] || continue
     modes_run "$c" "$k" "$m" 120
-    measure modes "$c" default 120 -- "$peers/bench_peer_spectra" --K "$k" --M "$m" --factor ldlt
+    measure modes "$c" default 120 -- "$peers/bench_peer_symgeigs" --K "$k" --M "$m" --factor ldlt
   done
 else
   log "no published matrices at $shared: skipped"
@@ -317,7 +317,7 @@ if [ "$last" -gt 0 ] && [ "$library_ok" = 1 ]; then
 fi
 if [ "$modes_case" != "$smallest" ] && [ -f "$data/$modes_case.K.bin" ]; then
   if fits 185; then
-    measure modes "$modes_case" default 180 -- "$peers/bench_peer_spectra" --K "$data/$modes_case.K.bin" --M "$data/$modes_case.M.bin" --factor ldlt
+    measure modes "$modes_case" default 180 -- "$peers/bench_peer_symgeigs" --K "$data/$modes_case.K.bin" --M "$data/$modes_case.M.bin" --factor ldlt
   else
     skip modes "$modes_case" default spectra-ldlt
   fi
