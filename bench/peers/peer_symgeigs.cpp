@@ -3,8 +3,8 @@
 // B = M lumped) or buckling mode (B = K), with K − σ·B factored by CHOLMOD's supernodal
 // Cholesky (Eigen's CholmodSupport) or by Eigen's own sparse LDLᵀ (SimplicialLDLT, AMD order).
 //
-//   bench_peer_spectra --K K.bin --M M.bin [--sigma 0] [--factor cholmod|ldlt]
-//   bench_peer_spectra --mode buckling --K K.bin --Kg Kg.bin --sigma s [--factor ...]
+//   bench_peer_symgeigs --K K.bin --M M.bin [--sigma 0] [--factor cholmod|ldlt]
+//   bench_peer_symgeigs --mode buckling --K K.bin --Kg Kg.bin --sigma s [--factor ...]
 //   common: [--nev 20] [--ncv n] [--tol 1e-10] [--maxit 1000]
 //
 // The host's upper-triangle CSR is the lower triangle in compressed columns, which is how the
