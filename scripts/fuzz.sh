@@ -60,8 +60,8 @@ for t in "${targets[@]}"; do
       -max_len=8192 -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$root/$artifacts/" \
       "$root/$corpus" "$root/fuzz/corpus/$t") >"$log" 2>&1 || status=$?
   rm -rf "$work"
-  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
-  cov=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1 || true)
+  cov=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2 || true)
   summary+=("$(printf '%-18s %10s inputs  cov %6s  %s' "$t" "${runs:-?}" "${cov:-?}" \
     "$([ $status -eq 0 ] && echo ok || echo "FAILED (see $log)")")")
   [ $status -eq 0 ] || failed+=("$t")
