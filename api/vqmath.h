@@ -173,8 +173,8 @@ char* VQ_GetWorkingDir(void);
  * Pivot counts of the factorisation: VQ_GetNumberOfNegativeEigenvalues/PositiveEigenvalues; an
  * indefinite K (matrix type -2) solves and leaves warning -85 with the pivoting message.
  * Malformed input - null arrays, n < 1, nrhs < 1, row pointers not starting at 1 or decreasing,
- * a missing diagonal, column indices below the diagonal, beyond n or not ascending, a solver type
- * other than 0/1/2 or a matrix type other than 2/-2 - returns -64 with the message
+ * a missing diagonal, column indices below the diagonal, beyond n or not ascending, values that
+ * are NaN or infinite, a solver type other than 0/1/2 or a matrix type other than 2/-2 - returns -64 with the message
  * "ERROR_INVALID_MATRICES: <what is wrong>" and leaves every caller array untouched.
  */
 /* Solves with the process-wide settings: solver type and matrix type (VQ_SetSolverType,
