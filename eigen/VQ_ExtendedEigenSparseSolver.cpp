@@ -227,34 +227,19 @@ void VQ_ExtendedEigenSparseSolver::RepointOwnedB() {
 // ---- user parameters
 // -----------------------------------------------------------------------------
 
-void VQ_ExtendedEigenSparseSolver::SetRunTimeStatus(int value) {
-  userParams_[0] = value;
+// Every setter stores its value for fpm(index + 1) and marks the user parameters as set; the
+// values are validated when FEAST_init hands them to FEAST.
+void VQ_ExtendedEigenSparseSolver::SetUserParameter(int index, int value) {
+  userParams_[index] = value;
   userParamsSet_ = true;
 }
-void VQ_ExtendedEigenSparseSolver::SetNumberOfCountourPoints(int value) {
-  userParams_[1] = value;
-  userParamsSet_ = true;
-}
-void VQ_ExtendedEigenSparseSolver::SetErrorTraceDoublePrecesionStoppingCriteria(int value) {
-  userParams_[2] = value;
-  userParamsSet_ = true;
-}
-void VQ_ExtendedEigenSparseSolver::SetMaxRefinimentLoop(int value) {
-  userParams_[3] = value;
-  userParamsSet_ = true;
-}
-void VQ_ExtendedEigenSparseSolver::SetUserInitialSpace(int value) {
-  userParams_[4] = value;
-  userParamsSet_ = true;
-}
-void VQ_ExtendedEigenSparseSolver::SetStoppingTestType(int value) {
-  userParams_[5] = value;
-  userParamsSet_ = true;
-}
-void VQ_ExtendedEigenSparseSolver::SetErrorTraceSinglePrecesionStoppingCriteria(int value) {
-  userParams_[6] = value;
-  userParamsSet_ = true;
-}
+void VQ_ExtendedEigenSparseSolver::SetRunTimeStatus(int value) { SetUserParameter(0, value); }
+void VQ_ExtendedEigenSparseSolver::SetNumberOfCountourPoints(int value) { SetUserParameter(1, value); }
+void VQ_ExtendedEigenSparseSolver::SetErrorTraceDoublePrecesionStoppingCriteria(int value) { SetUserParameter(2, value); }
+void VQ_ExtendedEigenSparseSolver::SetMaxRefinimentLoop(int value) { SetUserParameter(3, value); }
+void VQ_ExtendedEigenSparseSolver::SetUserInitialSpace(int value) { SetUserParameter(4, value); }
+void VQ_ExtendedEigenSparseSolver::SetStoppingTestType(int value) { SetUserParameter(5, value); }
+void VQ_ExtendedEigenSparseSolver::SetErrorTraceSinglePrecesionStoppingCriteria(int value) { SetUserParameter(6, value); }
 
 // ---- FEAST -------------------------------------------------------------------------------------
 

@@ -121,6 +121,7 @@ class VQ_ExtendedEigenSparseSolver : public VQ_SparseSolver {
   MATLIBDLLCOMMONS::STATE_STATUS status_ = MATLIBDLLCOMMONS::STATUS_OK;
   int fpm_[128];
   bool userParamsSet_ = false;
+  void SetUserParameter(int index, int value);
   int userParams_[7];
 
   // B built by this object (diagonal mass or identity).
