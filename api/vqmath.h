@@ -113,6 +113,15 @@ void VQ_Initialize_RitzVectorsParams(void);
 
 /* Math-library version the library was built against: major, minor, update, build date, number. */
 void VQ_GetMKLVersion(int* major, int* minor, int* update, int* buildDate, int* number /* out */);
+/* The code path MKL runs in this process, as MKL describes it (for example "Intel(R) Advanced
+   Vector Extensions 2 (Intel(R) AVX2) enabled processors"; "Intel(R) Architecture processors" for
+   its generic kernels). On AMD processors MKL 2020 runs its generic kernels unless told the
+   processor qualifies; the library tells it so, and MKL then uses the AVX2/AVX-512 kernels the
+   processor supports (about twice the dense and factorisation speed on AVX-512 processors).
+   VQMATH_MKL_FAST_PATH=0 in the environment before the first MKL call keeps MKL's vendor check.
+   Writes at most size - 1 characters and a terminating zero into text (may be null); returns the
+   length of the full description. */
+int VQ_GetMKLCodePath(char* text /* out: size */, int size /* in */);
 /* The library's own version: 1, 1, 0, 9, 20170603. */
 void VQ_GetMathLibVersion(int* major, int* minor, int* patch, int* build, int* date /* out */);
 
