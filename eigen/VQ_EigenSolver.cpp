@@ -28,11 +28,6 @@ constexpr int kSolverNegativePivots = -3;  // not positive definite
 constexpr int kSolverNoMemory = -4;
 constexpr int kSolverNoMemoryOutOfCore = -5;
 
-// A pivot below this fraction of its diagonal term marks a dependent equation: rigid-body modes
-// give ratios near the rounding level (1e-14 and below), while stiff but regular structural
-// matrices stay above 1e-9.
-constexpr double kSingularPivotRatio = 1e-12;
-
 const char* const kMissedText = "Eigenvalue missed (Subspace Iteration)";
 const char* const kNegativeShiftText =
     "Negative shifting applied automatically to find correct Eigenvalues. (Subspace Iteration)";
@@ -163,66 +158,28 @@ bool VQ_EigenSolver::CheckForRigidBodyModes(std::string fileName, VQ_SparseSolve
     SetStatus(-1);
     return false;
   }
-  // PARDISO factors an exactly singular stiffness matrix without complaint (its zero pivots come
-  // out as rounding-level positive numbers), so the pivots are also compared with K's diagonal.
-  const int n = stiffness_->NumRows();
-  struct Diagonals {
-    std::vector<double> matrix, factor;
-  } diagonals;
-  try {
-    diagonals.matrix.assign(static_cast<std::size_t>(n), 0.0);
-    diagonals.factor.assign(static_cast<std::size_t>(n), 0.0);
-  } catch (const std::bad_alloc&) {
-    SetStatus(-1);
-    return false;
-  }
   // Indefinite type whatever this object's type, and stop when negative pivots appear: a K with
-  // negative pivots fails here as well as a singular one. Out of core, a factorisation short of
-  // memory is retried once with the core size PARDISO asks for, as for every factorisation.
-  auto configure = [](VQ_SparseSolver* s, void* context) {
-    Diagonals* d = static_cast<Diagonals*>(context);
+  // negative pivots fails here as well as a singular one, which the sparse direct solver's rule
+  // reports with its equation. Out of core, a factorisation short of memory is retried once with
+  // the core size PARDISO asks for, as for every factorisation.
+  auto configure = [](VQ_SparseSolver* s, void*) {
     s->SetMatrixType(-2);
     s->Set_StopIfNotPosDefinite(true);
-    s->SetDiagElementsInfo(true, d->matrix.data(), d->factor.data());
   };
   VQ_SparseSolver* solver = nullptr;
-  const int result = DecomposeWithRetry(fileName, &solver, false, nullptr, configure, &diagonals);
+  const int result = DecomposeWithRetry(fileName, &solver, false, nullptr, configure, nullptr);
   if (!solver) {
     SetStatus(-1);
     return false;
   }
   MapDecompositionResult(result, solver);
-  if (result == 0) {
-    const int equation = SingularPivotEquation(n, diagonals.matrix.data(), diagonals.factor.data());
-    if (equation > 0) {
-      instabilityDOF_ = equation;
-      SetStatus(-3);
-    }
-  }
   const bool regular = status_ == MATLIBDLLCOMMONS::STATUS_OK;
   if (regular && keep) {
-    solver->SetDiagElementsInfo(false, nullptr, nullptr);
     *keep = solver;
   } else {
     delete solver;
   }
   return regular;
-}
-
-int VQ_EigenSolver::SingularPivotEquation(int n, const double* matrixDiagonal,
-                                          const double* factorDiagonal) {
-  int worst = 0;
-  double smallest = kSingularPivotRatio;
-  for (int i = 0; i < n; ++i) {
-    const double a = std::fabs(matrixDiagonal[i]);
-    if (a == 0.0) continue;
-    const double ratio = factorDiagonal[i] / a;
-    if (ratio < smallest) {
-      smallest = ratio;
-      worst = i + 1;
-    }
-  }
-  return worst;
 }
 
 // ---- small numerical helpers

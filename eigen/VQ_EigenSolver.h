@@ -82,17 +82,12 @@ class VQ_EigenSolver {
                                VQ_Matrix* rhs);
   // Factorises K without shift as symmetric indefinite with stop-if-not-positive-definite (with the
   // same out-of-core retry): true when K is positive definite. Otherwise the status becomes -2
-  // (negative pivots), -3 (singular: the factorisation broke down, or a pivot fell below 1e-12 of
-  // its diagonal term; instability DOF set), -1 (no memory) or -9999.
+  // (negative pivots), -3 (singular by the sparse direct solver's rule, see VQ_SetSingularPivotRatio;
+  // instability DOF set), -1 (no memory) or -9999.
   bool CheckForRigidBodyModes(std::string fileName);
   // The same; when K passes and `keep` is not null, the factorised solver is handed over in *keep
   // (the caller deletes it) instead of being deleted, so that an unshifted first pass can reuse it.
   bool CheckForRigidBodyModes(std::string fileName, VQ_SparseSolver** keep);
-  // The equation (1-based) whose pivot is smallest relative to its diagonal term, when that ratio
-  // is below 1e-12 (or not positive); 0 when there is none. It names the equation at which a
-  // positive semi-definite K is singular.
-  static int SingularPivotEquation(int n, const double* matrixDiagonal,
-                                   const double* factorDiagonal);
   // Maps a decomposition result onto the status as CheckForRigidBodyModes does (0 leaves the
   // status); the instability DOF is taken from solver for a singular matrix.
   void MapDecompositionResult(int result, const VQ_SparseSolver* solver);

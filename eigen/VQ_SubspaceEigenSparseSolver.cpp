@@ -31,6 +31,7 @@ constexpr int kMaxIterations = 200;
 constexpr int kDefaultPasses = 1000;
 
 // Sparse-solver statuses met by the solve step.
+constexpr int kSolverZeroPivot = -1;
 constexpr int kSolverNegativePivots = -3;
 constexpr int kSolverNoMemory = -4;
 constexpr int kSolverNoMemoryOutOfCore = -5;
@@ -524,6 +525,10 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
   const std::unique_ptr<VQ_SparseSolver> owner(solver);
   if (decomposition != 0) {
     MapDecompositionResult(decomposition, solver);
+    // With rigid-body modes allowed, an unshifted K that is singular is expected: nothing can be
+    // found without a shift (the entry points then shift below zero and run again).
+    if (rigidBodyModesAllowed_ && appliedShift_ == 0.0 && decomposition == kSolverZeroPivot)
+      SetStatus(-21);
     return -1;
   }
 

@@ -17,9 +17,11 @@
 #include "sparse/internal/PardisoReports.h"
 #include "sparse/internal/PardisoWorkspace.h"
 #include "sparse/internal/PivotOrder.h"
+#include "sparse/internal/SingularityCheck.h"
 
 using vqmath::internal::PardisoArgs;
 using vqmath::internal::PardisoHandle;
+using vqmath::internal::SingularityCheck;
 namespace vi = vqmath::internal;
 
 namespace {
@@ -62,6 +64,14 @@ constexpr char kNotFactorisedMessage[] =
     "\f"
     "actorization Called";
 
+// Registry text of an instability (code -3), the message of a matrix found singular.
+constexpr char kSingularMessage[] = "Instability Detected (Ill-conditioned or Singular Matrix Found)";
+
+// Pivot perturbation (10^-value of the matrix norm) of the factorisation that looks at pivots
+// PARDISO perturbed: far below any ratio a host would call singular, so that a vanished pivot
+// shows at the rounding level it came from.
+constexpr int kJudgingPerturbation = 30;
+
 const char* OrEmpty(const char* text) { return text ? text : ""; }
 
 }  // namespace
@@ -71,6 +81,7 @@ const char* OrEmpty(const char* text) { return text ? text : ""; }
 void VQ_SparseSolver::CreateHandle() {
   std::memset(iparm_, 0, sizeof iparm_);
   handle_.reset(new PardisoHandle());
+  singularPivotRatio_ = vi::settings().singularPivotRatio;
 }
 
 VQ_SparseSolver::VQ_SparseSolver() {
@@ -173,6 +184,12 @@ void VQ_SparseSolver::CopyConfiguration(const VQ_SparseSolver& o) {
   factorDiagonal_ = o.factorDiagonal_;
   permutation_.reset();
   permutationSize_ = 0;
+  singularPivotRatio_ = o.singularPivotRatio_;
+  smallestPivotRatio_ = 0.0;
+  smallestPivotEquation_ = 0;
+  pivotMatrixDiagonal_.clear();
+  pivotFactorDiagonal_.clear();
+  pivotsKnown_ = false;
   // A solver of its own gets scratch files of its own.
   SetWorkingDirectory();
 }
@@ -339,21 +356,29 @@ int VQ_SparseSolver::ApplyDecomposition(bool inCallingThread, bool withAnalysis)
 
   if (status_ == vi::kSolverOutOfMemory || status_ == vi::kSolverOutOfMemoryOoc) return status_;
 
-  if (diagonalRequested_ && n_ >= 2 && permutation_ && permutationSize_ == n_) {
-    bool permuted = false;
-    for (int i = 0; i < n_ && !permuted; ++i) permuted = permutation_[i] >= 1;
-    if (permuted) FetchDiagonals();
+  if (diagonalRequested_ && n_ >= 2 && pivotsKnown_) {
+    for (int i = 0; i < n_; ++i) {
+      if (matrixDiagonal_) matrixDiagonal_[i] = pivotMatrixDiagonal_[i];
+      if (factorDiagonal_) factorDiagonal_[i] = pivotFactorDiagonal_[i];
+    }
   }
   return status_;
 }
 
-void VQ_SparseSolver::FetchDiagonals() {
-  if (!matrixDiagonal_ && !factorDiagonal_) return;
+bool VQ_SparseSolver::FetchDiagonals() {
+  pivotsKnown_ = false;
+  if (n_ < 1 || !permutation_ || permutationSize_ != n_) return false;
+  bool permuted = false;
+  for (int i = 0; i < n_ && !permuted; ++i) permuted = permutation_[i] >= 1;
+  if (!permuted) {
+    if (n_ != 1) return false;
+    permutation_[0] = 1;  // one equation needs no ordering
+  }
   std::unique_ptr<double[]> df(new (std::nothrow) double[n_]);
   std::unique_ptr<double[]> da(new (std::nothrow) double[n_]);
   std::unique_ptr<double[]> kd(new (std::nothrow) double[n_]);
-  if (!df || !da || !kd) return;
-  if (handle_->GetDiagonal(df.get(), da.get(), mnum_) != 0) return;
+  if (!df || !da || !kd) return false;
+  if (handle_->GetDiagonal(df.get(), da.get(), mnum_) != 0) return false;
   // K's diagonal in equation order: the first entry of every row.
   const int nnz = rowPointers_[n_] - 1;
   for (int i = 0; i < n_; ++i) {
@@ -366,12 +391,89 @@ void VQ_SparseSolver::FetchDiagonals() {
   if (!vi::EquationsOfPivots(n_, permutation_.get(), da.get(), kd.get(), equations)) {
     equations.assign(permutation_.get(), permutation_.get() + n_);
   }
+  pivotMatrixDiagonal_.assign(static_cast<std::size_t>(n_), 0.0);
+  pivotFactorDiagonal_.assign(static_cast<std::size_t>(n_), 0.0);
   for (int i = 0; i < n_; ++i) {
     const int eq = equations[i];
     if (eq < 1 || eq > n_) continue;
-    if (matrixDiagonal_) matrixDiagonal_[eq - 1] = da[i];
-    if (factorDiagonal_) factorDiagonal_[eq - 1] = df[i];
+    pivotMatrixDiagonal_[eq - 1] = da[i];
+    pivotFactorDiagonal_[eq - 1] = df[i];
   }
+  pivotsKnown_ = true;
+  return true;
+}
+
+int VQ_SparseSolver::CallPardiso(int phase, PardisoArgs& args) noexcept {
+  // Every phase runs with the pivots accessible (iparm[55] = 1) and the permutation returned
+  // (iparm[4] = 2), which the singularity rule needs; iparm keeps and reports the values of those
+  // two entries that the defaults or the host chose.
+  int local[64];
+  std::memcpy(local, iparm_, sizeof local);
+  local[kDiagonalAccess] = 1;
+  if (permutation_ && permutationSize_ == n_) {
+    if (local[kPermutation] == 0) local[kPermutation] = 2;
+    args.perm = permutation_.get();
+  }
+  args.iparm = local;
+  const int error = handle_->Call(phase, args);
+  const int permutationSwitch = iparm_[kPermutation];
+  const int diagonalAccess = iparm_[kDiagonalAccess];
+  std::memcpy(iparm_, local, sizeof local);
+  iparm_[kPermutation] = permutationSwitch;
+  iparm_[kDiagonalAccess] = diagonalAccess;
+  args.iparm = iparm_;
+  return error;
+}
+
+void VQ_SparseSolver::ReportSingular(int equation) {
+  status_ = vi::kSolverZeroPivot;
+  instabilityEquation_ = equation;
+  errorMessage_ = kSingularMessage;
+  factorValid_ = false;
+}
+
+bool VQ_SparseSolver::JudgePivots(PardisoArgs& args) {
+  if (!FetchDiagonals()) return true;  // no pivots reported: nothing to judge
+  SingularityCheck::Pivot smallest =
+      SingularityCheck::SmallestPivot(n_, pivotMatrixDiagonal_.data(), pivotFactorDiagonal_.data());
+  if (iparm_[kPerturbedPivots] > 0 && singularPivotRatio_ > 0.0 &&
+      !SingularityCheck::IsSingular(smallest, singularPivotRatio_)) {
+    // PARDISO replaced pivots that vanished by a perturbation of about 10^-iparm[9] of the
+    // matrix norm, which hides how small they were. They are looked at once more, factored with a
+    // perturbation far below any ratio; the matrix is then factored again with its own settings
+    // when it is regular after all, so its solution stays what it was.
+    int reported[64];
+    std::memcpy(reported, iparm_, sizeof reported);
+    iparm_[kPivotPerturbation] = kJudgingPerturbation;
+    const int judging = CallPardiso(vi::kFactor, args);
+    std::memcpy(iparm_, reported, sizeof reported);
+    if (judging == 0 && FetchDiagonals()) {
+      const SingularityCheck::Pivot exact = SingularityCheck::SmallestPivot(
+          n_, pivotMatrixDiagonal_.data(), pivotFactorDiagonal_.data());
+      if (SingularityCheck::IsSingular(exact, singularPivotRatio_)) {
+        smallestPivotRatio_ = exact.ratio;
+        smallestPivotEquation_ = exact.equation;
+        ReportSingular(exact.equation);
+        return false;
+      }
+    }
+    const int again = CallPardiso(vi::kFactor, args);
+    std::memcpy(iparm_, reported, sizeof reported);
+    if (again != 0) {
+      StoreError(again);
+      return false;
+    }
+    if (FetchDiagonals())
+      smallest = SingularityCheck::SmallestPivot(n_, pivotMatrixDiagonal_.data(),
+                                                 pivotFactorDiagonal_.data());
+  }
+  smallestPivotRatio_ = smallest.ratio;
+  smallestPivotEquation_ = smallest.equation;
+  if (SingularityCheck::IsSingular(smallest, singularPivotRatio_)) {
+    ReportSingular(smallest.equation);
+    return false;
+  }
+  return true;
 }
 
 void VQ_SparseSolver::EnforceArrayLayout() {
@@ -412,12 +514,24 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     errorMessage_.clear();
     warningMessage_.clear();
 
+    smallestPivotRatio_ = 0.0;
+    smallestPivotEquation_ = 0;
+    pivotsKnown_ = false;
+
     if (n_ < 1 || !values_ || !rowPointers_ || !columnIndices_) {
       StoreError(-1);  // input inconsistency: nothing to factor
       return;
     }
 
     EnforceArrayLayout();
+
+    // An equation without stiffness makes the matrix singular whatever the factorisation would
+    // make of it (PARDISO perturbs the zero pivot and carries on).
+    if (const int equation = SingularityCheck::EquationWithoutStiffness(n_, values_, rowPointers_,
+                                                                        columnIndices_)) {
+      ReportSingular(equation);
+      return;
+    }
 
     PardisoArgs args;
     args.maxfct = maxfct_;
@@ -434,20 +548,18 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     args.b = &dummy;  // not read by analysis and factorisation
     args.x = &dummy;
 
-    // The permutation is passed whenever iparm[4] asks for one; PARDISO fills it (value 2) or
-    // reads it (value 1).
-    if (iparm_[kPermutation] != 0) {
-      if (permutationSize_ != n_) {
-        permutation_.reset(new (std::nothrow) int[n_]);
-        permutationSize_ = permutation_ ? n_ : 0;
-        if (permutation_) std::fill(permutation_.get(), permutation_.get() + n_, 0);
-      }
-      if (!permutation_) {
-        StoreError(-2);
-        return;
-      }
-      args.perm = permutation_.get();
+    // PARDISO returns its permutation into this array at every analysis (CallPardiso): the
+    // pivots are put back into the host's equation order with it.
+    if (permutationSize_ != n_) {
+      permutation_.reset(new (std::nothrow) int[n_]);
+      permutationSize_ = permutation_ ? n_ : 0;
+      if (permutation_) std::fill(permutation_.get(), permutation_.get() + n_, 0);
     }
+    if (!permutation_) {
+      StoreError(-2);
+      return;
+    }
+    args.perm = permutation_.get();
 
     // Every solver writes its own scratch files: its path is published again right before
     // PARDISO reads it, since other solvers may have published theirs in the meantime.
@@ -458,7 +570,7 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     if (!handle_->InUse()) withAnalysis = true;
 
     if (withAnalysis) {
-      int error = handle_->Call(vi::kAnalysis, args);
+      int error = CallPardiso(vi::kAnalysis, args);
       if (verbose_) {
         // Composed for the verbose mode and not kept; PARDISO prints its own statistics.
         std::string report = vi::ComposeAnalysisReport(iparm_, mkl_get_max_threads(), n_, nrhs_, oocMode_);
@@ -470,7 +582,7 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
       }
     }
 
-    int error = handle_->Call(vi::kFactor, args);
+    int error = CallPardiso(vi::kFactor, args);
     if (verbose_) {
       std::string report = vi::ComposeFactorizationReport(iparm_, error != 0);
       (void)report;
@@ -482,7 +594,7 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
       // With no equation known yet, a factorisation as positive definite locates the breakdown.
       if (instabilityEquation_ == 0 && mtype_ == -2) {
         args.mtype = 2;
-        int retry = handle_->Call(vi::kFactor, args);
+        int retry = CallPardiso(vi::kFactor, args);
         if (retry != 0) {
           instabilityEquation_ = iparm_[kZeroPivotEquation];
           StoreError(retry);
@@ -500,7 +612,7 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     if (negativePivots_ > 0) {
       if (stopIfNotPosDefinite_) {
         args.mtype = 2;
-        int retry = handle_->Call(vi::kFactor, args);
+        int retry = CallPardiso(vi::kFactor, args);
         if (retry != 0) {
           instabilityEquation_ = iparm_[kZeroPivotEquation];
           pardisoError_ = retry;
@@ -518,6 +630,8 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
         warningCode_ = -1;
       }
     }
+    // The library's one rule for a singular matrix.
+    if (!JudgePivots(args)) return;
     status_ = 0;
     factorValid_ = true;
   } catch (const std::bad_alloc&) {
@@ -597,7 +711,7 @@ int VQ_SparseSolver::SolveForLoadCase(int k) {
     args.msglvl = msglvl_;
     args.b = b;
     args.x = x;
-    int error = handle_->Call(vi::kSolve, args);
+    int error = CallPardiso(vi::kSolve, args);
     if (error != 0) {
       StoreError(error);
       return status_;
@@ -639,6 +753,15 @@ void VQ_SparseSolver::Set_Fill_InReducingOrdering_Type(int ordering) { fillInOrd
 int VQ_SparseSolver::Get_iParm(int i) const { return (i >= 0 && i < 64) ? iparm_[i] : 0; }
 int VQ_SparseSolver::GetLastErrorCode() const { return status_; }
 int VQ_SparseSolver::Get_PardisoError() const { return pardisoError_; }
+
+double VQ_SparseSolver::Set_SingularPivotRatio(double ratio) {
+  if (ratio >= 0.0 && ratio < 1.0) singularPivotRatio_ = ratio;
+  return singularPivotRatio_;
+}
+
+double VQ_SparseSolver::Get_SingularPivotRatio() const { return singularPivotRatio_; }
+double VQ_SparseSolver::Get_SmallestPivotRatio() const { return smallestPivotRatio_; }
+int VQ_SparseSolver::Get_SmallestPivotEquation() const { return smallestPivotEquation_; }
 int VQ_SparseSolver::Get_DOFNumForInstability() const { return instabilityEquation_; }
 int VQ_SparseSolver::Get_NumberOfNegativeEigenvalues() const { return negativePivots_; }
 int VQ_SparseSolver::Get_NumberOfPositiveEigenvalues() const { return positivePivots_; }

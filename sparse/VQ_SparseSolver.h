@@ -37,6 +37,7 @@ class VQ_SparseSymMatrix;
 namespace vqmath {
 namespace internal {
 class PardisoHandle;
+struct PardisoArgs;
 }
 }  // namespace vqmath
 
@@ -139,6 +140,18 @@ class VQ_SparseSolver {
   // diagonal in analysis order, so the two factor entries of a block whose rows it exchanged stay
   // at the analysis positions.
   void SetDiagElementsInfo(bool on, double* matrixDiagonal, double* factorDiagonal);
+  // Singularity: a factorisation fails with status -1 (registry -3 "Instability Detected") and
+  // the instability equation when an equation has no stiffness (zero or missing diagonal, found
+  // before factoring) or when a pivot is smaller than `ratio` times its equation's diagonal entry
+  // of the matrix being factored. Copied from VQ_SetSingularPivotRatio at construction; 0 turns
+  // the pivot test off. Returns the value in force (a negative or non-finite ratio, or one of 1
+  // or more, is ignored).
+  double Set_SingularPivotRatio(double ratio);
+  double Get_SingularPivotRatio() const;
+  // Smallest |pivot| / |diagonal| of the last factorisation and its equation (1-based), 0 when
+  // PARDISO could not report the pivots.
+  double Get_SmallestPivotRatio() const;
+  int Get_SmallestPivotEquation() const;
   // Message of the last error; code translated into the registry codes (a status outside the
   // table leaves `code` as it was).
   void GetSolverErrorInfo(std::string& message, int& code) const;
@@ -169,7 +182,10 @@ class VQ_SparseSolver {
   void StoreError(int pardisoError);
   void SetSolutionInPlace(bool inPlace);
   bool AllocateOwnBuffer();
-  void FetchDiagonals();
+  int CallPardiso(int phase, vqmath::internal::PardisoArgs& args) noexcept;
+  bool FetchDiagonals();
+  bool JudgePivots(vqmath::internal::PardisoArgs& args);
+  void ReportSingular(int equation);
 
   // Borrowed operands.
   double* values_ = nullptr;
@@ -215,4 +231,13 @@ class VQ_SparseSolver {
   double* factorDiagonal_ = nullptr;
   std::unique_ptr<int[]> permutation_;
   int permutationSize_ = 0;
+
+  // The singularity rule and what the last factorisation showed of it. The pivots come back
+  // through PARDISO's diagonal access, which every factorisation switches on for itself.
+  double singularPivotRatio_ = 0.0;
+  double smallestPivotRatio_ = 0.0;
+  int smallestPivotEquation_ = 0;
+  std::vector<double> pivotMatrixDiagonal_;  // equation order
+  std::vector<double> pivotFactorDiagonal_;  // equation order
+  bool pivotsKnown_ = false;
 };

@@ -18,12 +18,6 @@ namespace {
 
 using vqmath::models::CsrMatrix;
 
-// Pivots smaller than this fraction of their diagonal entry mark a singular model: the
-// structure is a mechanism, or a part of it is not supported.
-constexpr double kSingularPivotRatio = 1e-12;
-// PARDISO replaces a vanishing pivot by 1e-8 of the matrix norm and carries on; a perturbed pivot
-// that small against its diagonal entry is such a replacement.
-constexpr double kPerturbedPivotRatio = 1e-7;
 // Below this fraction the model is reported as ill-conditioned (a warning).
 constexpr double kIllConditionedPivotRatio = 1e-8;
 
@@ -134,28 +128,12 @@ int StaticCommand(int argc, char** argv, int first)
     const PivotReport pivots = AnalysePivots(r);
 
     if (r.code == -3 || r.registry.error == -3) {
-        const int dof = r.registry.instabilityDof > 0 ? r.registry.instabilityDof
-                                                      : (pivots.known ? pivots.equation : -1);
+        const int dof = r.registry.instabilityDof;
         throw SolverError(-3, r.registry.message + (dof > 0 ? Format(": instability at equation %d", dof) : ""),
                           dof);
     }
+    // A singular model is the library's verdict (code -3 above): vqsolve judges nothing itself.
     if (r.code != 0 && r.code != -85) throw SolverError(r.code, r.registry.message);
-    // PARDISO perturbs zero pivots of a singular matrix and carries on: catch that here by the
-    // pivot that collapsed against its diagonal entry (or by the perturbation alone when the
-    // diagonals are not known).
-    const bool perturbed = r.PerturbedPivots() > 0;
-    const bool singular = pivots.known ? pivots.smallestRatio < kSingularPivotRatio ||
-                                             (perturbed && pivots.smallestRatio < kPerturbedPivotRatio)
-                                       : perturbed;
-    if (singular) {
-        const int dof = pivots.known ? pivots.equation : -1;
-        std::string why = r.PerturbedPivots() > 0 ? Format("%d zero pivot%s perturbed", r.PerturbedPivots(),
-                                                           r.PerturbedPivots() == 1 ? "" : "s")
-                                                  : Format("pivot ratio %.3g", pivots.smallestRatio);
-        throw SolverError(-3, ErrorText(-3) + (dof > 0 ? Format(": instability at equation %d (%s)", dof, why.c_str())
-                                                       : " (" + why + ")"),
-                          dof);
-    }
 
     // Residuals.
     const int n = k.n;

@@ -45,6 +45,10 @@ struct Settings {
   bool ritzSelectiveReorthogonalization = true;
   bool ritzAddStaticCorrection = false;
 
+  // A pivot smaller than this fraction of its equation's diagonal entry marks the factored
+  // matrix singular (VQ_SetSingularPivotRatio; sparse/internal/SingularityCheck.h).
+  double singularPivotRatio = 1e-12;
+
   bool subspaceLimitActive = false;
   double subspaceLimit = 1000.0;
 

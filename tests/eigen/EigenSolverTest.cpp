@@ -200,16 +200,6 @@ TEST(EigenSolverRigidBody, IndefiniteStiffnessFails) {
   EXPECT_GE(eigen.Get_DOFNumForInstability(), 1);
 }
 
-TEST(EigenSolverRigidBody, PivotRatioNamesTheDependentEquation) {
-  const double a[4] = {4.0, 2.0, 8.0, 1.0};
-  const double regular[4] = {4.0, 1.0, 1e-6, 0.5};
-  EXPECT_EQ(0, VQ_EigenSolver::SingularPivotEquation(4, a, regular));
-  const double singular[4] = {4.0, 1.0, 8e-14, 2e-15};
-  EXPECT_EQ(4, VQ_EigenSolver::SingularPivotEquation(4, a, singular));
-  const double negative[4] = {4.0, -1.0, 1.0, 1.0};
-  EXPECT_EQ(2, VQ_EigenSolver::SingularPivotEquation(4, a, negative));
-}
-
 // ---- numerical helpers
 // ----------------------------------------------------------------------------
 
