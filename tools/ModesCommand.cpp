@@ -142,9 +142,6 @@ int ModesCommand(int argc, char** argv, int first)
         pencil.diagonal = &lumped;
 
     LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
-    if (!MethodAvailable(method, pencil))
-        throw InputError(Format("method %s is not available in this build%s", MethodName(method),
-                                pencil.b ? " for a consistent mass" : ""));
     request.load = &pattern;
     request.wantVectors = true;
     request.outOfCoreMode = common.outOfCoreMode;

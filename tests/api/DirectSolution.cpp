@@ -144,20 +144,6 @@ TEST_P(DirectSolutionPaths, GeneratedSolidWithDenseReference) {
   EXPECT_EQ(0, VQ_GetNumberOfNegativeEigenvalues());
 }
 
-TEST_P(DirectSolutionPaths, SolidBeyondTheCoreSize) {
-  if (GetParam().solverType == 0) GTEST_SKIP() << "in-core configuration: covered above";
-  // 20 MB of core: the factor of this solid (about 30 MB) does not fit.
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(20);
-  EntryPointSolver s(GetParam(), dir_.path());
-  vqtest::HarnessOptions options;
-  options.rhsCounts = {1, 5};
-  const Csr k = vqtest::SolidStiffness(12000);
-  vqtest::RunSolverChecks(s, k, options);
-  EXPECT_EQ(k.n, VQ_GetNumberOfPositiveEigenvalues());
-  // Scratch files are gone once each call has destroyed its solver.
-  EXPECT_EQ(0, dir_.FileCount());
-}
-
 INSTANTIATE_TEST_SUITE_P(
     EntryPoints, DirectSolutionPaths,
     ::testing::Values(EntryConfig{"SettingsInCore", true, 0, 0},
@@ -254,51 +240,6 @@ TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
   EXPECT_EQ(vqtest::Diagonal(k), d1);
   EXPECT_EQ(d.factorDiagonal, d2);
   EXPECT_EQ(d.keptParams[17], params[17]);
-}
-
-TEST_F(DirectSolution, OutOfCoreRetryRaisesTheCoreSizeToWhatPardisoAskedFor) {
-  const Csr k = vqtest::SolidStiffness(6000);
-  const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-
-  // Without the retry: out of memory out of core; the parameters tell the memory PARDISO wants.
-  int params[64] = {};
-  std::vector<double> b = f;
-  ASSERT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
-                                       0, 1, nullptr, 0, nullptr, nullptr, 0, 0));
-  EXPECT_EQ("Not Enough Memory for OOC in Sparse Solver", LastMessage());
-  const long long wanted = std::max<long long>(params[14], params[15] + params[62]) / 1000 + 1;
-  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-
-  // Solver type 1 never retries.
-  b = f;
-  EXPECT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 1, -2, params, 0, dir_.path().c_str(),
-                                       0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
-  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-
-  // With the retry allowed: one more run with the larger core size, which solves.
-  b = f;
-  EXPECT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
-                                     0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
-  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-  EXPECT_EQ(std::to_string(wanted), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
-  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
-
-  // The process-wide retry flag (key 1006) does the same for VQ_SparseSolverDirect.
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-  VQ_SetSolverType(2);
-  b = f;
-  EXPECT_EQ(-82, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 0, nullptr));
-  vi::directSolverSettings().retryOutOfCore = true;
-  b = f;
-  EXPECT_EQ(0, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 0, nullptr));
-  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
 }
 
 TEST_F(DirectSolution, ParameterOverridesReachTheSolverOfAnEntryPoint) {

@@ -101,24 +101,6 @@ TEST_F(EigenEntryPoints, SubspaceSparseMassMatchesDenseLapack) {
   EXPECT_LT(vqtest::EigenResidual(k, m, nev, values.data(), shapes.data()), 1e-6);
 }
 
-TEST_F(EigenEntryPoints, OverrideCountIsNeverCopiedPastNev) {
-  vqmath::models::SolidModel model({6, 2, 2});
-  Csr k = vqtest::FromModel(model.Stiffness());
-  const int nev = 3;
-  std::vector<double> values(nev + 4, 77.0), shapes(static_cast<size_t>(k.n) * (nev + 4), 77.0);
-  int found = 0;
-  int code = VQ_EigenvalueAnalysis_SubSpaceSolver(
-      k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-      model.LumpedMass().data(), 0, -2, "", 0, 0.0, 0, &found, values.data(), 1, shapes.data(),
-      0.0, 1, nev + 3, 0.0);
-  ASSERT_EQ(code, 0) << LastError();
-  EXPECT_EQ(found, nev);
-  for (int q = nev; q < nev + 4; ++q) EXPECT_EQ(values[q], 77.0);
-  for (size_t i = static_cast<size_t>(k.n) * nev; i < shapes.size(); ++i) ASSERT_EQ(shapes[i], 77.0);
-  std::vector<double> ref = vqtest::DenseEigenvalues(k, vqtest::DiagonalCsr(model.LumpedMass()));
-  for (int q = 0; q < nev; ++q) EXPECT_LT(vqtest::RelDiff(values[q], ref[q]), 1e-8);
-}
-
 // A free chain of unit springs and masses: one rigid-body mode (eigenvalue 0) and the elastic
 // eigenvalues 4 sin^2(k pi / 2n), k = 1 .. n-1.
 Csr FreeSpringChain(int n) {
@@ -257,105 +239,6 @@ TEST_F(EigenEntryPoints, RitzVectorsSpanTheLowestModesOfALoadedSolid) {
     EXPECT_LT(vqtest::RelDiff(values[0], ref[0]), 1e-3);
   }
   VQ_SetRitzVectorSolutionType(1);
-}
-
-TEST_F(EigenEntryPoints, DispatcherRejectsUnknownType) {
-  std::vector<double> values(3, 5.0);
-  int found = 9;
-  int code = VQ_EigenvalueAnalysis(3, 2, 3, nullptr, nullptr, nullptr, nullptr, 0, -2, "", 0, 0.0,
-                                   0, &found, values.data(), 0, nullptr, 0.0, 0.0, 0.0, nullptr);
-  EXPECT_EQ(code, -9999);
-  EXPECT_EQ(VQ_GetLastErrorID(), -9999);
-  EXPECT_EQ(LastError(), "Unclassified");
-  EXPECT_EQ(found, 0);
-  for (double v : values) EXPECT_EQ(v, 0.0);
-}
-
-TEST_F(EigenEntryPoints, BadInputIsReportedBeforeAnythingIsBuilt) {
-  // K = [[2, 1], [1, 2]] in upper CSR, M = I.
-  int ia[] = {1, 3, 4}, ja[] = {1, 2, 2};
-  double a[] = {2.0, 1.0, 2.0}, mass[] = {1.0, 1.0};
-  double values[2] = {9.0, 9.0}, shapes[4];
-  int found = 5;
-  auto run = [&](int n, int nev, const int* r, const int* c, const double* v, const double* m) {
-    values[0] = values[1] = 9.0;
-    return VQ_EigenvalueAnalysis_SubSpaceSolver(n, nev, r, c, v, m, 0, -2, "", 0, 0.0, 0, &found,
-                                                values, 1, shapes, 0.0, 0, nev, 0.0);
-  };
-  EXPECT_EQ(run(0, 1, ia, ja, a, mass), -64);
-  EXPECT_EQ(run(2, 0, ia, ja, a, mass), -64);
-  EXPECT_EQ(run(2, 2, nullptr, ja, a, mass), -64);
-  EXPECT_EQ(run(2, 2, ia, ja, a, nullptr), -64);
-  int badColumns[] = {1, 3, 2};  // second row's entry is not its diagonal
-  EXPECT_EQ(run(2, 2, ia, badColumns, a, mass), -64);
-  double nan[] = {2.0, std::nan(""), 2.0};
-  EXPECT_EQ(run(2, 2, ia, ja, nan, mass), -64);
-  EXPECT_NE(LastError().find("NaN"), std::string::npos) << LastError();
-  EXPECT_EQ(found, 0);
-  EXPECT_EQ(values[0], 0.0);
-  // Emin >= Emax is FEAST's own error.
-  int mia[] = {1, 2, 3}, mja[] = {1, 2};
-  EXPECT_EQ(VQ_EigenvalueAnalysis_ExtendedSolver(2, 2, ia, ja, a, mia, mja, mass, 0, -2, "", 5.0,
-                                                 1.0, &found, values, 0, nullptr),
-            -62);
-  EXPECT_EQ(LastError(), "ERROR_LOWER_UPPER_BOUNDS");
-  VQ_Set_INTEL_MKL_NumberOfThreads(2);
-}
-
-TEST(KeyedExchange, SettersAcceptOnlyTheirValues) {
-  VQ_SetSolverType(0);
-  VQ_SetParameterL(1001, 5);
-  EXPECT_EQ(VQ_GetSolverType(), 0);
-  VQ_SetParameterL(1001, 2);
-  EXPECT_EQ(VQ_GetSolverType(), 2);
-  VQ_SetParameterL(1001, 0);
-  VQ_SetParameterL(1002, 1);
-  EXPECT_EQ(VQ_GetSolverMatrixType(), -2);
-  VQ_SetParameterL(1002, 2);
-  EXPECT_EQ(VQ_GetSolverMatrixType(), 2);
-  VQ_SetParameterL(1002, -2);
-  VQ_SetParameterC(1008, "/tmp/");
-  char* dir = VQ_GetWorkingDir();
-  EXPECT_STREQ(dir, "/tmp/");
-  std::free(dir);
-  VQ_SetParameterC(1007, "/elsewhere/");
-  dir = VQ_GetWorkingDir();
-  EXPECT_STREQ(dir, "/tmp/");
-  std::free(dir);
-  VQ_SetParameterC(1008, "");
-}
-
-TEST(KeyedExchange, ResultGettersReturnRules) {
-  int params[64];
-  std::fill(params, params + 64, -5);
-  EXPECT_EQ(VQ_GetResultsIA(1011, 10, params), 1);  // unknown key: nothing copied
-  EXPECT_EQ(params[0], -5);
-  EXPECT_EQ(VQ_GetResultsIA(1010, 65, params), 0);  // more than held
-  EXPECT_EQ(params[0], -5);
-  EXPECT_EQ(VQ_GetResultsIA(1010, 0, params), 1);
-  EXPECT_EQ(params[0], -5);
-  int lp[1] = {3};
-  EXPECT_EQ(VQ_GetResultsLA(1010, 1, lp), 1);
-  EXPECT_EQ(lp[0], 3);
-
-  // A direct solve fills the kept parameters and, with key 1005, the diagonals.
-  int ia[] = {1, 3, 4}, ja[] = {1, 2, 2};
-  double a[] = {4.0, 1.0, 3.0}, rhs[] = {1.0, 2.0}, x[2];
-  VQ_InitializeLibrary();
-  VQ_SetParameterB(1005, 1);
-  ASSERT_EQ(VQ_SparseSolverDirect(2, 1, ia, ja, a, rhs, 0, x), 0);
-  VQ_SetParameterB(1005, 0);
-  EXPECT_EQ(VQ_GetResultsIA(1010, 64, params), 1);
-  EXPECT_EQ(params[0], 1);
-  EXPECT_EQ(params[22], 0);  // no negative pivots
-  double d[3] = {-1.0, -1.0, -1.0};
-  EXPECT_EQ(VQ_GetResultsDA(1013, 3, d), 0);
-  EXPECT_EQ(d[0], -1.0);
-  EXPECT_EQ(VQ_GetResultsDA(1013, 2, d), 1);
-  EXPECT_DOUBLE_EQ(d[0], 4.0);
-  EXPECT_DOUBLE_EQ(d[1], 3.0);
-  EXPECT_EQ(VQ_GetResultsDA(1014, 2, d), 1);
-  EXPECT_EQ(VQ_GetResultsDA(1099, 2, d), 1);
 }
 
 }  // namespace

@@ -170,24 +170,6 @@ TEST(MtxRead, DiagonalDropsOffDiagonalTermsStatusOnlyWhenVerbose) {
 // ---- text dump
 // ---------------------------------------------------------------------------------------
 
-TEST(TextDump, OneByTwoFixedNotation) {
-  const std::string path = ScratchPath("dump.txt");
-  const std::string first =
-      "\nMatrix Type = MATRIX \t NumRows: 1 \t  NumCols: 2 \n"
-      "\n{{  1.50000000 ,   -2.25000000 },\n}\n";
-  VQ_Matrix m = Mat(1, 2, {1.5, -2.25});
-  m.print(path.c_str(), 0, false);
-  EXPECT_EQ(FileBytes(path), first);
-  VQ_DiagonalMatrix(2, 3.0).print(path.c_str(), 1, true);  // appended, scientific
-  EXPECT_EQ(FileBytes(path),
-            first +
-                "\nMatrix Type = DIAGONAL_MATRIX \t NumRows: 2 \t  NumCols: 2 \n"
-                "\n{{3.000000e+00 ,  0.000000e+00 },\n{0.000000e+00 ,  3.000000e+00 },\n}\n");
-  m.print(path.c_str(), 0, true);  // truncates
-  EXPECT_EQ(FileBytes(path).find("DIAGONAL"), std::string::npos);
-  std::remove(path.c_str());
-}
-
 // ---- binary snapshot
 // ---------------------------------------------------------------------------------
 
@@ -212,26 +194,3 @@ TEST(Snapshot, RoundTripOfEachKind) {
   EXPECT_EQ(FileBytes(base + "2.dat"), "");
 }
 
-TEST(Snapshot, MismatchedKindAndDamagedFilesAreRejected) {
-  const std::string base = ScratchPath("snap");
-  VQ_SymMatrix s = RandomSym(4, 11), keep(2, 1.0);
-  VQ_Matrix general;
-  ASSERT_TRUE(s.WriteToFile(base.c_str(), false));
-  EXPECT_FALSE(general.ReadFromFile(base.c_str(), false, false));  // 10 packed values, not 16
-  // A value file shorter than the header promises, then a damaged header.
-  const std::string values = FileBytes(base + "2.dat");
-  WriteBytes(base + "2.dat", values.substr(0, values.size() - 8));
-  EXPECT_FALSE(keep.ReadFromFile(base.c_str(), false, false));
-  EXPECT_EQ(keep.NumRows(), 2);
-  WriteBytes(base + "1.dat", "abc");
-  EXPECT_FALSE(keep.ReadFromFile(base.c_str(), false, false));
-  std::remove((base + "1.dat").c_str());
-  std::remove((base + "2.dat").c_str());
-
-  EXPECT_NE(Stdout([&] {
-              EXPECT_FALSE(keep.ReadFromFile(base.c_str(), true, false));
-            }).find("File Not Found"),
-            std::string::npos);
-  EXPECT_EQ(keep.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_FALSE(VQ_Matrix(1, 1).WriteToFile(ScratchPath("no/such/dir/x").c_str(), false));
-}

@@ -16,34 +16,6 @@ namespace {
 VQ_DiagonalMatrix Diag(V d) { return VQ_DiagonalMatrix(static_cast<int>(d.size()), d.data()); }
 }  // namespace
 
-TEST(DiagonalStorage, RefIgnoresColumnValueDoesNot) {
-  VQ_DiagonalMatrix d(3, 0.0);
-  d(2, 5) = 7.0;
-  EXPECT_EQ(d.GetDataPointer()[1], 7.0);
-  EXPECT_EQ(d.Value(2, 5), 0.0);
-  EXPECT_EQ(d.Value(2, 2), 7.0);
-  EXPECT_EQ(d.Value_(2, 1), 0.0);
-  EXPECT_EQ(&d.Ref_(3, 1), d.GetDataPointer() + 2);
-  EXPECT_EQ(d.GetSizeAllocated(), 3);
-  d.Redimension(5, 0, 1.5);
-  EXPECT_EQ(d.NumCols(), 5);
-  EXPECT_EQ(d.GetSizeAllocated(), 5);
-  EXPECT_EQ(d.Value(5, 5), 1.5);
-}
-
-TEST(DiagonalStorage, TypeMarksOfCopies) {
-  VQ_DiagonalMatrix d = Diag({1, 2}), c(d), a;
-  a = d;
-  EXPECT_EQ(d.MatrixType(), MC::DIAGONAL_MATRIX);
-  EXPECT_EQ(c.MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ(Full(c), Full(d));
-  EXPECT_EQ(a.MatrixType(), MC::DIAGONAL_MATRIX);
-  EXPECT_EQ(Full(a), Full(d));
-  EXPECT_EQ(d.T().MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ((d * 2.0).MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ((d * d).MatrixType(), MC::DIAGONAL_MATRIX);
-}
-
 TEST(DiagonalInverse, IdentityWithReciprocalsDownTheFirstColumnAndCappedReciprocals) {
   VQ_Matrix inv = Diag({2, 4}).Inverse();
   EXPECT_EQ(inv.MatrixType(), MC::MATRIX);

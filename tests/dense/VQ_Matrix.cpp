@@ -32,21 +32,6 @@ bool AllFinite(const VQ_Matrix& m) {
 // ---- storage and lifecycle
 // -----------------------------------------------------------------------
 
-TEST(MatrixStorage, ConstructorsFillAndMark) {
-  VQ_Matrix empty, zero(0, 0);
-  EXPECT_TRUE(HasNoStorage(empty));
-  EXPECT_TRUE(HasNoStorage(zero));
-  EXPECT_EQ(empty.MatrixType(), MC::MATRIX);
-  EXPECT_EQ(zero.Norm(), 0.0);
-  EXPECT_EQ(Full(VQ_Matrix(3, 2)), V(6, 0.0));
-  EXPECT_EQ(Full(VQ_Matrix(2, 2, 7.5)), V(4, 7.5));
-  VQ_Matrix m = Mat(2, 3, {1, 2, 3, 4, 5, 6});
-  EXPECT_EQ(m.Value(1, 2), 3.0);  // column-major
-  EXPECT_EQ(m.Value(2, 3), 6.0);
-  EXPECT_EQ(m.MatrixStatus(), MC::STATUS_OK);
-  EXPECT_EQ(m.GetSizeAllocated(), 6);
-}
-
 TEST(MatrixStorage, ElementPositionIsColumnMajorOneBasedAlsoInPackedStorage) {
   VQ_Matrix m(3, 4);
   m(2, 3) = 5.0;
@@ -79,115 +64,6 @@ TEST(MatrixStorage, AllocationFailureIsDeterministicRecoverableAndNotHiddenByCop
   EXPECT_EQ(huge->MatrixStatus(), MC::STATUS_NO_MEMORY);
   EXPECT_TRUE(HasNoStorage(*huge));
   delete huge;
-}
-
-TEST(MatrixStorage, ShallowStorageIsNeverFreedAndCopiesInheritTheMark) {
-  V buffer = {1, 2, 3, 4};
-  {
-    VQ_Matrix m;
-    m.CopyShallow(2, 2, buffer.data());
-    EXPECT_TRUE(DenseFields::Shallow(m));
-    EXPECT_EQ(m.GetDataPointer(), buffer.data());
-    m(1, 2) = 30.0;  // writes through to the caller's buffer
-    EXPECT_EQ(buffer[2], 30.0);
-
-    VQ_Matrix copy(m), assigned;
-    assigned = m;
-    EXPECT_TRUE(DenseFields::Shallow(copy));  // the mark is inherited...
-    EXPECT_TRUE(DenseFields::Shallow(assigned));
-    EXPECT_NE(copy.GetDataPointer(), buffer.data());  // ...but the storage is the copy's own
-    copy(1, 1) = -1.0;
-    EXPECT_EQ(buffer[0], 1.0);
-
-    // ReleaseMemory leaves the borrowed buffer alone; a later reallocation keeps the mark.
-    m.ReleaseMemory();
-    EXPECT_EQ(m.GetDataPointer(), nullptr);
-    EXPECT_TRUE(DenseFields::Shallow(m));
-    m.Redimension(3, 3, 2.0);
-    EXPECT_TRUE(DenseFields::Shallow(m));
-    EXPECT_EQ(m.Value(3, 3), 2.0);
-  }
-  // All objects are gone; the buffer is intact and still ours to use (a sanitizer build reports a
-  // free of it or a leak of the copies' storage).
-  EXPECT_EQ(buffer, (V{1, 2, 30, 4}));
-}
-
-TEST(MatrixStorage, CopyTakesOverTypeAndStatus) {
-  VQ_Matrix m(2, 2, 1.0);
-  m /= 0.0;
-  ASSERT_EQ(m.MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
-  EXPECT_EQ(VQ_Matrix(m).MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
-  EXPECT_EQ(VQ_Matrix(VQ_ColVector(3, 1.0)).MatrixType(), MC::COLUMN_VECTOR);  // keeps the kind
-  VQ_Matrix self(2, 2, 3.0);
-  self = self;
-  EXPECT_EQ(self.Value(2, 2), 3.0);
-}
-
-TEST(MatrixStorage, TypeTexts) {
-  VQ_Matrix m(1, 1);
-  EXPECT_EQ(m.GetMatrixType(), "MATRIX");
-  EXPECT_EQ(VQ_SymMatrix(2, 0.0).GetMatrixType(), "SYM_MATRIX");
-  EXPECT_EQ(VQ_DiagonalMatrix(2, 0.0).GetMatrixType(), "DIAGONAL_MATRIX");
-  EXPECT_EQ(VQ_RowVector(2).GetMatrixType(), "ROW_VECTOR");
-  EXPECT_EQ(VQ_ColVector(2).GetMatrixType(), "COLUMN_VECTOR");
-  EXPECT_EQ(VQ_SparseSymMatrix(2).GetMatrixType(), "SYM_SPARSE_MATRIX");
-  for (int unknown : {0, 7}) {
-    DenseFields::SetType(m, unknown);
-    EXPECT_EQ(m.GetMatrixType(), "UNDETERMINED");
-  }
-}
-
-TEST(MatrixStorage, WholeMatrixMembers) {
-  VQ_Matrix m;
-  m.SetIdentityMatrix(3);
-  EXPECT_EQ(Full(m), Identity(3));
-  double d[] = {2, 3};
-  m.CopyToDiag(2, d);
-  EXPECT_EQ(Full(m), (V{2, 0, 0, 3}));
-  V src = {1, 2, 3, 4, 5, 6}, out(6);
-  m.CopyFromMatrixForm(3, 2, src.data());
-  EXPECT_EQ(m.Value(3, 2), 6.0);
-  m.Copy(out.data());
-  EXPECT_EQ(out, src);
-  m.SetValue(-1.0);
-  EXPECT_EQ(Full(m), V(6, -1.0));
-
-  VQ_Matrix a(2, 2, 1.0), b(2, 2, 4.0);
-  a.Add(b);
-  EXPECT_EQ(a.Value(1, 2), 5.0);
-  a.Subtract(b);
-  a.Subtract(b);
-  EXPECT_EQ(a.Value(2, 2), -3.0);
-  VQ_Matrix small(1, 3, 9.0);
-  a.SetEqualTo(&small);  // copies min(size) raw: 3 values
-  EXPECT_EQ(Full(a), (V{9, 9, 9, -3}));
-  a.SetEqualTo(static_cast<VQ_Matrix*>(nullptr));
-  EXPECT_TRUE(a.ConfirmEQ(2, 2));
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_OK);
-  EXPECT_FALSE(a.ConfirmEQ(2, 3));
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
-}
-
-TEST(MatrixStorage, SetEqualToSymmetricAndSparseGivesFullForm) {
-  VQ_Matrix m, f;
-  m.SetEqualTo(SymUpper(3, {1, 0, 0, 2, 3, 4}));
-  EXPECT_EQ(Full(m), (V{1, 0, 2, 0, 0, 3, 2, 3, 4}));
-  // Upper rows 1-based, diagonal first: [[4,1,0],[1,5,2],[0,2,6]].
-  double values[] = {4, 1, 5, 2, 6};
-  int rowptr[] = {1, 3, 5, 6}, colidx[] = {1, 2, 2, 3, 3};
-  f.SetEqualTo(VQ_SparseSymMatrix(3, values, rowptr, colidx));
-  EXPECT_EQ(Full(f), (V{4, 1, 0, 1, 5, 2, 0, 2, 6}));
-  EXPECT_EQ(f.MatrixType(), MC::MATRIX);
-}
-
-TEST(MatrixStorage, PrintMessage2AppendsTheNumber) {
-  char text[64] = "Equation ";
-  EXPECT_EQ(Stdout([&] {
-              VQ_Matrix::PrintMessage2(text, -42);
-              VQ_Matrix::PrintMessage("done");
-            }),
-            "Equation -42\ndone\n");
-  EXPECT_STREQ(text, "Equation -42");
 }
 
 // ---- columns
@@ -286,54 +162,10 @@ TEST_P(MatrixProduct, GeneralAndSymmetricFactorsMatchExtendedPrecision) {
   EXPECT_LT(MaxAbsDiff(Full(s * c), Full(sc)), 1e-300);
 }
 
-TEST_P(MatrixProduct, SymmetricProductTreatsFactorsUnderEpsilonAsZero) {
-  // A(1,1) = 1e-17 and S(1,1) = 1e17: their term (1.0) must not appear; S(1,2) = 1e-17 and a huge
-  // A(2,1) likewise. Checked in the loop path and in the BLAS path (larger sizes).
-  const auto [m, k, n] = GetParam();
-  (void)n;
-  VQ_SymMatrix s = RandomSym(k, 6);
-  VQ_Matrix a = RandomMatrix(m, k, 7), p(m, k);
-  a(1, 1) = 1e-17;
-  s(1, 1) = 1e17;
-  if (k >= 2) s(1, 2) = 1e-17;
-  if (m >= 2) a(2, 1) = 1e30;
-  V af = Full(a), sf = Full(s);
-  for (V* f : {&af, &sf})
-    for (double& x : *f)
-      if (std::fabs(x) <= 2.220446049250313e-16) x = 0.0;
-  a.PostMultiply(s, p);
-  const V ref = RefProduct(af, m, k, sf, k), got = Full(p);
-  for (size_t q = 0; q < ref.size(); ++q)
-    EXPECT_NEAR(got[q], ref[q], 1e-12 * (1.0 + std::fabs(ref[q]))) << q;
-  // Without the rule P(1,1) would hold 1.0 more.
-  EXPECT_NEAR(p.Value(1, 1), ref[0], 1e-9);
-}
-
 INSTANTIATE_TEST_SUITE_P(Sizes, MatrixProduct,
                          testing::Values(ProductSize{1, 1, 1}, ProductSize{3, 4, 5},
                                          ProductSize{17, 13, 11}, ProductSize{64, 80, 48},
                                          ProductSize{150, 70, 90}));
-
-TEST(MatrixProductEdge, SymmetricProductSkipsInfinityPairedWithTinyFactor) {
-  // Large enough for the BLAS path: a kept infinity must not meet a zeroed factor (0*inf = NaN).
-  const int n = 40;
-  VQ_SymMatrix s = RandomSym(n, 8);
-  VQ_Matrix a = RandomMatrix(n, n, 9), p(n, n);
-  for (int k = 1; k <= n; ++k) s(3, k) = 0.0;  // row/column 3 of S is zero
-  a(2, 3) = kInf;                              // meets only zeros of S: every term skipped
-  a.PostMultiply(s, p);
-  for (int j = 1; j <= n; ++j) EXPECT_TRUE(std::isfinite(p.Value(2, j))) << j;
-}
-
-TEST(MatrixProductEdge, InnerMismatchMarksReceiverAndStillWrites) {
-  // A = [[1,3,5],[2,4,6]], B = [[1,100],[10,1000]].
-  VQ_Matrix a = Mat(2, 3, {1, 2, 3, 4, 5, 6}), b = Mat(2, 2, {1, 10, 100, 1000}), p(2, 2, -7.0);
-  a.PostMultiply(b, p);
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
-  // Three terms per entry; column j of B is read as three consecutive stored values, so column 1
-  // reads (1, 10, 100) and column 2 reads (100, 1000) and then runs out of storage.
-  EXPECT_EQ(Full(p), (V{1 + 30 + 500, 2 + 40 + 600, 100 + 3000, 200 + 4000}));
-}
 
 TEST(MatrixProductEdge, DiagonalOnEitherSideComputesAD) {
   VQ_Matrix a = RandomMatrix(3, 3, 12), post(3, 3), pre(3, 3);
@@ -345,20 +177,6 @@ TEST(MatrixProductEdge, DiagonalOnEitherSideComputesAD) {
     for (int i = 1; i <= 3; ++i) EXPECT_EQ(post.Value(i, j), a.Value(i, j) * d[j - 1]);
   EXPECT_EQ(Full(pre), Full(post));
   EXPECT_EQ(Full(a * dm), Full(post));
-}
-
-TEST(MatrixProductEdge, DiagonalProductKeepsTheSumsNonFiniteBehaviour) {
-  // The generic sum multiplies every A(i,k) by D(k,j), zeros included: an infinity elsewhere in
-  // row i turns P(i,j) into NaN, while rows without one are exact.
-  VQ_Matrix a = Mat(2, 2, {1, 2, kInf, 4}), p(2, 2);  // A = [[1, inf],[2, 4]]
-  double d[] = {3, 5};
-  a.PostMultiply(VQ_DiagonalMatrix(2, d), p);
-  EXPECT_TRUE(std::isnan(p.Value(1, 1)));
-  EXPECT_EQ(p.Value(1, 2), kInf);
-  EXPECT_EQ(p.Value(2, 1), 6.0);
-  EXPECT_EQ(p.Value(2, 2), 20.0);
-  a.PostMultiply(VQ_DiagonalMatrix(3, 1.0), p);
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
 }
 
 TEST(MatrixProductEdge, ProductWrittenOverItsOwnOperand) {
@@ -393,7 +211,7 @@ TEST_P(MatrixInverse, MatchesLapackAndGivesIdentity) {
   EXPECT_LT(MaxAbsDiff(RefProduct(av, n, n, Full(inv), n), Identity(n)), 1e-12);
 }
 
-INSTANTIATE_TEST_SUITE_P(Orders, MatrixInverse, testing::Values(1, 2, 5, 33, 95, 96, 120, 250));
+INSTANTIATE_TEST_SUITE_P(Orders, MatrixInverse, testing::Values(1, 5, 96, 120));
 
 TEST(MatrixInverseEdge, HandComputedNoPivotingAndSymmetricReceiver) {
   VQ_Matrix inv = Mat(2, 2, {4, 2, 7, 6}).Inverse();  // [[4,7],[2,6]], det 10
@@ -453,34 +271,6 @@ TEST(MatrixGramSchmidtEdge, DependentColumnsFailTheCheckAndOneColumnIsNotChecked
 
 // ---- derived matrices and operators
 // ------------------------------------------------------------------
-
-TEST(MatrixOperators, TransposeSquaredNegation) {
-  VQ_Matrix a = RandomMatrix(37, 45, 51);
-  const V f = Full(a);
-  EXPECT_EQ(Full(a.T()), RefTranspose(f, 37, 45));
-  V sq = f, neg = f;
-  for (size_t k = 0; k < f.size(); ++k) {
-    sq[k] = f[k] * f[k];
-    neg[k] = -f[k];
-  }
-  EXPECT_EQ(Full(a.Squared()), sq);
-  EXPECT_EQ(Full(-a), neg);
-  EXPECT_EQ(Full(+a), f);
-  VQ_SymMatrix s = RandomSym(4, 52);
-  EXPECT_EQ(Full(static_cast<const VQ_Matrix&>(s).T()), Full(s));  // generic path through Value
-}
-
-TEST(MatrixOperators, AccumulateMismatchMarksAndRuns) {
-  VQ_Matrix a(2, 2, 1.0);
-  a += VQ_Matrix(2, 2, 2.0);
-  EXPECT_EQ(a.Value(2, 2), 3.0);
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_OK);
-  a -= VQ_Matrix(2, 1, 10.0);  // runs over the operand's sizes: column 1 only
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
-  EXPECT_EQ(Full(a), (V{-7, -7, 3, 3}));
-  EXPECT_EQ(Full(VQ_Matrix(2, 2, 1.0) + VQ_Matrix(2, 2, 5.0)), V(4, 6.0));
-  EXPECT_EQ(Full(VQ_Matrix(2, 2, 1.0) - VQ_Matrix(2, 2, 5.0)), V(4, -4.0));
-}
 
 TEST(MatrixOperators, ScalingAndDivisionThreshold) {
   VQ_Matrix a(2, 3, 2.0);

@@ -14,21 +14,6 @@ using namespace vqtest;
 namespace MC = MATLIBDLLCOMMONS;
 using V = std::vector<double>;
 
-TEST(SymStorage, PackedIndexPositions) {
-  VQ_SymMatrix s(3, 0.0);
-  EXPECT_EQ(s.GetSizeAllocated(), 6);
-  const double* d = s.GetDataPointer();
-  EXPECT_EQ(&s.Ref(3, 1), d + 3);
-  EXPECT_EQ(&s.Ref(1, 3), d + 3);
-  EXPECT_EQ(&s.Ref(2, 2), d + 2);
-  EXPECT_EQ(&s.Ref(3, 3), d + 5);
-  EXPECT_EQ(&s.Ref_(1, 2), d + 1);
-  s(2, 3) = 8.0;
-  EXPECT_EQ(s.Value(3, 2), 8.0);
-  EXPECT_EQ(s.Value_(2, 3), 8.0);
-  EXPECT_EQ(d[4], 8.0);
-}
-
 TEST(SymStorage, ConstructorsRedimensionAndAllocationFailure) {
   double d[] = {1, 2, 3};
   VQ_SymMatrix s(3, d), e;
@@ -52,18 +37,6 @@ TEST(SymStorage, ConstructorsRedimensionAndAllocationFailure) {
   huge->Redimension(3, 3, 0.0);
   EXPECT_EQ(huge->MatrixStatus(), MC::STATUS_OK);
   delete huge;
-}
-
-TEST(SymStorage, CopiesReportMatrixAssignmentKeepsType) {
-  VQ_SymMatrix s = RandomSym(4, 1), c(s), target(2, 0.0);
-  EXPECT_EQ(c.MatrixType(), MC::MATRIX);
-  EXPECT_EQ(Full(c), Full(s));
-  EXPECT_EQ(s.T().MatrixType(), MC::MATRIX);
-  EXPECT_EQ((+s).MatrixType(), MC::MATRIX);
-  target = s;
-  EXPECT_EQ(target.MatrixType(), MC::SYM_MATRIX);
-  target = target;
-  EXPECT_EQ(Full(target), Full(s));
 }
 
 TEST(SymStorage, CopyUpperDiagonalIgnoresLowerTriangleAndFromSparse) {
@@ -144,16 +117,6 @@ TEST(SymOperators, InverseGivesIdentity) {
   EXPECT_LT(MaxAbsDiff(RefProduct(Full(s), n, n, Full(inv), n), Identity(n)), 1e-13);
 }
 
-TEST(SymOperators, UnaryMinusYieldsOrderOne) {
-  VQ_SymMatrix s = RandomSym(5, 9), empty;
-  VQ_SymMatrix neg = -s, negEmpty = -empty;
-  EXPECT_EQ(neg.NumRows(), 1);
-  EXPECT_EQ(neg.GetSizeAllocated(), 1);
-  EXPECT_EQ(neg.Value(1, 1), -s.Value(1, 1));
-  EXPECT_EQ(negEmpty.NumRows(), 1);
-  EXPECT_EQ(negEmpty.Value(1, 1), 0.0);  // the order of the operand
-}
-
 TEST(SymOperators, ScalingDivisionAndSums) {
   VQ_SymMatrix s = RandomSym(3, 10);
   const V f = Full(s);
@@ -186,11 +149,3 @@ TEST(SymOperators, VectorProducts) {
   EXPECT_LT(MaxAbsDiff(Full(x.T() * s), RefProduct(xv, 1, n, Full(s), n)), 1e-12);
 }
 
-TEST(SymOperators, PrintToStream) {
-  std::ostringstream os;
-  SymUpper(2, {1.0, 0.5, -2.0}).print(&os);
-  EXPECT_EQ(os.str(),
-            "1.0000000000000000 0.5000000000000000\n"
-            "0.5000000000000000 -2.0000000000000000\n");
-  VQ_SymMatrix(1, 0.0).print(static_cast<std::ostream*>(nullptr));
-}

@@ -102,45 +102,6 @@ TEST(DenseEigenResults, RealMatrixBothSolversAgree) {
   for (int i = 0; i < k.n; ++i) EXPECT_LT(vqtest::RelDiff(jacobi[i], lapack[i]), 1e-10) << i;
 }
 
-// Dense inputs: Jacobi reads the column-major upper triangle only; LAPACK3 works on the caller's
-// arrays in row-major layout (upper triangle of the row-major form) and leaves the vectors there.
-TEST(DenseEigenResults, DenseInputsReadOnlyTheirUpperTriangles) {
-  Small s;
-  const Csr k = s.consistent.k, m = s.consistent.mass;
-  const int n = k.n;
-  const std::vector<double> kd = vqtest::Dense(k), md = vqtest::Dense(m);
-  std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
-
-  // Column-major upper triangle kept, the part below spoiled.
-  std::vector<double> kc = kd, mc = md;
-  for (int j = 0; j < n; ++j)
-    for (int i = j + 1; i < n; ++i) {
-      kc[static_cast<size_t>(j) * n + i] = 1e6;
-      mc[static_cast<size_t>(j) * n + i] = -1e6;
-    }
-  std::vector<double> values(n), vectors(static_cast<size_t>(n) * n);
-  ASSERT_EQ(0,
-            VQ_EigenvalueAnalysis_JACOBI3(n, kc.data(), mc.data(), values.data(), vectors.data()));
-  ExpectEigenpairs(k, m, values, vectors, 1e-10);
-
-  // Row-major upper triangle = column-major lower triangle: spoil the column-major upper part.
-  std::vector<double> kr = kd, mr = md;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < j; ++i) {
-      kr[static_cast<size_t>(j) * n + i] = 1e6;
-      mr[static_cast<size_t>(j) * n + i] = -1e6;
-    }
-  std::vector<double> w(n);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK3(n, kr.data(), mr.data(), 1, w.data()));
-  for (int i = 0; i < n; ++i) EXPECT_LT(vqtest::RelDiff(w[i], reference[i]), 1e-12);
-  // Vector k is column k of the row-major array: component i at kr[i*n + k].
-  std::vector<double> v(static_cast<size_t>(n) * n);
-  for (int c = 0; c < n; ++c)
-    for (int i = 0; i < n; ++i)
-      v[static_cast<size_t>(c) * n + i] = kr[static_cast<size_t>(i) * n + c];
-  EXPECT_LT(vqtest::EigenResidual(k, m, n, w.data(), v.data()), 1e-10);
-}
-
 TEST(DenseEigenResults, OrderOneAndAnUncoupledPair) {
   const int ia[] = {1, 2}, ja[] = {1};
   const double a[] = {8.0}, d[] = {4.0};
@@ -191,69 +152,6 @@ TEST(DenseEigenFailures, LapackFailureOnSingularMass) {
   EXPECT_EQ("LAPACK Eigenvalue Solution Failed", LastMessage());
   double K[4] = {2.0, -1.0, -1.0, 2.0}, M[4] = {1.0, 0.0, 0.0, -1.0};
   EXPECT_EQ(-30, VQ_EigenvalueAnalysis_LAPACK3(2, K, M, 0, values));
-}
-
-TEST(DenseEigenFailures, SuccessClearsAnEarlierError) {
-  VQ_ResolveEror(-4);
-  const int ia[] = {1, 2}, ja[] = {1};
-  const double a[] = {3.0}, d[] = {1.0};
-  double value;
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK(1, ia, ja, a, d, 0, &value, nullptr));
-  EXPECT_EQ(0, VQ_GetLastErrorID());
-  EXPECT_EQ(3.0, value);
-}
-
-struct BadInput {
-  const char* name;
-  int n;
-  std::vector<int> ia, ja;
-  std::vector<double> a;
-};
-
-class DenseEigenBadInput : public ::testing::TestWithParam<BadInput> {};
-
-TEST_P(DenseEigenBadInput, RejectedWithInvalidMatricesCode) {
-  BadInput b = GetParam();
-  std::vector<double> d(3, 1.0);
-  std::vector<double> values(4, 7.0), vectors(16, 7.0);
-  const int* ia = b.ia.empty() ? nullptr : b.ia.data();
-  const int* ja = b.ja.empty() ? nullptr : b.ja.data();
-  const double* a = b.a.empty() ? nullptr : b.a.data();
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(b.n, ia, ja, a, d.data(), 1, values.data(),
-                                              vectors.data()));
-  EXPECT_EQ(0u, LastMessage().find("ERROR_INVALID_MATRICES"));
-  EXPECT_EQ(-64,
-            VQ_EigenvalueAnalysis_JACOBI(b.n, ia, ja, a, d.data(), values.data(), vectors.data()));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK2(b.n, ia, ja, a, ia, ja, a, 1, values.data(),
-                                               vectors.data()));
-  EXPECT_EQ(
-      -64, VQ_EigenvalueAnalysis_JACOBI2(b.n, ia, ja, a, ia, ja, a, values.data(), vectors.data()));
-  EXPECT_EQ(7.0, values[3]);  // never written past n
-  for (double v : vectors) EXPECT_EQ(7.0, v);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DenseEigenBadInput,
-    ::testing::Values(BadInput{"OrderZero", 0, {1}, {}, {}}, BadInput{"NullArrays", 2, {}, {}, {}},
-                      BadInput{"RowPointersNotFromOne", 2, {0, 1, 2}, {1, 2}, {1.0, 1.0}},
-                      BadInput{"ColumnBelowDiagonal", 2, {1, 2, 4}, {1, 1, 2}, {1.0, 1.0, 1.0}},
-                      BadInput{"MissingDiagonal", 3, {1, 2, 3, 4}, {1, 3, 3}, {1.0, 1.0, 1.0}},
-                      BadInput{"ColumnPastOrder", 2, {1, 3, 4}, {1, 5, 2}, {1.0, 1.0, 1.0}},
-                      BadInput{"NotFinite", 2, {1, 2, 3}, {1, 2}, {1.0, NAN}}),
-    [](const ::testing::TestParamInfo<BadInput>& i) { return std::string(i.param.name); });
-
-TEST(DenseEigenFailures, NullOutputsAndNonFiniteDenseInput) {
-  const int ia[] = {1, 2}, ja[] = {1};
-  const double a[] = {3.0}, d[] = {1.0};
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(1, ia, ja, a, d, 0, nullptr, nullptr));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI(1, ia, ja, a, nullptr, nullptr, nullptr));
-  double value = 7.0;
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI(1, ia, ja, a, nullptr, &value, nullptr));
-  EXPECT_EQ(0.0, value);  // cleared before the mass was checked
-  double K[1] = {INFINITY}, M[1] = {1.0};
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK3(1, K, M, 1, &value));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI3(1, K, M, &value, nullptr));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI3(-1, K, M, &value, nullptr));
 }
 
 }  // namespace

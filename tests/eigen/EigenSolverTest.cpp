@@ -49,84 +49,8 @@ struct Pair {
   VQ_SparseSymMatrix M;
 };
 
-// ---- accessors
-// ------------------------------------------------------------------------------------
-
-TEST(EigenSolverBase, DefaultAndMainConstructors) {
-  VQ_EigenSolver empty;
-  EXPECT_EQ(0, empty.GetStatus());
-  EXPECT_EQ(0, empty.GetNumReqEigen());
-  EXPECT_EQ(0, empty.GetNumFoundEigen());
-  EXPECT_EQ(-1, empty.Get_DOFNumForInstability());
-  EXPECT_EQ(0, empty.GetVerboseMode());
-  EXPECT_EQ(0.0, empty.GetEigenValue(1));
-
-  VQ_EigenSolver solver(120, 7, 2, -2, "/tmp/");
-  EXPECT_EQ(7, solver.GetNumReqEigen());
-  EXPECT_EQ(120, solver.GetNumberOfEquations());
-  EXPECT_EQ("/tmp/", solver.GetWorkingDirectory());
-  EXPECT_EQ(0.0, solver.GetEigenValue(0));
-  EXPECT_EQ(0.0, solver.GetEigenValue(-3));
-}
-
-TEST(EigenSolverBase, WarningTexts) {
-  VQ_EigenSolver solver;
-  std::string text = "x";
-  int code = 5;
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ(0, code);
-  EXPECT_EQ("", text);
-  solver.SetWarningMessage(-23);
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ(-23, code);
-  EXPECT_EQ("Eigenvalue missed (Subspace Iteration)", text);
-  solver.SetWarningMessage(-7);
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ("Unclassified", text);
-}
-
 // ---- factorisation
 // --------------------------------------------------------------------------------
-
-TEST(EigenSolverFactorisation, OutOfCoreRetryCoreSize) {
-  // max(peak, permanent + minimum) / 1000 + 1, integer division.
-  EXPECT_EQ(2, VQ_EigenSolver::OutOfCoreRetryCoreSize(1500, 800, 900));
-  EXPECT_EQ(1, VQ_EigenSolver::OutOfCoreRetryCoreSize(0, 0, 0));
-  EXPECT_EQ(1, VQ_EigenSolver::OutOfCoreRetryCoreSize(999, 0, 0));
-  EXPECT_EQ(2, VQ_EigenSolver::OutOfCoreRetryCoreSize(1000, 0, 0));
-  EXPECT_EQ(3, VQ_EigenSolver::OutOfCoreRetryCoreSize(2500, 100, 100));
-  EXPECT_EQ(4, VQ_EigenSolver::OutOfCoreRetryCoreSize(100, 1500, 1600));
-}
-
-TEST(EigenSolverFactorisation, DecompositionResultsMapOntoStatuses) {
-  struct Case {
-    int result, status;
-  } cases[] = {{-3, -2}, {-4, -1}, {-5, -1}, {-6, -9999}, {-8, -9999}};
-  for (const Case& c : cases) {
-    VQ_EigenSolver solver;
-    solver.MapDecompositionResult(c.result, nullptr);
-    EXPECT_EQ(c.status, solver.GetStatus()) << c.result;
-  }
-  VQ_EigenSolver solver;
-  solver.MapDecompositionResult(-4, nullptr);
-  solver.MapDecompositionResult(0, nullptr);  // success leaves the status as it was
-  EXPECT_EQ(-1, solver.GetStatus());
-}
-
-TEST(EigenSolverFactorisation, CreateSolverAndDecomposeFactorsK) {
-  Pair pair(vqtest::SolidProblem(4, 2, 2, false));
-  vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver eigen(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
-  VQ_SparseSolver* solver = nullptr;
-  ASSERT_EQ(0, eigen.CreateSolverAndDecompose("", &solver, false, nullptr));
-  ASSERT_NE(nullptr, solver);
-  EXPECT_TRUE(solver->IsFactorised());
-  EXPECT_EQ(0, solver->Get_NumberOfNegativeEigenvalues());
-  EXPECT_EQ(pair.k.n, solver->Get_NumberOfPositiveEigenvalues());
-  // A second call deletes the first solver and builds a new one.
-  ASSERT_EQ(0, eigen.CreateSolverAndDecompose("", &solver, false, nullptr));
-  delete solver;
-}
 
 // Out of core with a core size of 1 MB PARDISO runs short of memory; the factorisation is
 // repeated once with the size its report asks for, and that size is published. In core there is
@@ -150,9 +74,8 @@ TEST(EigenSolverFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
   ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
   const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
   EXPECT_GT(size, 1);
-  EXPECT_EQ(VQ_EigenSolver::OutOfCoreRetryCoreSize(solver->Get_iParm(14), solver->Get_iParm(15),
-                                                   solver->Get_iParm(62)),
-            size);
+  // At least the permanent memory PARDISO reported needing (kilobytes against megabytes).
+  EXPECT_GE(1000LL * size, solver->Get_iParm(15));
   EXPECT_EQ(std::to_string(size), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
   delete solver;
 
@@ -262,38 +185,8 @@ INSTANTIATE_TEST_SUITE_P(Masses, GramSchmidt, ::testing::Values(false, true),
                            return i.param ? "SparseMass" : "DiagonalMass";
                          });
 
-TEST(EigenSolverHelpers, GramSchmidtWithDenseWeightAndNothingToDo) {
-  VQ_Matrix X(2, 2);
-  X.Ref(1, 1) = 1.0;
-  X.Ref(2, 1) = 1.0;
-  X.Ref(1, 2) = 1.0;
-  X.Ref(2, 2) = 0.0;
-  VQ_Matrix M(2, 2);
-  M.Ref(1, 1) = 2.0;
-  M.Ref(1, 2) = M.Ref(2, 1) = 1.0;
-  M.Ref(2, 2) = 2.0;
-  VQ_EigenSolver solver;
-  VQ_Matrix copy = X;
-  solver.Gram_Schmidt_Orthogonalization(X, M, 0);
-  for (int k = 0; k < 4; ++k) EXPECT_EQ(copy.GetDataPointer()[k], X.GetDataPointer()[k]);
-  solver.Gram_Schmidt_Orthogonalization(X, M, 2);
-  // x1 = (1, 1)/sqrt(6); x2 = (1, -1)/sqrt(2) after removing its M-component along x1.
-  EXPECT_NEAR(1.0 / std::sqrt(6.0), X.Value(1, 1), 1e-15);
-  EXPECT_NEAR(1.0 / std::sqrt(6.0), X.Value(2, 1), 1e-15);
-  EXPECT_NEAR(1.0 / std::sqrt(2.0), X.Value(1, 2), 1e-15);
-  EXPECT_NEAR(-1.0 / std::sqrt(2.0), X.Value(2, 2), 1e-15);
-}
-
 // ---- files
 // ----------------------------------------------------------------------------------------
-
-TEST(EigenSolverFiles, GuidStringIs32HexCharacters) {
-  VQ_EigenSolver solver;
-  const std::string a = solver.GenerateUniqueGUIDString(), b = solver.GenerateUniqueGUIDString();
-  ASSERT_EQ(32u, a.size());
-  EXPECT_EQ(std::string::npos, a.find_first_not_of("0123456789abcdefABCDEF"));
-  EXPECT_NE(a, b);
-}
 
 TEST(EigenSolverFiles, PrintMatricesWritesMassAndStiffness) {
   std::vector<double> m = {2.0, 0.0, 3.0};
@@ -317,35 +210,6 @@ TEST(EigenSolverFiles, PrintMatricesWritesMassAndStiffness) {
 // ---- verbose log
 // ----------------------------------------------------------------------------------
 
-TEST(EigenSolverVerbose, ModeOneWritesExactLinesToStandardOutput) {
-  vqtest::ScratchDir dir;
-  VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
-  solver.SetVerboseMode(1);
-  testing::internal::CaptureStdout();
-  solver.ProcessVerboseInfo1(3, 2.5, 7, 0.25);
-  solver.ProcessVerboseInfo2(1.5, 2.25, 0.125, 1.0);
-  solver.ProcessVerboseInfo3(4, 3);
-  solver.ProcessVerboseInfo4("Count : ", 12);
-  solver.ProcessVerboseInfo4("Value : ", 0.5);
-  VQ_SymMatrix s(2, 1.0);
-  solver.ProcessVerboseInfo5(s);  // mode 2 only
-  const std::string out = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(
-      "EigenValue 3: 2.5000000000000000 at Iteration Number 7 \t[0.2500000000000000  sec] \n"
-      "Last two shift did not produce results. But There is still partial results found\n"
-      "Last Converged Value: 1.5000000000000000 \n"
-      "Next Estimated Value: 2.2500000000000000 \n"
-      "Shift:   0.12500000 \n"
-      "Previous Shift: 1.0000000000000000 \n"
-      "Sturm Sequence Check Reported that Eigen Values Are Missed !..............\n"
-      "Number of Negative Eigens Found :  4 \n"
-      "Number of Converged Eigens      :  3 \n"
-      "Count : 12 \n"
-      "Value : 0.5000000000000000 \n",
-      out);
-  EXPECT_FALSE(Exists(solver.VerboseFilePath()));
-}
-
 TEST(EigenSolverVerbose, ModeTwoAppendsToTheLogFileAndRemoveDeletesIt) {
   vqtest::ScratchDir dir;
   VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
@@ -360,19 +224,6 @@ TEST(EigenSolverVerbose, ModeTwoAppendsToTheLogFileAndRemoveDeletesIt) {
   EXPECT_NE(std::string::npos, log.find("1.0000000000000000"));  // the matrix's own text
   solver.RemoveVerboseFile();
   EXPECT_FALSE(Exists(solver.VerboseFilePath()));
-}
-
-TEST(EigenSolverVerbose, ModesZeroAndOneLeaveTheLogFileAlone) {
-  vqtest::ScratchDir dir;
-  VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
-  { std::ofstream(solver.VerboseFilePath()) << "kept\n"; }
-  solver.ProcessVerboseInfo4("ignored ", 1);  // mode 0: nothing at all
-  solver.RemoveVerboseFile();
-  solver.SetVerboseMode(1);
-  testing::internal::CaptureStdout();
-  solver.RemoveVerboseFile();
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ("kept\n", ReadAll(solver.VerboseFilePath()));
 }
 
 }  // namespace

@@ -110,40 +110,4 @@ TEST(LanczosIncrementalExact, RepeatedEigenvaluesAreKeptApart) {
   EXPECT_LT(vqtest::MOrthonormalityError(vqtest::DiagonalCsr(md), 11, m.modes.data()), 1e-8);
 }
 
-TEST(LanczosIncrementalExact, BlockSizeBelowTwoIsRefused) {
-  const Csr k = vqtest::DiagonalCsr(Ramp(5));
-  const std::vector<double> md(5, 1.0);
-  for (int block : {1, 0, -3}) {
-    // Block 0 means "one pass" to the local helper: call the incremental driver directly.
-    const LanczosRun r = vqtest::RunLanczos(k, nullptr, &md, 2,
-                                            &VQ_LanczosEigenSolver::SolveNaturalModesIncrementally,
-                                            [block](VQ_LanczosProblem& p) { p.blockSize = block; });
-    EXPECT_EQ(r.driverStatus, -202);
-    EXPECT_EQ(r.result.status, -46);
-    EXPECT_EQ(r.result.message,
-              "Incremental solver requires block size greater than or equal to 2");
-    EXPECT_EQ(r.result.factorizations, 0);
-  }
-}
-
-TEST(LanczosIncrementalExact, VerboseRunReportsPassesShiftsAndMac) {
-  testing::internal::CaptureStdout();
-  const LanczosRun m =
-      Solve(vqtest::DiagonalCsr(Ramp(30)), std::vector<double>(30, 1.0), 6, 3, true);
-  const std::string out = testing::internal::GetCapturedStdout();
-  ASSERT_TRUE(vqtest::Delivered(m));
-  for (const char* line : {
-           "    solving incrementally using 2 passes with size 3\n",
-           "    Current shift value is 0.000000\n",
-           "    Computed MAC value = 0.000000\n",
-           "    Found 3 modes in pass 1/2 (total 3 found)\n",
-           "    Found all 6 modes in pass ",
-           // The second pass starts between the two highest eigenvalues of the first: (2 + 3) / 2.
-           "    Current shift value is 2.500000\n",
-           // A mode found again shows a MAC of 1.
-           "    Computed MAC value = 1.000000\n",
-       })
-    EXPECT_NE(out.find(line), std::string::npos) << line << " in\n" << out;
-}
-
 }  // namespace

@@ -94,39 +94,6 @@ INSTANTIATE_TEST_SUITE_P(
     });
 // clang-format on
 
-TEST(LanczosNaturalModes, CoupledOrderTwoWithOneRequested) {
-  // K = [[2, −1], [−1, 2]], M = I → λ = 1, 3; the first mode is (1, 1)/√2.
-  Csr k;
-  k.n = 2;
-  k.rowPointers = {1, 3, 4};
-  k.columnIndices = {1, 2, 2};
-  k.values = {2.0, -1.0, 2.0};
-  const std::vector<double> md(2, 1.0);
-  const LanczosRun run = Natural(k, nullptr, &md, 1);
-  ASSERT_TRUE(vqtest::Delivered(run, 1));
-  EXPECT_NEAR(run.values[0], 1.0, 1e-12);
-  EXPECT_NEAR(std::fabs(run.modes[0]), std::sqrt(0.5), 1e-10);
-  EXPECT_NEAR(run.modes[0], run.modes[1], 1e-10);
-}
-
-TEST(LanczosSizeRules, ArpackSizesFollowTheRules) {
-  struct Row {
-    int n, requested, maxIterations, nev, ncv, iterations;  // iterations 0: not checked
-  };
-  for (const Row& r : {Row{100, 10, -1, 10, 21, 1000},  // 100·nev for −1
-                       Row{100, 60, 37, 60, 99, 37},    // ncv = min(121, n − 1)
-                       Row{8, 8, -1, 7, 8, 0},          // n of n: n − 1, and ncv = n
-                       Row{2, 1, -1, 1, 2, 0},          // ncv = min(3, 1) = 1 = nev → n
-                       Row{10, 50, -1, 9, 10, 0}}) {    // requested beyond n
-    const auto s = vqmath::eigen_internal::ComputeArpackSizes(r.n, r.requested, r.maxIterations);
-    EXPECT_EQ(s.nev, r.nev) << r.n << " " << r.requested;
-    EXPECT_EQ(s.ncv, r.ncv) << r.n << " " << r.requested;
-    if (r.iterations) {
-      EXPECT_EQ(s.maxIterations, r.iterations) << r.n << " " << r.requested;
-    }
-  }
-}
-
 // ---- generated solids and the real structural matrices --------------------------------------
 
 struct ProblemCase {
@@ -255,30 +222,21 @@ TEST(LanczosFailures, SingularStiffnessReportsTheInstabilityEquation) {
 }
 
 TEST(LanczosFailures, IterationLimitDeliversTheConvergedModesAsPartialResults) {
-  // A clustered spectrum with one restart allowed: ARPACK stops at its iteration limit.
-  const int n = 400;
-  std::vector<double> kd(n), md(n, 1.0);
-  for (int i = 0; i < n; ++i) kd[i] = 1.0 + 1e-3 * i;
+  // Five well separated eigenvalues below a cluster of 400 within 0.4: one restart cycle resolves
+  // the five and none of the 35 requested from the cluster, so ARPACK stops at its iteration limit.
+  std::vector<double> kd = {1.0, 2.0, 3.0, 4.0, 5.0}, md;
+  for (int i = 0; i < 400; ++i) kd.push_back(100.0 + 1e-3 * i);
+  md.assign(kd.size(), 1.0);
   const Csr k = vqtest::DiagonalCsr(kd);
   const LanczosRun run = Natural(k, nullptr, &md, 40, [](VQ_LanczosProblem& p) {
     p.maxIterations = 1;
-    p.shift = 1.2005;
     p.modeShapes = nullptr;
   });
-  if (run.driverStatus == 0) GTEST_SKIP() << "ARPACK converged within one iteration";
-  if (run.result.found == 0) {
-    EXPECT_EQ(run.result.status, -45);
-    EXPECT_EQ(run.result.message, "Maximum number of iterations taken");
-    return;
-  }
   EXPECT_EQ(run.driverStatus, -11);
   EXPECT_EQ(run.result.status, -22);
   EXPECT_EQ(run.result.message, "Not all required EigenValues were found");
-  EXPECT_LT(run.result.found, 40);
-  for (double v : run.values) {  // each delivered value is an eigenvalue of the diagonal pencil
-    const double steps = (v - 1.0) / 1e-3;
-    EXPECT_NEAR(steps, std::round(steps), 1e-6);
-  }
+  ASSERT_EQ(run.result.found, 5);
+  for (int q = 0; q < 5; ++q) EXPECT_NEAR(run.values[q], q + 1.0, 1e-9);  // ascending, the lowest five
 }
 
 }  // namespace

@@ -155,47 +155,6 @@ TEST_F(RitzVectors, EffectiveMassRatioReachesOneAtTheMassDegreesOfFreedom) {
   EXPECT_NEAR(all[1], gamma * gamma / total, 1e-12);
 }
 
-TEST_F(RitzVectors, MoreVectorsThanMassTermsGiveThatManyVectors) {
-  VQTEST_REQUIRE_DATA();
-  Csr k, m;
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstk01.mtx"), k));
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstm01.mtx"), m));
-  std::vector<double> d = vqtest::Diagonal(m);
-  ASSERT_EQ(std::count_if(d.begin(), d.end(), [](double x) { return std::fabs(x) > 1e-8; }), 24);
-  VQ_LDRitzVectors r(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), d.data(),
-                     0, -2, false, 0.0);
-  VQ_ColVector load(GenericLoad(k.n));
-  ASSERT_EQ(r.SolveWYD(40, "", nullptr, &load, 0), 0) << r.GetErrorMessage();
-  EXPECT_EQ(r.GetVectorsPtr()->NumCols(), 24);
-  // The mass fully represented; the estimates bound the 24 finite eigenvalues from above, and
-  // the lowest ones are converged. (A basis as large as the mass space is built from vectors
-  // that cancel heavily in the Gram–Schmidt passes, so its highest directions are not exact.)
-  const std::vector<double> lambda = vqtest::DenseEigenvalues(k, m);
-  VQ_ColVector& est = r.GetEstEigVals();
-  for (int i = 0; i < 24; ++i) EXPECT_GE(est[i + 1], lambda[i] * (1 - 1e-9)) << i;
-  for (int i = 0; i < 10; ++i) EXPECT_LT(vqtest::RelDiff(est[i + 1], lambda[i]), 1e-6) << i;
-  EXPECT_NEAR(r.GetMeffRatios()[24], 1.0, 1e-9);
-}
-
-TEST_F(RitzVectors, ForceVectorKindEqualsPatternTimesMass) {
-  // Kind 1 with F = M·f spans the same space as kind 0 with f.
-  std::vector<double> force(n_);
-  for (int i = 0; i < n_; ++i) force[i] = mass_[i] * load_[i + 1];
-  VQ_ColVector given(force);
-  Ritz a = Make(), b = Make();
-  ASSERT_EQ(Solve(*a, 10), 0);
-  ASSERT_EQ(Solve(*b, 10, false, &given, 1), 0);
-  const std::vector<double> ea = Estimates(*a), eb = Estimates(*b);
-  for (int i = 0; i < 10; ++i) EXPECT_LT(vqtest::RelDiff(eb[i], ea[i]), 1e-9) << i;
-  // Without a load vector, ones stand in: the same as a pattern of ones.
-  Ritz c = Make(), d = Make();
-  VQ_ColVector ones(std::vector<double>(n_, 1.0));
-  ASSERT_EQ(Solve(*c, 6, false, nullptr, 1), 0);
-  ASSERT_EQ(Solve(*d, 6, false, &ones), 0);
-  for (int i = 1; i <= 6; ++i)
-    EXPECT_NEAR(c->GetEstEigVals()[i], d->GetEstEigVals()[i], 1e-9 * d->GetEstEigVals()[i]);
-}
-
 TEST_F(RitzVectors, LanczosVariantSpansTheSameSpace) {
   Ritz a = Make(), b = Make();
   a->SetStaticCorrectionOption(false);
@@ -239,68 +198,7 @@ TEST_F(RitzVectors, StaticCorrectionPutsTheStaticResponseIntoTheBasis) {
   EXPECT_GT(spanError(*wyd), 1e-3);
 }
 
-TEST_F(RitzVectors, SelectiveReorthogonalizationOffMeansOnePassPerVector) {
-  Ritz r = Make();
-  r->SetSelectiveReorthogonalization(false);
-  ASSERT_EQ(Solve(*r, 20), 0);
-  EXPECT_EQ(r->GetNumberOfGramSchmidtPasses(), 19);
-  r->SetSelectiveReorthogonalization(true);
-  ASSERT_EQ(Solve(*r, 20), 0);
-  EXPECT_GE(r->GetNumberOfGramSchmidtPasses(), 19);
-  EXPECT_LT(vqtest::MOrthonormalityError(m_, 20, Vectors(*r).data()), 1e-10);
-}
-
-TEST_F(RitzVectors, WithoutKOrthogonalisationTheGeneratedVectorsAreDelivered) {
-  Ritz r = Make();
-  r->SetOrthogonalizeVwrtKOption(false);
-  ASSERT_EQ(Solve(*r, 6), 0);
-  const std::vector<double> phi = Vectors(*r), est = Estimates(*r);
-  EXPECT_LT(vqtest::MOrthonormalityError(m_, 6, phi.data()), 1e-10);
-  EXPECT_TRUE(std::is_sorted(est.begin(), est.end()));
-  const std::vector<double> p = ProjectedK(phi, 6);  // each estimate is its Rayleigh quotient
-  for (int a = 0; a < 6; ++a) EXPECT_NEAR(p[a * 6 + a], est[a], 1e-10 * est[a]);
-}
-
-TEST_F(RitzVectors, LimitDropsEstimatesAboveIt) {
-  Ritz full = Make();
-  ASSERT_EQ(Solve(*full, 10), 0);
-  const std::vector<double> est = Estimates(*full);
-  Ritz limited = Make(true, 0.5 * (est[3] + est[4]));
-  ASSERT_EQ(Solve(*limited, 10), 0);
-  EXPECT_EQ(limited->GetEstEigVals().NumRows(), 4);
-  EXPECT_EQ(limited->GetVectorsPtr()->NumCols(), 4);
-  Ritz none = Make(true, est[0] * 0.5);
-  EXPECT_EQ(Solve(*none, 10), -40);
-}
-
-TEST_F(RitzVectors, PrintMatricesWritesBothMatrixMarketFiles) {
-  const std::string folder = ::testing::TempDir();
-  Make()->PrintMatrices(folder.c_str());
-  for (const char* name : {"MASSMatrix.mtx", "STIFFNESSMatrix.mtx"}) {
-    Csr read;
-    std::string error;
-    ASSERT_TRUE(vqtest::ReadMtx(folder + name, read, &error)) << name << ": " << error;
-    const Csr& expected = std::string(name) == "MASSMatrix.mtx" ? m_ : k_;
-    ASSERT_EQ(read.n, expected.n);
-    EXPECT_EQ(read.rowPointers, expected.rowPointers) << name;
-    // Values as written (12 significant digits), against the matrix's largest entry.
-    double scale = 0.0;
-    for (double v : expected.values) scale = std::max(scale, std::fabs(v));
-    for (int i = 0; i < read.nnz(); ++i)
-      EXPECT_NEAR(read.values[i], expected.values[i], 1e-11 * scale) << name;
-    std::remove((folder + name).c_str());
-  }
-}
-
 // ---- failures and mappings ----------------------------------------------------------------------
-
-TEST_F(RitzVectors, ProgressCallbackCancels) {
-  Ritz r = Make();
-  EXPECT_EQ(r->SolveWYD(
-                10, "", [](int count, double) { return count < 3; }, nullptr, 0),
-            -2);
-  EXPECT_EQ(r->GetErrorMessage(), "Analysis Canceled by User");
-}
 
 TEST(RitzFailures, NoMassOrASingularStiffnessFail) {
   Csr k3 = vqtest::DiagonalCsr({2.0, 3.0, 4.0}), k = vqtest::DiagonalCsr({2.0, 3.0, 0.0, 4.0});
@@ -317,44 +215,6 @@ TEST(RitzFailures, NoMassOrASingularStiffnessFail) {
   EXPECT_EQ(singular.SolveWYD(2, "", nullptr, nullptr, 0), -3);
   EXPECT_EQ(singular.GetErrorMessage(), "Instability Detected (ill-conditioned matrices)");
   EXPECT_EQ(singular.Get_DOFNumForInstability(), 3);
-}
-
-TEST(RitzFailures, ErrorMappings) {
-  Csr k = vqtest::DiagonalCsr({1.0, 2.0});
-  std::vector<double> m(2, 1.0);
-  VQ_LDRitzVectors r(2, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), m.data(), 0,
-                     -2, false, 0.0);
-  bool a = false, b = false, c = false;
-  r.GetParameters(a, b, c);  // every option on by default
-  EXPECT_TRUE(a && b && c);
-  struct Row {
-    int code, status;
-    const char* text;
-  };
-  for (const Row& row :
-       {Row{-3, -2, "Analysis Canceled by User"},
-        Row{-1, -3, "Instability Detected (ill-conditioned matrices)"},
-        Row{-4, -1, "Memory Allocation Error (insuffcient memory)"},
-        Row{-5, -1, "Memory Allocation Error (insuffcient memory)"},
-        Row{-6, -40, "Failed to Find Ritz Vectors"}, Row{-8, -40, "Failed to Find Ritz Vectors"}}) {
-    r.ResolveError(nullptr, row.code);
-    EXPECT_EQ(r.GetStatus(), row.status) << row.code;
-    EXPECT_EQ(r.GetErrorMessage(), row.text) << row.code;
-  }
-  r.ResolveError(nullptr, 0);  // unchanged
-  EXPECT_EQ(r.GetStatus(), -40);
-  for (const Row& row : {Row{-2, -2, "Analysis Canceled by User"},
-                         Row{-3, -3, "Instability Detected (ill-conditioned matrices)"},
-                         Row{-7, -40, "Failed to Find Ritz Vectors"}}) {
-    r.ResolveError(row.code);
-    EXPECT_EQ(r.GetStatus(), row.status);
-    EXPECT_EQ(r.GetErrorMessage(), row.text);
-  }
-  r.ResolveError(0);
-  EXPECT_EQ(r.GetStatus(), 0);
-  int n = 9;
-  r.CheckNumReqEigens(7, 12, n);  // n becomes min(n, a, b)
-  EXPECT_EQ(n, 7);
 }
 
 }  // namespace

@@ -100,44 +100,6 @@ TEST(SubspaceMassForms, DenseConsistentMassWithShift) {
   ExpectLowestModes(e, r, 5);
 }
 
-// A sparse mass with entries outside K's pattern: shifting merges the patterns, and the saved
-// pattern of K comes back with its values when the run ends.
-TEST(SubspaceMassForms, MassReachingOutsideTheStiffnessPattern) {
-  const int n = 12;
-  std::vector<double> kd(static_cast<size_t>(n) * n, 0.0), md(static_cast<size_t>(n) * n, 0.0);
-  for (int i = 0; i < n; ++i) {
-    kd[static_cast<size_t>(i) * n + i] = 2.0 + i;
-    md[static_cast<size_t>(i) * n + i] = 1.0;
-    if (i + 1 < n)
-      kd[static_cast<size_t>(i) * n + i + 1] = kd[static_cast<size_t>(i + 1) * n + i] = -1.0;
-    if (i + 3 < n)
-      md[static_cast<size_t>(i) * n + i + 3] = md[static_cast<size_t>(i + 3) * n + i] = 0.1;
-  }
-  EigenProblem e;
-  e.name = "outside pattern";
-  e.k = vqtest::CsrFromDense(n, kd);
-  e.mass = vqtest::CsrFromDense(n, md);
-  vqtest::Csr k = e.k, m = e.mass;
-  VQ_SparseSymMatrix K(n, k.values.data(), k.rowPointers.data(), k.columnIndices.data());
-  VQ_SparseSymMatrix M(n, m.values.data(), m.rowPointers.data(), m.columnIndices.data());
-  ASSERT_FALSE(K.CheckSubsetSparsity(&M));
-  vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver solver(&K, &M, 0, -2, 4, dir.Path().c_str(), false, 0.0);
-  solver.SetConvergenceTolerance(1e-12);
-  ASSERT_EQ(0, solver.SolveSystemIncrementally(4, -0.5, 0));
-  SubspaceRun r;
-  r.found = solver.GetNumFoundEigen();
-  for (int i = 1; i <= r.found; ++i) r.values.push_back(solver.GetEigenValue(i));
-  const VQ_Matrix* v = solver.GetAllEigenVectors();
-  r.vectors.assign(v->GetDataPointer(), v->GetDataPointer() + static_cast<size_t>(n) * r.found);
-  ExpectLowestModes(e, r, 4);
-  ASSERT_EQ(k.nnz(), K.GetNumberOfNonZeros());
-  for (int i = 0; i < k.nnz(); ++i) {
-    EXPECT_EQ(k.values[i], K.GetDataPointer()[i]);
-    EXPECT_EQ(k.columnIndices[i], K.GetColumnVectorPointer()[i]);
-  }
-}
-
 // ---- eigenvalue limit ---------------------------------------------------------------------------
 
 TEST(SubspaceLimit, StopsAfterTheFirstValueAboveTheLimit) {

@@ -71,31 +71,6 @@ TEST(SparseSymMatrixSwapFiles, ExactTextAndDeletionAtDestruction) {
   for (const char* k : {"1.dat", "2.dat", "3.dat"}) EXPECT_FALSE(Exists(base + k)) << k;
 }
 
-TEST(SparseSymMatrixSwapFiles, PlusSignOnNonNegativeNumbers) {
-  const std::string base = ScratchPath("plus_");
-  VQ_SparseSymMatrix a = TwoByTwo();
-  a.Set(1, 2, -1.0);
-  ASSERT_TRUE(a.WriteToFile(base.c_str(), true, true, true, false));
-  EXPECT_EQ(FileBytes(base + "1.dat"),
-            "+3\n+4.0000000000000000e+00\n-1.0000000000000000e+00\n+3.0000000000000000e+00\n");
-  EXPECT_EQ(FileBytes(base + "2.dat"), "+3\n+1\n+3\n+4\n");
-  EXPECT_FALSE(Exists(base + "3.dat"));
-}
-
-TEST(SparseSymMatrixSwapFiles, ScientificTextMatchesPrintf) {
-  const std::string base = ScratchPath("fmt_");
-  std::vector<double> vals{1.0 / 3.0, -2.5e-300,           6.02214076e23, 0.0,
-                           -0.0,      123456789.123456789, 5e-324};
-  std::vector<int> r(vals.size() + 1), c(vals.size());
-  for (size_t i = 0; i <= vals.size(); ++i) r[i] = static_cast<int>(i) + 1;
-  for (size_t i = 0; i < vals.size(); ++i) c[i] = static_cast<int>(i) + 1;
-  VQ_SparseSymMatrix a = FromArrays(static_cast<int>(vals.size()), r, c, vals);
-  ASSERT_TRUE(a.WriteToFile(base.c_str(), true, true, false, false));
-  std::string want = "+7\n";
-  for (double v : vals) want += Format("%+.16e", v) + "\n";
-  EXPECT_EQ(FileBytes(base + "1.dat"), want);
-}
-
 TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersAlone) {
   const std::string base = ScratchPath("back_");
   VQ_SparseSymMatrix a = RandomSparse(60, 0.1, 3);
@@ -116,29 +91,6 @@ TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersA
   ASSERT_TRUE(a.ReadFromFile(base.c_str(), false, true, false, false));
   EXPECT_NE(copy.GetValuePointer(), a.GetValuePointer());
   EXPECT_EQ(copy.Value(1, 1), 2.0 * a.Value(1, 1));
-}
-
-TEST(SparseSymMatrixSwapFiles, ValuesAloneRestoreAnUnshiftedMatrix) {
-  // The eigen solvers save K's values, shift K in place, and reload the values before each shift.
-  const std::string base = ScratchPath("shift_");
-  VQ_SparseSymMatrix k = RandomSparse(30, 0.2, 4);
-  const Csr before = CsrOf(k);
-  ASSERT_TRUE(k.WriteToFile(base.c_str(), true, true, false, false));
-  for (int i = 1; i <= 30; ++i) k.Set(i, i, k.Value(i, i) - 7.5);
-  ASSERT_TRUE(k.ReadFromFile(base.c_str(), true, true, false, false));
-  EXPECT_EQ(CsrOf(k).values, before.values);
-  EXPECT_EQ(CsrOf(k).rowPointers, before.rowPointers);
-}
-
-TEST(SparseSymMatrixSwapFiles, FilesThisMatrixNeverWroteAreNotRead) {
-  const std::string base = ScratchPath("foreign_");
-  VQ_SparseSymMatrix writer = TwoByTwo(), other = RandomSparse(5, 0.5, 6);
-  ASSERT_TRUE(writer.WriteToFile(base.c_str(), false, true, true, true));
-  const Csr before = CsrOf(other);
-  EXPECT_FALSE(other.ReadFromFile(base.c_str(), false, true, true, true));
-  EXPECT_EQ(other.NumRows(), 5);
-  EXPECT_EQ(CsrOf(other).values, before.values);
-  EXPECT_EQ(other.MatrixStatus(), 0);
 }
 
 TEST(SparseSymMatrixSwapFiles, UnopenableFileFailsWithMinus5) {
@@ -191,16 +143,6 @@ TEST(SparseSymMatrixSwapFiles, DamagedFilesFailWithoutCrashing) {
 
 // ---- MatrixMarket -------------------------------------------------------------------------------
 
-TEST(SparseSymMatrixMatrixMarket, WrittenFormatAlsoWithAMissingDiagonalWrittenAsZero) {
-  const std::string head = "%%MatrixMarket matrix coordinate real symmetric \n2 \t 2 \t 3 \n";
-  VQ_SparseSymMatrix a = TwoByTwo();
-  a.Set(1, 2, -1.0 / 3.0);
-  EXPECT_EQ(MtxText(a), head + Line(1, 1, 4.0) + Line(1, 2, -1.0 / 3.0) + Line(2, 2, 3.0));
-  // Hand-made arrays whose row 1 holds only (1, 2).
-  EXPECT_EQ(MtxText(FromArrays(2, {1, 2, 3}, {2, 2}, {5.0, 1e300})),
-            head + Line(1, 1, 0.0) + Line(1, 2, 5.0) + Line(2, 2, 1e300));
-}
-
 TEST(SparseSymMatrixMatrixMarket, RoundTrip) {
   TempFile t("mtxrt");
   VQ_SparseSymMatrix a = RandomSparse(70, 0.08, 8), b;
@@ -245,23 +187,6 @@ TEST(SparseSymMatrixMatrixMarket, MissingFile) {
   EXPECT_FALSE(ok);
   EXPECT_EQ(a.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
   EXPECT_EQ(Stdout([&] { a.ReadIn_MTX_Format("/nonexistent/k.mtx", false); }), "");
-}
-
-TEST(SparseSymMatrixMatrixMarket, MissingDiagonalReadsButLeavesTheMatrixEmpty) {
-  // A huge declared order with few entries fails cheaply too: nothing is sized by the order
-  // before the diagonal is complete.
-  for (const char* text :
-       {"%%MatrixMarket matrix coordinate real symmetric\n3 3 3\n1 1 1\n2 2 1\n2 1 4\n",
-        "%%MatrixMarket matrix coordinate real symmetric\n2000000000 2000000000 1\n1 1 1\n"}) {
-    TempFile t("mtxdiag");
-    WriteBytes(t.path, text);
-    VQ_SparseSymMatrix a;
-    bool ok = false;
-    Stdout([&] { ok = a.ReadIn_MTX_Format(t.path.c_str(), true); });
-    EXPECT_TRUE(ok) << text;
-    EXPECT_EQ(static_cast<int>(a.MatrixStatus()), -66) << text;
-    EXPECT_TRUE(IsEmpty(a)) << text;
-  }
 }
 
 class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char*, const char*>> {};
@@ -335,24 +260,5 @@ INSTANTIATE_TEST_SUITE_P(SharedData, RealMatrix,
                                          "bcsstm07.mtx", "bcsstm22.mtx"));
 
 // ---- text dumps ---------------------------------------------------------------------------------
-
-TEST(SparseSymMatrixText, PrintShowsTheFullSymmetricMatrixWriteDataTheThreeArrays) {
-  TempFile t("print");
-  VQ_SparseSymMatrix a = TwoByTwo();
-  auto dump = [](const char* first, const char* second) {
-    auto row = [&](double x, double y) {
-      return "{" + Format(first, x) + " " + Format(second, y) + "},\n";
-    };
-    return "\nMatrix Type = SYM_SPARSE_MATRIX \t NumRows: 2 \t  NumCols: 2 \n\n{" + row(4, 1) +
-           row(1, 3) + "}\n";
-  };
-  a.print(t.path.c_str(), 0, false);
-  EXPECT_EQ(FileBytes(t.path), dump("%12.8f , ", "%12.8f "));
-  a.print(t.path.c_str(), 1, true);  // appended, scientific
-  EXPECT_EQ(FileBytes(t.path), dump("%12.8f , ", "%12.8f ") + dump("%e , ", "%e "));
-  a.WriteData(t.path.c_str());
-  EXPECT_EQ(FileBytes(t.path), Format("%12.8f \n", 4.0) + Format("%12.8f \n", 1.0) +
-                                   Format("%12.8f \n", 3.0) + "1 \n3 \n4 \n1 \n2 \n2 \n");
-}
 
 }  // namespace
