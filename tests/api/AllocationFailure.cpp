@@ -33,25 +33,6 @@ const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n"
 
 // ---- sizes beyond the 32-bit element count ------------------------------------------------------
 
-TEST(AllocationBeyond32BitCount, DenseMatricesRefuseAndStayUsable) {
-  testing::internal::CaptureStdout();
-  VQ_Matrix general(70000, 70000);  // 4.9e9 elements
-  VQ_SymMatrix packed(70000, 1.0);  // 2.45e9 packed elements
-  VQ_Matrix wide(2, INT_MAX);
-  const std::string out = testing::internal::GetCapturedStdout();
-  for (const VQ_Matrix* m : std::vector<const VQ_Matrix*>{&general, &packed, &wide}) {
-    EXPECT_EQ(m->MatrixStatus(), -1);
-    EXPECT_EQ(m->NumRows(), 0);
-    EXPECT_EQ(m->NumCols(), 0);
-    EXPECT_EQ(m->GetDataPointer(), nullptr);
-  }
-  EXPECT_EQ(out, std::string(kNoMemoryLine) + kNoMemoryLine + kNoMemoryLine);
-  // The object takes a size it can hold afterwards.
-  general.Redimension(3, 2, 1.5);
-  EXPECT_EQ(general.MatrixStatus(), 0);
-  EXPECT_EQ(general.Value(3, 2), 1.5);
-}
-
 // ---- a limited address space
 // ----------------------------------------------------------------------
 
@@ -125,34 +106,6 @@ class AllocationUnderAddressSpaceLimit : public testing::Test {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
   }
 };
-
-TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSolutionCannotBeSized) {
-  EXPECT_EXIT(RunChild([] {
-                const int n = 1000000;
-                VQ_SysMatrixHandle h = VQ_SysMatrixBegin();
-                VQ_SysMatrixDef(h, 0, n);  // the diagonal pattern, closed by the first use below
-                VQ_SysMatrixInit(h, 2.0);
-                VQ_SysVectorHandle rhs = VQ_SysVectorCreate(n, 1.0);
-                VQ_SysVectorHandle x =
-                    VQ_SysVectorBegin();  // one entry: the call must size it to n
-                if (!rhs || !x) return std::string("setup failed");
-                const long long heap = vqtest::HeapInUseBytes();
-                if (!LimitAddressSpace(2)) return std::string("setrlimit failed");
-                const int code = VQ_SysMatrixSolve(h, rhs, x);
-                std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
-                if (f.empty()) f = HeapReturned(heap, "VQ_SysMatrixSolve");
-                // A vector of n entries cannot be created either; the handles are still
-                // destructible.
-                if (f.empty() && VQ_SysVectorCreate(n, 0.0) != nullptr)
-                  f = "VQ_SysVectorCreate did not fail";
-                LimitAddressSpace(0);
-                VQ_SysVectorEnd(x);
-                VQ_SysVectorEnd(rhs);
-                VQ_SysMatrixEnd(h);
-                return f;
-              }),
-              testing::ExitedWithCode(0), "");
-}
 
 TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSolvableAfterwards) {
   EXPECT_EXIT(

@@ -49,19 +49,6 @@ TEST(EnvironmentSettings, OutOfCoreSizesAndInitialisation) {
   VQ_Set_INTEL_MKL_OOC_MAX_SWAP_SIZE(0);
 }
 
-TEST(EnvironmentSettings, DomainVariablesAreNamedAfterTheDomain) {
-  const char* names[] = {"MKL_DOMAIN_ALL", "MKL_DOMAIN_BLAS", "MKL_DOMAIN_FFT", "MKL_DOMAIN_VML",
-                         "MKL_DOMAIN_PARDISO"};
-  for (int d = 0; d < 5; ++d) {
-    EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(d, 10 + d), 0);
-    EXPECT_EQ(Env(names[d]), std::to_string(10 + d));
-  }
-  unsetenv("MKL_DOMAIN_5");
-  EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(5, 4), 5);
-  EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(-1, 4), -1);
-  for (int d = 0; d < 5; ++d) EXPECT_EQ(Env(names[d]), std::to_string(10 + d));
-}
-
 TEST(WorkingDirectory, OocPathIsDirectoryGlueGuidAndSuffix) {
   EXPECT_EQ(VQ_SetWorkingDir("/tmp/vqwork/"), 0);
   char* dir = VQ_GetWorkingDir();
@@ -78,17 +65,6 @@ TEST(WorkingDirectory, OocPathIsDirectoryGlueGuidAndSuffix) {
   // A fresh GUID every time.
   VQ_SetWorkingDir("/tmp/vqwork/");
   EXPECT_NE(Env("MKL_PARDISO_OOC_PATH"), path);
-}
-
-TEST(WorkingDirectory, NoSeparatorIsInserted) {
-  VQ_SetWorkingDir("/tmp/work");
-  std::string path = Env("MKL_PARDISO_OOC_PATH");
-  EXPECT_EQ(path.rfind("/tmp/work", 0), 0u);
-  EXPECT_NE(path[9], '/');
-  VQ_SetWorkingDir("");
-  char* dir = VQ_GetWorkingDir();
-  EXPECT_STREQ(dir, "");
-  std::free(dir);
 }
 
 }  // namespace

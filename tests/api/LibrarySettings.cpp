@@ -54,21 +54,6 @@ TEST_F(LibrarySettings, InitializationWritesDefaultsAndTakesSolverTypeAtIndex59)
   EXPECT_EQ(VQ_GetSolverType(), 2);
 }
 
-TEST_F(LibrarySettings, FeastAndRitzDefaults) {
-  int f[7];
-  VQ_SetGlobalExtendedEigenSparseSolverParam(3, 99);
-  VQ_SetRitzVectorSolutionType(0);
-  VQ_SetRitzVectorAddStaticCorrection(1);
-  VQ_InitializeLibrary();
-  VQ_GetGlobalExtendedEigenSparseSolverParams(f);
-  const int expect[7] = {0, 8, 12, 20, 0, 0, 5};
-  for (int k = 0; k < 7; ++k) EXPECT_EQ(f[k], expect[k]);
-  EXPECT_EQ(VQ_GetRitzVectorSolutionType(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorOrthogonalizeVwrtK(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorSelectiveReorthogonalization(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorAddStaticCorrection(), 0);
-}
-
 TEST_F(LibrarySettings, SingleParametersRoundTripAndBulkCopy) {
   EXPECT_EQ(VQ_SetGlobalSparseSolverParam(12, 1), 0);
   EXPECT_EQ(VQ_GetGlobalSparseSolverParam(12), 1);

@@ -11,6 +11,7 @@
 #include "api/internal/SystemHandles.h"
 #include "models/CsrMatrix.h"
 #include "models/SolidModel.h"
+#include "support/ModelsSupport.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 
@@ -19,12 +20,6 @@ namespace {
 namespace vi = vqmath::internal;
 using vqtest::Csr;
 
-std::string LastMessage() {
-  char* m = VQ_GetLastErrorMessage();
-  std::string s = m ? m : "";
-  std::free(m);
-  return s;
-}
 
 // The compressed rows a handle holds, closing its pattern first.
 Csr Rows(VQ_SysMatrixHandle h) {
@@ -98,23 +93,10 @@ class SystemHandles : public ::testing::Test {
 TEST_F(SystemHandles, ElementAssemblyReproducesTheModelStiffness) {
   vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(900));
   const vqmath::models::CsrMatrix& k = model.Stiffness();
-  VQ_SysMatrixHandle h = VQ_SysMatrixBegin();
-  VQ_SysMatrixDef(h, 0, k.n);
+  VQ_SysMatrixHandle h = vqtest::AssembleHandle(model);
   int n = 0;
   EXPECT_EQ(k.n, VQ_SysMatrixInq(h, 0, &n));
   EXPECT_EQ(k.n, n);
-  for (int e = 0; e < model.NumElements(); ++e) {
-    int dofs[24];
-    model.ElementEquations(e, dofs);
-    VQ_SysMatrixPreAssem(h, 24, dofs);
-  }
-  for (int e = 0; e < model.NumElements(); ++e) {
-    int dofs[24];
-    model.ElementEquations(e, dofs);  // 0 for the clamped face: skipped
-    const std::vector<double> ke = model.ElementStiffness(e);
-    const std::vector<double> packed = vqmath::models::PackUpperByColumns(ke.data(), 24);
-    VQ_SysMatrixAssem(h, 24, dofs, packed.data());
-  }
   const Csr assembled = Rows(h);
   ASSERT_EQ(k.rowPointers, assembled.rowPointers);
   ASSERT_EQ(k.columnIndices, assembled.columnIndices);
@@ -124,30 +106,6 @@ TEST_F(SystemHandles, ElementAssemblyReproducesTheModelStiffness) {
     scale = std::fmax(scale, std::fabs(k.values[p]));
   }
   EXPECT_LE(worst, 1e-12 * scale);
-  VQ_SysMatrixEnd(h);
-}
-
-TEST_F(SystemHandles, ProductsWithHandlesAndArrays) {
-  const Csr k = vqtest::SolidStiffness(600);
-  VQ_SysMatrixHandle h = AssembleFromCsr(k);
-  const std::vector<double> x = vqtest::MakeRightHandSides(k.n, 1);
-  std::vector<double> expected(k.n);
-  vqtest::Multiply(k, x.data(), expected.data());
-  VQ_SysVectorHandle xv = VectorOf(x.data(), k.n);
-  for (int method : {0, 1}) {
-    VQ_SysVectorHandle y = VQ_SysVectorBegin();  // one entry: sized by the product
-    VQ_SysMatrixProd(h, xv, y, method);
-    std::vector<double> got(k.n), arrays(k.n);
-    ASSERT_EQ(k.n, VQ_SysVectorInq(y, nullptr));
-    CopyOut(y, got.data(), k.n);
-    VQ_SysMatrixProd2(h, x.data(), arrays.data(), method);
-    for (int i = 0; i < k.n; ++i) {
-      EXPECT_NEAR(expected[i], got[i], 1e-12 * std::fabs(expected[i]) + 1e-3);
-      EXPECT_EQ(got[i], arrays[i]);
-    }
-    VQ_SysVectorEnd(y);
-  }
-  VQ_SysVectorEnd(xv);
   VQ_SysMatrixEnd(h);
 }
 
@@ -233,39 +191,6 @@ TEST_F(SystemHandles, ResolveKeepsAFactorisationPerHandleUntilTheMatrixChanges) 
   EXPECT_LE(vqtest::RelativeResidual(k, got.data(), f.data(), 1), 1e-10);
   VQ_SysVectorEnd(b);
   VQ_SysVectorEnd(x);
-  VQ_SysMatrixEnd(h);
-}
-
-TEST_F(SystemHandles, SolvingReportsThroughTheRegistry) {
-  const Csr k = vqtest::SolidStiffness(400);
-  VQ_SysMatrixHandle h = AssembleFromCsr(k);
-  VQ_SysVectorHandle wrong = VQ_SysVectorCreate(k.n + 1, 1.0);
-  EXPECT_EQ(-64, VQ_SysMatrixSolve(h, wrong, nullptr));
-  EXPECT_EQ(-64, VQ_GetLastErrorID());
-  EXPECT_EQ(-64, VQ_SysMatrixSolve(nullptr, wrong, nullptr));
-  EXPECT_EQ(-64, VQ_SysMatrixSolveMult(h, 1, &wrong, &wrong));
-  VQ_SysVectorEnd(wrong);
-
-  // Count 0: factors, solves nothing, succeeds.
-  EXPECT_EQ(0, VQ_SysMatrixSolveMult(h, 0, nullptr, nullptr));
-  EXPECT_EQ(k.n, VQ_GetNumberOfPositiveEigenvalues());
-
-  // An equation that no element reaches has no stiffness: singular, with its number.
-  VQ_SysMatrixHandle g = VQ_SysMatrixBegin();
-  VQ_SysMatrixDef(g, 0, 3);
-  const int dofs[2] = {1, 3};
-  const double ke[3] = {2.0, -1.0, 2.0};
-  VQ_SysMatrixPreAssem(g, 2, dofs);
-  VQ_SysMatrixAssem(g, 2, dofs, ke);
-  VQ_SetSolverMatrixType(2);
-  VQ_SysVectorHandle r = VQ_SysVectorCreate(3, 1.0);
-  EXPECT_EQ(-3, VQ_SysMatrixSolve(g, r, nullptr));
-  EXPECT_EQ(-3, VQ_GetLastErrorID());
-  EXPECT_EQ(2, VQ_GetInstabilityDOF());
-  EXPECT_EQ("Zero Pivot, Numerical Factoriztion or Iterative Refinement Problem in Sparse Solver", LastMessage());
-
-  VQ_SysVectorEnd(r);
-  VQ_SysMatrixEnd(g);
   VQ_SysMatrixEnd(h);
 }
 

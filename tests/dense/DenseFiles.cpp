@@ -103,20 +103,6 @@ TEST(MtxRead, RoundTripIsExact) {
   EXPECT_EQ(Full(dBack), Full(d));
 }
 
-TEST(MtxRead, CrlfCommentsAndStrayTokens) {
-  VQ_Matrix m;
-  EXPECT_TRUE(Read(m,
-                   "%%MatrixMarket matrix coordinate real general\r\n"
-                   "% a comment\r\n"
-                   "\r\n"
-                   "3 2 3\r\n"
-                   "1 1 1.5\r\n"
-                   "%   comment between entries\r\n"
-                   "3\t2\t-4e2\r\n"
-                   "2 1 7\r\n"));
-  EXPECT_EQ(Full(m), (V{1.5, 7, 0, 0, 0, -400}));
-}
-
 TEST(MtxRead, MalformedFilesNeverWriteOutOfBounds) {
   VQ_Matrix m;
   // Indices outside the declared size are skipped; reading stops at a malformed token.
@@ -139,19 +125,6 @@ TEST(MtxRead, MalformedFilesNeverWriteOutOfBounds) {
   EXPECT_TRUE(Read(s, "3 3 2\n3 1 4\n3 3 9\n"));
   EXPECT_EQ(s.GetSizeAllocated(), 6);
   EXPECT_EQ(s.Value(1, 3), 4.0);
-}
-
-TEST(MtxRead, MissingFile) {
-  VQ_Matrix m(2, 2, 1.0);
-  VQ_DiagonalMatrix d;
-  const std::string path = ScratchPath("missing.mtx");
-  EXPECT_EQ(Stdout([&] { EXPECT_FALSE(m.ReadIn_MTX_Format(path.c_str(), false)); }), "");
-  EXPECT_EQ(m.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_EQ(m.Value(2, 2), 1.0);
-  EXPECT_EQ(Stdout([&] { EXPECT_FALSE(m.ReadIn_MTX_Format(path.c_str(), true)); }),
-            ">>>>>>> File Not Found : " + path + "  <<<<<< \n\n");
-  EXPECT_FALSE(d.ReadIn_MTX_Format(path.c_str(), false));
-  EXPECT_EQ(d.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
 }
 
 TEST(MtxRead, DiagonalDropsOffDiagonalTermsStatusOnlyWhenVerbose) {

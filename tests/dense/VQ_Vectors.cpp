@@ -36,36 +36,6 @@ TEST(ColVector, ConstructionAccessNormDotNormalize) {
   EXPECT_EQ(Full(VQ_ColVector(V{-2, 3}).Squared()), (V{4, 9}));
 }
 
-TEST(ColVector, ColumnCopiesAndCopyTo) {
-  VQ_Matrix m = RandomMatrix(3, 4, 1);
-  VQ_ColVector v(3), keep(3, 5.0);
-  v.SetEqualTo(m, 4);
-  EXPECT_EQ(Full(v), (V{m.Value(1, 4), m.Value(2, 4), m.Value(3, 4)}));
-  keep.SetEqualTo(m, 5);                // out of range: nothing
-  keep.SetEqualTo(VQ_Matrix(2, 2), 1);  // row mismatch: nothing
-  EXPECT_EQ(Full(keep), V(3, 5.0));
-  double dv[] = {7, 8, 9}, out[2] = {0, 0};
-  keep.SetEqualTo(VQ_DiagonalMatrix(3, dv));
-  EXPECT_EQ(Full(keep), (V{7, 8, 9}));
-  keep.CopyTo(out, 2);
-  EXPECT_EQ(out[1], 8.0);
-}
-
-TEST(ColVector, OperatorsAndThreshold) {
-  VQ_ColVector a(V{1, 2}), b(V{10, 20}), c(a);
-  EXPECT_EQ(Full(a + b), (V{11, 22}));
-  EXPECT_EQ(Full(a - b), (V{-9, -18}));
-  EXPECT_EQ(Full(-a), (V{-1, -2}));
-  EXPECT_EQ(Full(+a), (V{1, 2}));
-  EXPECT_EQ(Full(2.0 * a), (V{2, 4}));
-  EXPECT_EQ(Full(a * 3.0), (V{3, 6}));
-  EXPECT_EQ((a + b).MatrixType(), MC::COLUMN_VECTOR);
-  EXPECT_EQ((a / 1e-17).MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
-  c /= 4.0;
-  EXPECT_EQ(c.MatrixStatus(), MC::STATUS_OK);
-  EXPECT_EQ(Full(c), (V{0.25, 0.5}));
-}
-
 class MatrixVector : public testing::TestWithParam<std::pair<int, int>> {};
 
 TEST_P(MatrixVector, ProductsMatchReference) {

@@ -153,25 +153,6 @@ TEST_F(FeastSolver, InputErrorsAndNoIntervals) {
   EXPECT_EQ(empty.GetSolverStatusMessage(), "Error: Problem with size of the system N(N<=0))");
 }
 
-TEST_F(FeastSolver, WithoutMassTheStandardProblemIsSolved) {
-  // B = identity: the eigenvalues of K itself.
-  std::vector<double> dense = vqtest::Dense(k_), w(k_.n);
-  ASSERT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', k_.n, dense.data(), k_.n, w.data()), 0);
-  VQ_ExtendedEigenSparseSolver s(k_.n, k_.rowPointers.data(), k_.columnIndices.data(),
-                                 k_.values.data(), 0, -2, false, "");
-  EXPECT_EQ(Run(0.5 * (w[2] + w[3]), 0.5 * (w[7] + w[8]), 10, 1, true, &s), 0)
-      << s.GetSolverStatusMessage();
-  ExpectSame(values_, std::vector<double>(w.begin() + 3, w.begin() + 8));
-}
-
 // ---- parameters and texts -----------------------------------------------------------------------
-
-TEST_F(FeastSolver, UserParametersReachFeast) {
-  // 16 contour points and a 1e-13 trace criterion still give the interval's eigenvalues.
-  s_.SetNumberOfCountourPoints(16);
-  s_.SetErrorTraceDoublePrecesionStoppingCriteria(13);
-  EXPECT_EQ(Run(Between(1), Between(6), 10, 1, false), 0);
-  ExpectSame(values_, Inside(Between(1), Between(6)));
-}
 
 }  // namespace

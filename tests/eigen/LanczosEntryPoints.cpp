@@ -16,12 +16,7 @@ namespace {
 
 using vqtest::Csr;
 
-std::string LastMessage() {
-  char* text = VQ_GetLastErrorMessage();
-  std::string s = text ? text : "";
-  std::free(text);
-  return s;
-}
+std::string LastMessage() { return vqtest::LastError().message; }
 
 // K = diag(kd), M = diag(md) (by default K = diag(n…1), M = diag(2): λ_i = i / 2). The entry
 // points take it with M as its diagonal (ARPACK) or in compressed rows (ARPACK2, ARPACK3).
@@ -124,32 +119,6 @@ TEST_F(LanczosEntryPoints, FrameModelThroughArpack4AndArpack5) {
       << LastMessage();
   for (int mode = 1; mode <= 4; ++mode)
     EXPECT_LT(vqtest::RelDiff(v[mode - 1], c.EulerLoad(mode)), 2e-3);
-}
-
-TEST_F(LanczosEntryPoints, FailuresLeaveCodeAndDriverTextInTheRegistry) {
-  const DiagonalProblem d(10);
-  std::vector<double> v(3, 5.0);
-  int found = 7;
-  // Buckling without a shift.
-  EXPECT_EQ(d.Arpack2(3, 1, &found, v.data(), nullptr), -46);
-  EXPECT_EQ(VQ_GetLastErrorID(), -46);
-  EXPECT_EQ(LastMessage(),
-            "Cannot use ARPACK buckling mode (mode 4) without a shift (shift cannot be zero)");
-  EXPECT_EQ(found, 0);
-  for (double x : v) EXPECT_EQ(x, 0.0);  // cleared on entry
-  // Block size below two.
-  EXPECT_EQ(d.Arpack3(3, 1, &found, v.data()), -46);
-  EXPECT_EQ(LastMessage(), "Incremental solver requires block size greater than or equal to 2");
-  // No equations.
-  EXPECT_EQ(VQ_EigenvalueAnalysis_ARPACK(0, 3, nullptr, nullptr, nullptr, nullptr, 4, 0, -1, &found,
-                                         v.data(), nullptr, 0.0, "", 0),
-            -46);
-  EXPECT_EQ(LastMessage(), "No. of equations N must be positive");
-  // Malformed compressed rows: a row pointer that runs backwards.
-  std::vector<int> badRows = d.k.rowPointers;
-  badRows[3] = 2;
-  EXPECT_EQ(d.Arpack(3, 4, 0, &found, v.data(), nullptr, 0.0, badRows.data()), -64);
-  EXPECT_EQ(VQ_GetLastErrorID(), -64);
 }
 
 TEST_F(LanczosEntryPoints, SingularStiffnessRecordsTheInstabilityDof) {

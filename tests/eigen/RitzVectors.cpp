@@ -155,49 +155,6 @@ TEST_F(RitzVectors, EffectiveMassRatioReachesOneAtTheMassDegreesOfFreedom) {
   EXPECT_NEAR(all[1], gamma * gamma / total, 1e-12);
 }
 
-TEST_F(RitzVectors, LanczosVariantSpansTheSameSpace) {
-  Ritz a = Make(), b = Make();
-  a->SetStaticCorrectionOption(false);
-  b->SetStaticCorrectionOption(false);
-  ASSERT_EQ(Solve(*a, 15), 0);
-  ASSERT_EQ(Solve(*b, 15, true), 0);
-  const std::vector<double> ea = Estimates(*a), eb = Estimates(*b);
-  for (int i = 0; i < 15; ++i) EXPECT_LT(vqtest::RelDiff(eb[i], ea[i]), 1e-7) << i;
-}
-
-TEST_F(RitzVectors, StaticCorrectionPutsTheStaticResponseIntoTheBasis) {
-  // With the option on the count-2 basis is {K⁻¹·M·f, K⁻¹·f}: K⁻¹·f lies in the span.
-  // u = K⁻¹·f by a dense solve of the reference.
-  std::vector<double> dense = vqtest::Dense(k_), u = GenericLoad(n_);
-  std::vector<int> ipiv(n_);
-  ASSERT_EQ(LAPACKE_dgesv(LAPACK_COL_MAJOR, n_, 1, dense.data(), n_, ipiv.data(), u.data(), n_), 0);
-  auto spanError = [&](VQ_LDRitzVectors& r) {  // ‖u − Φ·Φᵀ·M·u‖_M / ‖u‖_M
-    const std::vector<double> phi = Vectors(r);
-    std::vector<double> rest = u;
-    for (int j = 0; j < r.GetVectorsPtr()->NumCols(); ++j) {
-      const double* v = &phi[static_cast<size_t>(j) * n_];
-      double c = 0;
-      for (int i = 0; i < n_; ++i) c += v[i] * mass_[i] * u[i];
-      for (int i = 0; i < n_; ++i) rest[i] -= c * v[i];
-    }
-    double a = 0, b = 0;
-    for (int i = 0; i < n_; ++i) {
-      a += rest[i] * mass_[i] * rest[i];
-      b += u[i] * mass_[i] * u[i];
-    }
-    return std::sqrt(a / b);
-  };
-  Ritz on = Make(), off = Make(), wyd = Make();
-  on->SetStaticCorrectionOption(true);
-  off->SetStaticCorrectionOption(false);
-  ASSERT_EQ(Solve(*on, 2, true), 0) << on->GetErrorMessage();
-  ASSERT_EQ(Solve(*off, 2, true), 0);
-  ASSERT_EQ(Solve(*wyd, 2), 0);  // the plain variant never adds it
-  EXPECT_LT(spanError(*on), 1e-10);
-  EXPECT_GT(spanError(*off), 1e-3);
-  EXPECT_GT(spanError(*wyd), 1e-3);
-}
-
 // ---- failures and mappings ----------------------------------------------------------------------
 
 TEST(RitzFailures, NoMassOrASingularStiffnessFail) {

@@ -83,8 +83,8 @@ TEST(SubspaceResults, StiffnessIsHandedBackUnshifted) {
   vqtest::ScratchDir dir;
   VQ_SubspaceEigenSparseSolver solver(&K, &M, 0, -2, 4, dir.Path().c_str(), false, 0.0);
   ASSERT_EQ(0, solver.SolveSystemIncrementally(4, -500.0, 0));
-  ASSERT_EQ(k.nnz(), K.GetNumberOfNonZeros());
-  for (int i = 0; i < k.nnz(); ++i) EXPECT_EQ(k.values[i], K.GetDataPointer()[i]);
+  ASSERT_EQ(k.Nnz(), K.GetNumberOfNonZeros());
+  for (int i = 0; i < k.Nnz(); ++i) EXPECT_EQ(k.values[i], K.GetDataPointer()[i]);
 }
 
 // ---- passes, shifts and the Sturm sequence check ------------------------------------------------

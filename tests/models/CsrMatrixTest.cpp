@@ -102,18 +102,6 @@ TEST(CsrLayout, EveryGeneratedMatrixKeepsTheSolverLayoutAndMultipliesLikeDenseBl
     }
 }
 
-TEST(CsrBuild, TripletsSumRepeatsAndSupplyMissingDiagonals)
-{
-    // (2,1) and (1,2) are the same entry; row 3 has no diagonal given.
-    const CsrMatrix a = FromTriplets(3, {2, 1, 1, 2, 1}, {1, 2, 1, 2, 3}, {5.0, 3.0, 1.0, 2.0, 4.0});
-    EXPECT_EQ(CheckLayout(a), "");
-    EXPECT_EQ(a.rowPointers, (std::vector<int>{1, 4, 5, 6}));
-    EXPECT_EQ(a.columnIndices, (std::vector<int>{1, 2, 3, 2, 3}));
-    EXPECT_EQ(a.values, (std::vector<double>{1.0, 8.0, 4.0, 2.0, 0.0}));
-    EXPECT_THROW(FromTriplets(3, {4}, {1}, {1.0}), std::invalid_argument);
-    EXPECT_THROW(FromTriplets(3, {0}, {1}, {1.0}), std::invalid_argument);
-}
-
 TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
 {
     // Different patterns, so the union is exercised.
@@ -151,34 +139,6 @@ TEST(CsrMatrixMarket, RoundTripIsExact)
         ASSERT_TRUE(ReadMatrixMarket(file.path, back, &error)) << error;
         ExpectSameArrays(back, a, "round trip");
     }
-}
-
-TEST(CsrMatrixMarket, ReadsCrlfCommentsUpperTriangleAndGeneralFiles)
-{
-    CsrMatrix a;
-    std::string error;
-    const TempFile symmetric("forms.mtx",
-                             "%%MatrixMarket matrix coordinate real symmetric\r\n"
-                             "% a comment\r\n"
-                             "%\r\n"
-                             "3 3 5\r\n"
-                             "1 1 4.0\r\n"
-                             "1 3 -1.0\r\n"  // upper triangle entry in a symmetric file
-                             "% a comment among the entries\r\n"
-                             "3 1 -1.0\r\n"  // the same entry again from below: summed
-                             "2 2 5e0\r\n"
-                             "3 3 6\r\n");
-    ASSERT_TRUE(ReadMatrixMarket(symmetric.path, a, &error)) << error;
-    EXPECT_EQ(CheckLayout(a), "");
-    EXPECT_EQ(a.Value(1, 3), -2.0);
-    EXPECT_EQ(a.Value(2, 2), 5.0);
-    EXPECT_EQ(a.Nnz(), 4);
-
-    const TempFile general("general.mtx", "%%MatrixMarket matrix coordinate integer general\n"
-                                          "2 2 4\n1 1 2\n1 2 -1\n2 1 -1\n2 2 2\n");
-    ASSERT_TRUE(ReadMatrixMarket(general.path, a, &error)) << error;
-    EXPECT_EQ(a.Nnz(), 3);
-    EXPECT_EQ(a.Value(1, 2), -1.0);  // not doubled: a general file's lower half mirrors the upper
 }
 
 TEST(CsrMatrixMarket, RejectsMalformedFilesWithAReason)

@@ -118,34 +118,6 @@ TEST(Hexahedron, ConstantStrainPatchGivesExactEnergy)
     EXPECT_NEAR(energy, expected, 1e-10 * expected);
 }
 
-TEST(Hexahedron, MassCarriesTheElementMassInEveryDirection)
-{
-    const std::vector<double> x = DistortedHexahedron();
-    const double rho = 2700.0;
-    const std::vector<double> m = HexahedronConsistentMass(x.data(), rho);
-    const std::vector<double> lumped = HexahedronLumpedMass(x.data(), rho);
-    const double total = rho * HexahedronVolume(x.data());
-    for (int c = 0; c < 3; ++c) {
-        double sum = 0.0, lumpedSum = 0.0;
-        for (int a = 0; a < 8; ++a) {
-            lumpedSum += lumped[3 * a + c];
-            for (int b = 0; b < 8; ++b) sum += m[(3 * a + c) + 24 * (3 * b + c)];
-        }
-        EXPECT_NEAR(sum, total, 1e-12 * total);
-        EXPECT_NEAR(lumpedSum, total, 1e-12 * total);
-    }
-    std::vector<double> chol = m;
-    EXPECT_EQ(LAPACKE_dpotrf(LAPACK_COL_MAJOR, 'U', 24, chol.data(), 24), 0);
-    // A parallelepiped's volume by the Gauss rule is exact.
-    double box[24];
-    for (int a = 0; a < 8; ++a) {
-        box[3 * a] = (a == 1 || a == 2 || a == 5 || a == 6) ? 0.5 : 0.0;
-        box[3 * a + 1] = (a == 2 || a == 3 || a == 6 || a == 7) ? 0.25 : 0.0;
-        box[3 * a + 2] = a >= 4 ? 2.0 : 0.0;
-    }
-    EXPECT_NEAR(HexahedronVolume(box), 0.25, 1e-15);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Assembled model
 
@@ -171,53 +143,8 @@ TEST_P(SolidSupports, StiffnessIsSymmetricAndDefiniteOnlyWhenClamped)
     }
 }
 
-TEST_P(SolidSupports, MassesSumToDensityTimesVolume)
-{
-    const SolidModel model(Small(GetParam()));
-    const double total = model.Parameters().density * model.Volume();
-    // The lumped mass counts every free node once per direction; the clamped face carries
-    // the part of the mass that sits on its nodes.
-    const double lumped = std::accumulate(model.LumpedMass().begin(), model.LumpedMass().end(), 0.0);
-    if (GetParam()) {
-        EXPECT_LT(lumped, 3 * total);
-        // The clamped face nodes hold one half layer of elements: ρ·V/(2·nx) per direction.
-        EXPECT_NEAR(lumped, 3 * total * (1.0 - 1.0 / (2 * model.Parameters().nx)), 1e-9 * total);
-    } else {
-        EXPECT_NEAR(lumped, 3 * total, 1e-9 * total);
-        for (int mode = 0; mode < 3; ++mode) {
-            const std::vector<double> u = model.RigidBodyMode(mode);
-            const std::vector<double> mu = Multiply(model.ConsistentMass(), u);
-            EXPECT_NEAR(std::inner_product(u.begin(), u.end(), mu.begin(), 0.0), total, 1e-9 * total);
-        }
-    }
-    // Lumped mass = row sums of the consistent mass (with the couplings to clamped dofs, which
-    // the free rows no longer hold: only nodes away from the clamped face are compared there).
-    const std::vector<double> ones(static_cast<size_t>(model.NumEquations()), 1.0);
-    const std::vector<double> rowSums = Multiply(model.ConsistentMass(), ones);
-    const int firstFar = GetParam() ? model.Equation(model.Node(2, 0, 0), 0) : 1;
-    for (int i = 0; i < model.NumEquations(); ++i) {
-        if (i + 1 >= firstFar)
-            EXPECT_NEAR(rowSums[i], model.LumpedMass()[i], 1e-12 * total) << i;
-        else
-            EXPECT_LT(rowSums[i], model.LumpedMass()[i]) << i;
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(ClampedAndFree, SolidSupports, ::testing::Values(true, false),
                          [](const auto& info) { return info.param ? "Clamped" : "Free"; });
-
-TEST(SolidModelRigidBody, FreeBodyStiffnessAnnihilatesRigidMotions)
-{
-    const SolidModel model(Small(false));
-    const double scale = MaxAbs(model.Stiffness().values);
-    for (int mode = 0; mode < 6; ++mode) {
-        const std::vector<double> u = model.RigidBodyMode(mode);
-        EXPECT_LT(MaxAbs(Multiply(model.Stiffness(), u)), 1e-12 * scale * MaxAbs(u)) << "mode " << mode;
-    }
-    // Clamped, the same motions are resisted.
-    const SolidModel clamped(Small(true));
-    EXPECT_GT(MaxAbs(Multiply(clamped.Stiffness(), clamped.RigidBodyMode(2))), 1e-3 * scale);
-}
 
 TEST(SolidModelShift, ShiftBetweenEigenvaluesCountsTheEigenvaluesBelow)
 {
@@ -236,35 +163,6 @@ TEST(SolidModelShift, ShiftBetweenEigenvaluesCountsTheEigenvaluesBelow)
 
 // ---------------------------------------------------------------------------------------------
 // Loads and sizes
-
-TEST(SolidModelLoads, LoadsCarryTheirResultants)
-{
-    const SolidModel model(Small(true));
-    const std::vector<double> f = model.EndFaceLoad(10.0, -20.0, 30.0);
-    double sum[3] = {0, 0, 0}, momentAboutX = 0.0;
-    for (int node : model.EndFaceNodes())
-        for (int c = 0; c < 3; ++c) {
-            const double v = f[model.Equation(node, c) - 1];
-            sum[c] += v;
-            const double* x = &model.NodeCoordinates()[3 * static_cast<size_t>(node)];
-            if (c == 2) momentAboutX += (x[1] - 0.5 * model.Width()) * v;
-            if (c == 1) momentAboutX -= (x[2] - 0.5 * model.Height()) * v;
-        }
-    EXPECT_NEAR(sum[0], 10.0, 1e-12);
-    EXPECT_NEAR(sum[1], -20.0, 1e-12);
-    EXPECT_NEAR(sum[2], 30.0, 1e-12);
-    EXPECT_NEAR(momentAboutX, 0.0, 1e-12);  // uniform traction: resultant through the centroid
-    EXPECT_NEAR(std::accumulate(f.begin(), f.end(), 0.0), 20.0, 1e-12);
-
-    const SolidModel free(Small(false));
-    const std::vector<double> g = free.GravityLoad(0.0, 0.0, -9.81);
-    EXPECT_NEAR(std::accumulate(g.begin(), g.end(), 0.0), -9.81 * free.Mass(), 1e-9 * free.Mass());
-
-    const std::vector<double> point = model.NodeLoad(model.Node(2, 1, 1), 1, 5.0);
-    EXPECT_EQ(point[model.Equation(model.Node(2, 1, 1), 1) - 1], 5.0);
-    EXPECT_EQ(std::accumulate(point.begin(), point.end(), 0.0), 5.0);
-    EXPECT_EQ(MaxAbs(model.NodeLoad(model.Node(0, 1, 1), 1, 5.0)), 0.0);  // clamped node
-}
 
 // ---------------------------------------------------------------------------------------------
 // Cantilever

@@ -20,29 +20,6 @@ namespace {
 
 using vqtest::Csr;
 
-// Fixed-free chain of n unit springs with unit masses: K = tridiag(-1, 2, -1) with K(n, n) = 1.
-// Its eigenvalues are 4 sin^2((2k - 1) pi / (2 (2n + 1))), k = 1..n.
-Csr SpringChain(int n) {
-  Csr k;
-  k.n = n;
-  k.rowPointers.push_back(1);
-  for (int i = 1; i <= n; ++i) {
-    k.columnIndices.push_back(i);
-    k.values.push_back(i == n ? 1.0 : 2.0);
-    if (i < n) {
-      k.columnIndices.push_back(i + 1);
-      k.values.push_back(-1.0);
-    }
-    k.rowPointers.push_back(static_cast<int>(k.values.size()) + 1);
-  }
-  return k;
-}
-
-double ChainEigenvalue(int n, int k) {
-  const double s = std::sin((2.0 * k - 1.0) * M_PI / (2.0 * (2.0 * n + 1.0)));
-  return 4.0 * s * s;
-}
-
 // K with equation j decoupled and without stiffness (a degree of freedom nothing holds).
 Csr WithoutStiffnessAt(Csr k, int j) {
   for (int i = 1; i <= k.n; ++i)
@@ -83,48 +60,17 @@ class SparseSolverFactorization : public ::testing::Test {
   }
 };
 
-TEST_F(SparseSolverFactorization, PositiveDefiniteModelHasOnlyPositivePivots) {
-  const Csr k = vqtest::SolidStiffness(3000);
-  for (int mtype : {-2, 2}) {
-    SCOPED_TRACE(mtype);
-    auto f = Factor(k, mtype);
-    ASSERT_EQ(0, f->status);
-    EXPECT_EQ(0, f->solver->Get_NumberOfNegativeEigenvalues());
-    EXPECT_EQ(k.n, f->solver->Get_NumberOfPositiveEigenvalues());
-    std::string warning;
-    int code = 7;
-    f->solver->GetSolverWarningInfo(warning, code);
-    EXPECT_EQ(0, code);
-    EXPECT_EQ("", warning);
-  }
-}
-
 TEST_F(SparseSolverFactorization, ShiftedChainCountsEigenvaluesBelowTheShift) {
   const int n = 200;
-  const Csr k = SpringChain(n);
+  const Csr k = vqtest::SpringChain(n);
   const std::vector<double> unitMass(n, 1.0);
   for (int below : {1, 2, 17, 100, 199}) {
     SCOPED_TRACE(below);
-    const double sigma = 0.5 * (ChainEigenvalue(n, below) + ChainEigenvalue(n, below + 1));
+    const double sigma = 0.5 * (vqtest::SpringChainEigenvalue(n, below) + vqtest::SpringChainEigenvalue(n, below + 1));
     auto f = Factor(vqtest::ShiftedByDiagonal(k, unitMass, sigma), -2);
     ASSERT_EQ(0, f->status);
     EXPECT_EQ(below, f->solver->Get_NumberOfNegativeEigenvalues());
     EXPECT_EQ(n - below, f->solver->Get_NumberOfPositiveEigenvalues());
-  }
-}
-
-TEST_F(SparseSolverFactorization, ShiftedSolidCountsEigenvaluesOfDenseReference) {
-  const Csr k = vqtest::SolidStiffness(700);
-  const std::vector<double> m = vqtest::SolidLumpedMass(700);
-  const std::vector<double> lambda = vqtest::DenseEigenvalues(k, vqtest::DiagonalCsr(m));
-  ASSERT_GT(lambda.size(), 40u);
-  for (int below : {3, 12, 40}) {
-    SCOPED_TRACE(below);
-    const double sigma = 0.5 * (lambda[below - 1] + lambda[below]);
-    auto f = Factor(vqtest::ShiftedByDiagonal(k, m, sigma), -2);
-    ASSERT_EQ(0, f->status);
-    EXPECT_EQ(below, f->solver->Get_NumberOfNegativeEigenvalues());
-    EXPECT_EQ(k.n - below, f->solver->Get_NumberOfPositiveEigenvalues());
   }
 }
 
@@ -165,7 +111,7 @@ TEST_F(SparseSolverFactorization, SingularModelReportsInstabilityEquation) {
 
 TEST_F(SparseSolverFactorization, IndefiniteWithStopReportsInstabilityFromPositiveDefiniteRetry) {
   // Diagonal 2 everywhere except -1 at equation 3, coupled to its neighbours.
-  Csr k = SpringChain(8);
+  Csr k = vqtest::SpringChain(8);
   for (double& v : k.values) v = v > 0 ? 4.0 : -1.0;
   k.values[k.rowPointers[2] - 1] = -1.0;
   auto f = Factor(k, -2, true);
@@ -231,7 +177,7 @@ TEST(PivotOrder, BlockExchangesAreMatchedByTheReportedMatrixDiagonal) {
 }
 
 TEST_F(SparseSolverFactorization, SolveBeforeDecompositionReturnsMinusSevenAndTouchesNothing) {
-  Csr k = SpringChain(10);
+  Csr k = vqtest::SpringChain(10);
   std::vector<double> b(10, 1.0), x(10, 5.0);
   VQ_SparseSolver s(10, k.values.data(), k.rowPointers.data(), k.columnIndices.data(), 1, b.data(),
                     0, -2, 0, "", x.data());

@@ -69,20 +69,4 @@ TEST_F(SparseSolverSettings, GlobalArrayOverridesAndLastParameterList) {
   EXPECT_EQ(1, t.Get_iParm(0));
 }
 
-TEST_F(SparseSolverSettings, FactorisationCopiesParametersBackWhenTheHostSetThem) {
-  VQ_Initialize_INTEL_MKL_SparseSolverParams();
-  VQ_SetGlobalSparseSolverParam(1, 2);  // marks the array as the host's
-  vqtest::Csr k = vqtest::SolidStiffness(900);
-  VQ_SparseSolver s(0, -2, false, "");
-  s.Set_Matrix(k.n, k.values.data(), k.rowPointers.data(), k.columnIndices.data());
-  ASSERT_EQ(0, s.Decomposition(true, true));
-  // PARDISO's report entries come back through the global array.
-  EXPECT_GT(VQ_GetGlobalSparseSolverParam(17), k.nnz());
-  EXPECT_GT(VQ_GetGlobalSparseSolverParam(18), 0);
-  EXPECT_EQ(k.n, VQ_GetGlobalSparseSolverParam(21));
-  std::vector<int> global(64);
-  VQ_GetGlobalSparseSolverParams(global.data());
-  EXPECT_EQ(Params(s), global);
-}
-
 }  // namespace

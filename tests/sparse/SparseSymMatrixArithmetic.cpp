@@ -61,19 +61,6 @@ TEST(SparseSymMatrixSum, SamePatternAddsValueByValueOtherPatternsLeaveTheReceive
   EXPECT_EQ(CsrOf(c).columnIndices, before.columnIndices);
 }
 
-TEST(SparseSymMatrixSum, AddSparseMatrixWithAndWithoutPatternCheck) {
-  VQ_SparseSymMatrix a = DiagonalSparse({1, 2, 3});
-  VQ_SparseSymMatrix b = FromDense(3, {1, 1, 0, 1, 1, 0, 0, 0, 1});  // (1,2) present
-  VQ_SparseSymMatrix c = DiagonalSparse({1, 1, 1});
-  EXPECT_FALSE(a.AddSparseMatrix(&b, 2.0, true));
-  EXPECT_EQ(a.Value(1, 1), 1.0);
-  // Unchecked: positions are combined as they stand, over the shorter array.
-  EXPECT_TRUE(a.AddSparseMatrix(&b, 2.0, false));
-  EXPECT_EQ(CsrOf(a).values, (V{3, 4, 5}));
-  EXPECT_TRUE(a.AddSparseMatrix(&c, -1.0, true));
-  EXPECT_EQ(CsrOf(a).values, (V{2, 3, 4}));
-}
-
 // ---- TwoSparseMatrixOperation -------------------------------------------------------------------
 
 TEST(SparseSymMatrixTwoOperation, DiagonalOrSubsetOperandKeepsThePattern) {
@@ -137,21 +124,6 @@ INSTANTIATE_TEST_SUITE_P(Patterns, Merge,
 // ---- subset test --------------------------------------------------------------------------------
 
 // ---- free operators -----------------------------------------------------------------------------
-
-TEST(SparseSymMatrixOperators, PlusDiagonalChangesOnlyTheDiagonalAndTheOperand) {
-  const V da = RandomSymmetricDense(6, 0.5, 9);
-  VQ_SparseSymMatrix a = FromDense(6, da);
-  V d{1, 2, 3, 4, 5, 6}, want = da;
-  VQ_DiagonalMatrix dm(6, d.data()), wrong(5, 1.0);
-  VQ_SparseSymMatrix s = a + dm;
-  for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
-  EXPECT_EQ(DenseOf(s), want);
-  EXPECT_EQ(DenseOf(a), want);  // shallow copy: A's own diagonal changed as well
-  VQ_SparseSymMatrix t = dm + a;
-  for (int i = 0; i < 6; ++i) want[i * 6 + i] += d[i];
-  EXPECT_EQ(DenseOf(a), want);
-  EXPECT_EQ(DenseOf(a + wrong), want);  // other order: unchanged copy
-}
 
 TEST(SparseSymMatrixOperators, SumAndDifferenceAreNewMatricesOverTheUnion) {
   const V da = RandomSymmetricDense(20, 0.1, 10), db = RandomSymmetricDense(20, 0.1, 11);

@@ -133,36 +133,12 @@ TEST(SparseSymMatrixAssembly, OutOfMemoryGivesStatusMinus1AndTheObjectStaysUsabl
 
 // ---- builders ----------------------------------------------------------------------------------
 
-TEST(SparseSymMatrixBuild, FromDenseKeepsZeroDiagonalAndDropsTinyEntries) {
-  VQ_Matrix d(3, 3);
-  d.Ref(2, 2) = 2.0;  // (1, 1) is an exact zero on the diagonal: still stored
-  d.Ref(3, 3) = 3.0;
-  d.Ref(1, 2) = d.Ref(2, 1) = 1e-17;  // below machine epsilon: dropped
-  d.Ref(1, 3) = d.Ref(3, 1) = 4.0;
-  d.Ref(2, 3) = d.Ref(3, 2) = 3e-16;  // above machine epsilon: kept
-  EXPECT_EQ(VQ_SparseSymMatrix().CountNonzeroTerms(&d), 5);
-  ExpectLayout(VQ_SparseSymMatrix(&d), {1, 3, 5, 6}, {1, 3, 2, 3, 3}, {0.0, 4.0, 2.0, 3e-16, 3.0});
-  VQ_Matrix notSquare(2, 3);
-  VQ_SparseSymMatrix a;
-  EXPECT_EQ(a.SetEqualTo(&notSquare), -1);
-  EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIMENSION_MISMATCH);
-}
-
 TEST(SparseSymMatrixBuild, FromRandomDenseMatchesIndependentConversion) {
   const std::vector<double> d = RandomSymmetricDense(40, 0.15, 11);
   VQ_SparseSymMatrix a = FromDense(40, d);
   EXPECT_EQ(LayoutProblem(a), "");
   const Csr ref = CsrFromDense(40, d, 2.220446049250313e-16);
   ExpectLayout(a, ref.rowPointers, ref.columnIndices, ref.values);
-}
-
-TEST(SparseSymMatrixBuild, DeepCopyFromSparseIsIndependent) {
-  VQ_SparseSymMatrix a = RandomSparse(12, 0.3, 5), b;
-  ASSERT_EQ(b.SetEqualTo(&a), 0);
-  EXPECT_TRUE(b.CheckSparsity(&a));
-  EXPECT_NE(b.GetValuePointer(), a.GetValuePointer());
-  b.Set(1, 1, -100.0);
-  EXPECT_NE(a.Value(1, 1), -100.0);
 }
 
 }  // namespace

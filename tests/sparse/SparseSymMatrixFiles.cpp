@@ -56,21 +56,6 @@ std::string Line(int i, int j, double v) {
 
 // ---- swap files ---------------------------------------------------------------------------------
 
-TEST(SparseSymMatrixSwapFiles, ExactTextAndDeletionAtDestruction) {
-  const std::string base = ScratchPath("swap_");
-  {
-    VQ_SparseSymMatrix a = TwoByTwo();
-    ASSERT_TRUE(a.WriteToFile(base.c_str(), false, true, true, true));
-    EXPECT_EQ(FileBytes(base + "1.dat"),
-              "3\n4.0000000000000000e+00\n1.0000000000000000e+00\n3.0000000000000000e+00\n");
-    EXPECT_EQ(FileBytes(base + "2.dat"), "3\n1\n3\n4\n");
-    EXPECT_EQ(FileBytes(base + "3.dat"), "3\n1\n2\n2\n");
-    EXPECT_EQ(a.GetFileList().size(), 3u);
-    EXPECT_EQ(a.GetFileList().count(base + "2.dat"), 1u);
-  }
-  for (const char* k : {"1.dat", "2.dat", "3.dat"}) EXPECT_FALSE(Exists(base + k)) << k;
-}
-
 TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersAlone) {
   const std::string base = ScratchPath("back_");
   VQ_SparseSymMatrix a = RandomSparse(60, 0.1, 3);
@@ -91,54 +76,6 @@ TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersA
   ASSERT_TRUE(a.ReadFromFile(base.c_str(), false, true, false, false));
   EXPECT_NE(copy.GetValuePointer(), a.GetValuePointer());
   EXPECT_EQ(copy.Value(1, 1), 2.0 * a.Value(1, 1));
-}
-
-TEST(SparseSymMatrixSwapFiles, UnopenableFileFailsWithMinus5) {
-  VQ_SparseSymMatrix a = TwoByTwo();
-  bool ok = true;
-  EXPECT_EQ(Stdout([&] { ok = a.WriteToFile("/nonexistent-folder/x", false, true, true, true); }),
-            ">>>>>>> Cannot Open File !..... <<<<<< \n");
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_TRUE(IsEmpty(a));
-  EXPECT_NE(a.GetRowVectorPointer(), nullptr);  // the arrays stay allocated
-  EXPECT_TRUE(a.GetFileList().empty());
-}
-
-TEST(SparseSymMatrixSwapFiles, DamagedFilesFailWithoutCrashing) {
-  const std::string base = ScratchPath("damaged_");
-  VQ_SparseSymMatrix a = RandomSparse(20, 0.3, 7);
-  ASSERT_TRUE(a.WriteToFile(base.c_str(), false, true, true, true));
-  const std::string values = FileBytes(base + "1.dat"), rows = FileBytes(base + "2.dat");
-  struct Case {
-    const char* name;
-    int which;
-    std::string text;
-  };
-  const std::vector<Case> cases{
-      {"truncated values", 1, values.substr(0, values.size() / 2)},
-      {"count larger than the file", 1, "999999\n1.0\n"},
-      {"negative count", 3, "-4\n"},
-      {"not a number", 1, "3\n1.0\nabc\n2.0\n"},
-      {"row pointers not matching the values", 2, "3\n1\n2\n3\n"},
-      {"empty", 2, ""},
-      {"huge count", 3, "99999999999\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    WriteBytes(base + "1.dat", values);
-    WriteBytes(base + "2.dat", rows);
-    WriteBytes(base + std::to_string(c.which) + ".dat", c.text);
-    bool ok = true;
-    Stdout([&] { ok = a.ReadFromFile(base.c_str(), false, true, true, true); });
-    EXPECT_FALSE(ok);
-    EXPECT_NE(a.MatrixStatus(), 0);
-    EXPECT_TRUE(IsEmpty(a));
-    // Rewrite sane files for the next case.
-    VQ_SparseSymMatrix fresh = RandomSparse(20, 0.3, 7);
-    a.SetEqualTo(&fresh);
-    ASSERT_TRUE(a.WriteToFile(base.c_str(), false, true, true, true));
-  }
 }
 
 // ---- MatrixMarket -------------------------------------------------------------------------------
@@ -177,16 +114,6 @@ TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
   ASSERT_TRUE(a.ReadIn_MTX_Format(t.path.c_str(), false));
   EXPECT_EQ(a.Value(1, 1), 100.0);
   EXPECT_EQ(a.FindLoc(2, 2), 1);
-}
-
-TEST(SparseSymMatrixMatrixMarket, MissingFile) {
-  VQ_SparseSymMatrix a = TwoByTwo();
-  bool ok = true;
-  EXPECT_EQ(Stdout([&] { ok = a.ReadIn_MTX_Format("/nonexistent/k.mtx", true); }),
-            ">>>>>>> File Not Found : /nonexistent/k.mtx  <<<<<< \n\n");
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_EQ(Stdout([&] { a.ReadIn_MTX_Format("/nonexistent/k.mtx", false); }), "");
 }
 
 class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char*, const char*>> {};

@@ -24,7 +24,7 @@ namespace {
 V DefinitionProduct(const Csr& a, const V& x, int m) {
   const int n = a.n;
   V p(static_cast<size_t>(n) * m, 0.0);
-  for (int k = 0; k < a.nnz(); ++k) {
+  for (int k = 0; k < a.Nnz(); ++k) {
     int r = -1;
     for (int q = 0; q < n; ++q)
       if (a.rowPointers[q] <= k + 1 && k + 1 < a.rowPointers[q + 1]) r = q;

@@ -146,43 +146,6 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts)
     }
 }
 
-TEST_F(VqsolveModes, IncrementalLanczosPassesFindTheLowestModes)
-{
-    const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "10", "--method",
-                                  "lanczos", "--block", "4", "--json"});
-    const std::vector<double> values = report["eigenvalues"].Numbers();
-    ASSERT_EQ(values.size(), 10u);
-    for (size_t q = 0; q < values.size(); ++q) EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[q]), 1e-8) << q;
-    EXPECT_TRUE(report["sturm"]["passed"].boolean);
-}
-
-TEST_F(VqsolveModes, FeastFindsTheEigenvaluesOfTheInterval)
-{
-    const double a = 0.5 * (spectrum_[1] + spectrum_[2]), b = 0.5 * (spectrum_[6] + spectrum_[7]);
-    const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "20", "--method",
-                                  "feast", "--interval", std::to_string(a) + "," + std::to_string(b), "--json"});
-    const std::vector<double> values = report["eigenvalues"].Numbers();
-    ASSERT_EQ(values.size(), 5u);  // modes 3 to 7
-    for (size_t q = 0; q < 5; ++q) EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[2 + q]), 1e-8);
-    EXPECT_TRUE(report["sturm"]["passed"].boolean);
-    EXPECT_FALSE(report["partial"].boolean);  // the interval, not the count, bounds the search
-}
-
-TEST_F(VqsolveModes, LimitEndsTheSearchWithoutPartialResults)
-{
-    const double limit = 0.5 * (spectrum_[4] + spectrum_[5]);
-    for (const char* method : {"subspace", "lanczos", "lapack"}) {
-        const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "9", "--method",
-                                      method, "--limit", std::to_string(limit), "--json"});
-        if (report.kind == Json::Kind::Null) continue;
-        const std::vector<double> values = report["eigenvalues"].Numbers();
-        ASSERT_EQ(values.size(), 5u) << method;
-        for (size_t q = 0; q < 5; ++q) EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[q]), 1e-8) << method;
-        EXPECT_FALSE(report["partial"].boolean) << method;
-        EXPECT_TRUE(report["sturm"]["passed"].boolean) << method;
-    }
-}
-
 TEST_F(VqsolveModes, CumulativeEffectiveMassFollowsTheModeShapesItWrites)
 {
     const int n = k_.n;

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <ftw.h>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "models/CsrMatrix.h"
+#include "support/TestSupport.h"
 
 // The build passes the program's path; without it (tools not built) every test skips.
 #ifndef VQSOLVE_PATH
@@ -46,35 +46,12 @@ inline std::string ReadFile(const std::string& path)
     return s.str();
 }
 
-// Folders made by TempFolder, removed with their files when the test program ends.
-class TempFolders {
-public:
-    static TempFolders& Instance()
-    {
-        static TempFolders folders;
-        return folders;
-    }
-    void Add(const std::string& path) { paths_.push_back(path); }
-    ~TempFolders()
-    {
-        for (const auto& p : paths_)
-            nftw(p.c_str(), [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path), 0; }, 16,
-                 FTW_DEPTH | FTW_PHYS);
-    }
-
-private:
-    std::vector<std::string> paths_;
-};
-
-// A fresh folder below the test's temporary directory.
+// A fresh folder, removed with its files when the test program ends.
 inline std::string TempFolder()
 {
-    std::string pattern = ::testing::TempDir() + "vqsolve-test-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (!mkdtemp(buffer.data())) return ::testing::TempDir();
-    TempFolders::Instance().Add(buffer.data());
-    return std::string(buffer.data()) + "/";
+    static std::vector<std::unique_ptr<vqtest::ScratchDir>> folders;
+    folders.push_back(std::make_unique<vqtest::ScratchDir>());
+    return folders.back()->Path();
 }
 
 // Runs vqsolve with the arguments (each quoted for the shell); two threads, as the suite does.

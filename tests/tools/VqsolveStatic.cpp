@@ -100,33 +100,6 @@ TEST_F(VqsolveStatic, SolidSolutionMatchesDenseLapackForSeveralLoadCases)
     EXPECT_TRUE(report["positiveDefinite"].boolean);
 }
 
-TEST_F(VqsolveStatic, ShippedStiffnessSolvesWithTheDenseSolution)
-{
-    VQTEST_REQUIRE_DATA();
-    // The shipped file itself (lower triangle, CRLF), not a rewritten copy.
-    vqtest::Csr k;
-    ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstk06.mtx"), k));
-    const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
-    WriteArray(File("F6.mtx"), k.n, 1, f);
-    const RunResult r = RunVqsolve({"static", "-K", vqtest::DataFile("bcsstk06.mtx"), "-F", File("F6.mtx"), "-o",
-                             File("X6.mtx"), "--json"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    int rows = 0, cols = 0;
-    const std::vector<double> x = ReadArray(File("X6.mtx"), rows, cols);
-    const std::vector<double> reference = vqtest::DenseSolve(k, f, 1);
-    ASSERT_EQ(x.size(), reference.size());
-    double scale = 0.0, error = 0.0;
-    for (size_t i = 0; i < x.size(); ++i) {
-        scale = std::max(scale, std::fabs(reference[i]));
-        error = std::max(error, std::fabs(x[i] - reference[i]));
-    }
-    EXPECT_LT(error, 1e-8 * scale);
-    const Json report = ParseJson(r.out);
-    EXPECT_EQ(report["equations"].number, 420);
-    EXPECT_EQ(report["negativePivots"].number, 0);
-    EXPECT_EQ(report["positivePivots"].number, 420);
-}
-
 TEST_F(VqsolveStatic, InertiaOfAnIndefiniteMatrixCountsItsNegativeEigenvalues)
 {
     // A coupled tridiagonal matrix with a shifted diagonal: some eigenvalues negative.
@@ -195,18 +168,6 @@ TEST_F(VqsolveStatic, SingularModelIsASolverFailureNamingTheInstabilityEquation)
     const double equation = report["error"]["instabilityEquation"].number;
     EXPECT_GE(equation, 1);
     EXPECT_LE(equation, n);
-}
-
-TEST_F(VqsolveStatic, GeneratedModelDrawsItsDeflection)
-{
-    const RunResult r = RunVqsolve({"static", "--model", "solid:300", "--svg", File("static.svg"), "--json"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const Json report = ParseJson(r.out);
-    EXPECT_LT(report["residual"].number, 1e-10);
-    const XmlCheck svg = CheckXml(ReadFile(File("static.svg")));
-    EXPECT_TRUE(svg.wellFormed) << svg.problem;
-    EXPECT_EQ(svg.root, "svg");
-    EXPECT_EQ(svg.panels, 1);
 }
 
 }  // namespace
