@@ -69,23 +69,6 @@ TEST(MtxWrite, GeneralRowsOuterColumnsInnerSkippingUpToTheSmallestNormal) {
   EXPECT_EQ(bound.find("1 \t 2 \t 0.0"), std::string::npos);
 }
 
-TEST(MtxWrite, SymmetricReceiverWritesItsFullFormDiagonalItsOrder) {
-  EXPECT_EQ(Mtx(SymUpper(2, {0, 3, 0}), true), std::string(kGeneral) +
-                                                   "2 \t 2 \t 2 \n"
-                                                   "1 \t 2 \t 3.000000000000000000 \n"
-                                                   "2 \t 1 \t 3.000000000000000000 \n");
-  double v[] = {0, 5};
-  EXPECT_EQ(Mtx(VQ_DiagonalMatrix(2, v), true), std::string(kSymmetric) +
-                                                    "2 \t 2 \t 2 \n"
-                                                    "2 \t 2 \t 5.000000000000000000 \n");
-  double w[] = {1e-16, 2e-16};  // machine-epsilon bound: 1e-16 dropped, 2e-16 dropped too (<= eps)
-  VQ_DiagonalMatrix e(2, w);
-  const std::string bytes = Mtx(e, true);
-  EXPECT_EQ(bytes, std::string(kSymmetric) + "2 \t 2 \t 2 \n");
-  EXPECT_EQ(Mtx(e, false).size(),
-            bytes.size() + 2 * std::string("1 \t 1 \t 0.000000000000000100 \n").size());
-}
-
 // ---- MatrixMarket readers
 // -------------------------------------------------------------------------
 
@@ -139,9 +122,6 @@ TEST(MtxRead, DiagonalDropsOffDiagonalTermsStatusOnlyWhenVerbose) {
       ">>>>>>> Off Diagonal Terms Found in redaing the File. They are Ignored !..... <<<<<< \n\n");
   EXPECT_EQ(loud.MatrixStatus(), MC::STATUS_OFF_DIAGONAL_IGNORED);
 }
-
-// ---- text dump
-// ---------------------------------------------------------------------------------------
 
 // ---- binary snapshot
 // ---------------------------------------------------------------------------------

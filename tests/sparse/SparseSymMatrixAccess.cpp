@@ -46,23 +46,6 @@ TEST_F(Small, ValueAndFindLocAnswerBothTrianglesAndAbsentEntries) {
   }
 }
 
-TEST_F(Small, OnlySetWritesAndItNeverInserts) {
-  EXPECT_TRUE(a.Set(3, 1, 9.0));
-  EXPECT_FALSE(a.Set(1, 2, 3.0));
-  // Ref, Ref_ and the element proxy write a scratch value that is reset on every call.
-  a.Ref(1, 1) = 7.0;
-  EXPECT_EQ(a.Ref(2, 2), 0.0);
-  a(1, 3) = 11.0;
-  a.Ref_(2, 2) = 1.0;
-  EXPECT_EQ(static_cast<double>(a(3, 1)), 9.0);  // reading through the proxy works
-  a.Redimension(10, 10, 1.0);                    // does nothing
-  EXPECT_EQ(a.NumRows(), 4);
-  const vqtest::Csr c = CsrOf(a);
-  EXPECT_EQ(c.rowPointers, rowptr);
-  EXPECT_EQ(c.columnIndices, colidx);
-  EXPECT_EQ(c.values, (std::vector<double>{4, 9, 5, 2, 6, 7}));
-}
-
 // ---- sharing ----------------------------------------------------------------------------------
 
 TEST_F(Small, AssignmentSharesTheArraysButNotStatusOrFileList) {

@@ -26,21 +26,6 @@ V Combine(const V& a, const V& b, const std::function<double(double, double)>& f
   return out;
 }
 
-TEST(SparseSymMatrixScaling, MultiplyDivideAndTheEpsilonThreshold) {
-  VQ_SparseSymMatrix a = RandomSparse(8, 0.4, 1);
-  const V ref = DenseOf(a);
-  a *= 3.0;
-  a /= 2.0;
-  ExpectNear(DenseOf(a), Combine(ref, ref, [](double x, double) { return x * 3.0 / 2.0; }), 1e-14);
-  EXPECT_EQ(a.MatrixStatus(), 0);
-  // Below machine epsilon the matrix is left as it is, with status -7.
-  VQ_SparseSymMatrix b = RandomSparse(5, 0.4, 2);
-  const Csr before = CsrOf(b);
-  b /= 1e-17;
-  EXPECT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIVISION_BY_ZERO);
-  EXPECT_EQ(CsrOf(b).values, before.values);
-}
-
 // ---- same-pattern sums -------------------------------------------------------------------------
 
 TEST(SparseSymMatrixSum, SamePatternAddsValueByValueOtherPatternsLeaveTheReceiver) {

@@ -109,28 +109,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, RandomAssembly,
                                          std::make_tuple(60, 0.05, 4u),
                                          std::make_tuple(150, 0.5, 5u)));
 
-TEST(SparseSymMatrixAssembly, OutOfMemoryGivesStatusMinus1AndTheObjectStaysUsable) {
-  VQ_SparseSymMatrix a(2);
-  bool ok = true;
-  vqmath::internal::SetSparseAllocationFailure(1);  // while finishing
-  EXPECT_EQ(Stdout([&] { ok = Assemble(a, {{1, 1, 1.0}, {2, 2, 1.0}}); }), kNoMemory);
-  vqmath::internal::SetSparseAllocationFailure(0);
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_NO_MEMORY);
-  EXPECT_TRUE(IsEmpty(a));
-  a.SetBounds(1);
-  ASSERT_TRUE(Assemble(a, {{1, 1, 3.0}}));
-  EXPECT_EQ(a.MatrixStatus(), 0);
-
-  VQ_SparseSymMatrix b = FromArrays(2, {1, 2, 3}, {1, 2}, {1, 2});
-  vqmath::internal::SetSparseAllocationFailure(2);  // Initialize: the row pointer array
-  EXPECT_EQ(Stdout([&] { ok = b.Initialize(0.0); }), kNoMemory);
-  vqmath::internal::SetSparseAllocationFailure(0);
-  EXPECT_FALSE(ok);
-  EXPECT_TRUE(IsEmpty(b));
-  EXPECT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_NO_MEMORY);
-}
-
 // ---- builders ----------------------------------------------------------------------------------
 
 TEST(SparseSymMatrixBuild, FromRandomDenseMatchesIndependentConversion) {

@@ -83,11 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "lapack", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "jacobi", 8},
                       DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "subspace", 6},
-                      DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "lanczos", 6},
                       DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "feast", 6},
-                      DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "lapack", 6},
-                      DataCase{"bcsstk01.mtx", "bcsstm01.mtx", true, "subspace", 5},
-                      DataCase{"bcsstk01.mtx", "bcsstm01.mtx", true, "lanczos", 5},
                       DataCase{"bcsstk22.mtx", "bcsstm22.mtx", true, "lanczos", 10}),
     [](const ::testing::TestParamInfo<DataCase>& info) {
         std::string k = info.param.k;
@@ -129,7 +125,6 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts)
     for (const auto& [method, shift] : cases) {
         const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "4", "--method",
                                       method, "--shift", std::to_string(shift), "--json"});
-        if (report.kind == Json::Kind::Null) continue;
         const std::vector<double> values = report["eigenvalues"].Numbers();
         ASSERT_EQ(values.size(), 4u) << method;
         const Json& sturm = report["sturm"];
@@ -144,42 +139,6 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts)
             EXPECT_LT(vqtest::RelDiff(values[q], spectrum_[first + q]), 1e-8) << method << " mode " << q;
         EXPECT_EQ(sturm["passed"].boolean, between == values.size()) << method;
     }
-}
-
-TEST_F(VqsolveModes, CumulativeEffectiveMassFollowsTheModeShapesItWrites)
-{
-    const int n = k_.n;
-    const std::vector<double> pattern = solid_->RigidBodyMode(2);  // vertical translation
-    WriteArray(File("r.mtx"), n, 1, pattern);
-    const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "8", "--method",
-                                  "subspace", "--tolerance", "1e-12", "-F", File("r.mtx"), "-o", File("phi.mtx"),
-                                  "--json"});
-    int rows = 0, cols = 0;
-    const std::vector<double> phi = ReadArray(File("phi.mtx"), rows, cols);
-    ASSERT_EQ(rows, n);
-    ASSERT_EQ(cols, 8);
-    // The shapes are eigenvectors (residual) ...
-    const std::vector<double> values = report["eigenvalues"].Numbers();
-    EXPECT_LT(vqtest::EigenResidual(k_, m_, 8, values.data(), phi.data()), 1e-6);
-    // ... and the ratios are Σ (φᵀ M r)² / (φᵀ M φ · rᵀ M r).
-    const std::vector<double>& mass = solid_->LumpedMass();
-    double total = 0.0;
-    for (int i = 0; i < n; ++i) total += pattern[i] * mass[i] * pattern[i];
-    double sum = 0.0, previous = 0.0;
-    for (int q = 0; q < 8; ++q) {
-        double gamma = 0.0, norm = 0.0;
-        for (int i = 0; i < n; ++i) {
-            gamma += phi[q * n + i] * mass[i] * pattern[i];
-            norm += phi[q * n + i] * mass[i] * phi[q * n + i];
-        }
-        sum += gamma * gamma / (norm * total);
-        const double printed = report["modes"][q]["cumulativeMassRatio"].number;
-        EXPECT_NEAR(printed, sum, 1e-12);
-        EXPECT_GE(printed, previous - 1e-15);
-        EXPECT_LE(printed, 1.0 + 1e-12);
-        previous = printed;
-    }
-    EXPECT_GT(previous, 0.6);  // a clamped bar: the first vertical bending mode alone carries most
 }
 
 TEST_F(VqsolveModes, RitzValuesBoundTheEigenvaluesAndCollectTheEffectiveMass)

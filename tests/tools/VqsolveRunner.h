@@ -112,111 +112,68 @@ public:
     }
 };
 
+// A strict reader of the JSON vqsolve writes: objects, arrays, strings with the common escapes,
+// numbers, true, false and null.
 class JsonParser {
 public:
     explicit JsonParser(const std::string& s) : s_(s) {}
-    bool Parse(Json& out)
-    {
-        if (!Value(out)) return false;
-        Blank();
-        return p_ == s_.size();
-    }
+    bool Parse(Json& out) { return Value(out) && (Blank(), p_ == s_.size()); }
 
 private:
     void Blank()
     {
         while (p_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[p_]))) ++p_;
     }
-    bool Literal(const char* word)
-    {
-        const std::string w(word);
-        if (s_.compare(p_, w.size(), w) != 0) return false;
-        p_ += w.size();
-        return true;
-    }
+    bool Take(char c) { return Blank(), p_ < s_.size() && s_[p_] == c ? (++p_, true) : false; }
+    bool Word(const std::string& w) { return s_.compare(p_, w.size(), w) == 0 ? (p_ += w.size(), true) : false; }
     bool String(std::string& out)
     {
-        if (s_[p_] != '"') return false;
-        ++p_;
+        if (!Take('"')) return false;
+        static const std::map<char, char> escapes = {{'n', '\n'}, {'t', '\t'}, {'r', '\r'}, {'b', '\b'}, {'f', '\f'}};
         while (p_ < s_.size() && s_[p_] != '"') {
-            if (s_[p_] == '\\') {
-                if (++p_ >= s_.size()) return false;
-                const char c = s_[p_++];
-                switch (c) {
-                case 'n': out += '\n'; break;
-                case 't': out += '\t'; break;
-                case 'r': out += '\r'; break;
-                case 'b': out += '\b'; break;
-                case 'f': out += '\f'; break;
-                case 'u': {
+            char c = s_[p_++];
+            if (c == '\\' && p_ < s_.size()) {
+                c = s_[p_++];
+                if (c == 'u') {
                     if (p_ + 4 > s_.size()) return false;
-                    out += static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
+                    c = static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
                     p_ += 4;
-                    break;
+                } else if (escapes.count(c)) {
+                    c = escapes.at(c);
                 }
-                default: out += c;
-                }
-            } else {
-                out += s_[p_++];
             }
+            out += c;
         }
-        if (p_ >= s_.size()) return false;
-        ++p_;
-        return true;
+        return p_ < s_.size() && s_[p_++] == '"';
     }
     bool Value(Json& v)
     {
         Blank();
-        if (p_ >= s_.size()) return false;
-        const char c = s_[p_];
-        if (c == '{') {
+        if (Take('{')) {
             v.kind = Json::Kind::Object;
-            ++p_;
-            Blank();
-            if (s_[p_] == '}') return ++p_, true;
-            for (;;) {
-                Blank();
+            if (Take('}')) return true;
+            do {
                 std::string key;
-                if (!String(key)) return false;
-                Blank();
-                if (s_[p_++] != ':') return false;
                 Json member;
-                if (!Value(member)) return false;
+                if (!String(key) || !Take(':') || !Value(member)) return false;
                 v.members[key] = member;
-                Blank();
-                if (s_[p_] == ',') {
-                    ++p_;
-                    continue;
-                }
-                if (s_[p_] == '}') return ++p_, true;
-                return false;
-            }
+            } while (Take(','));
+            return Take('}');
         }
-        if (c == '[') {
+        if (Take('[')) {
             v.kind = Json::Kind::Array;
-            ++p_;
-            Blank();
-            if (s_[p_] == ']') return ++p_, true;
-            for (;;) {
+            if (Take(']')) return true;
+            do {
                 Json item;
                 if (!Value(item)) return false;
                 v.items.push_back(item);
-                Blank();
-                if (s_[p_] == ',') {
-                    ++p_;
-                    continue;
-                }
-                if (s_[p_] == ']') return ++p_, true;
-                return false;
-            }
+            } while (Take(','));
+            return Take(']');
         }
-        if (c == '"') {
-            v.kind = Json::Kind::String;
-            return String(v.text);
-        }
-        if (Literal("true")) return v.kind = Json::Kind::Bool, v.boolean = true, true;
-        if (Literal("false")) return v.kind = Json::Kind::Bool, v.boolean = false, true;
-        if (Literal("null")) return v.kind = Json::Kind::Null, true;
+        if (p_ < s_.size() && s_[p_] == '"') return v.kind = Json::Kind::String, String(v.text);
+        if (Word("true")) return v.kind = Json::Kind::Bool, v.boolean = true;
+        if (Word("false")) return v.kind = Json::Kind::Bool, v.boolean = false, true;
+        if (Word("null")) return v.kind = Json::Kind::Null, true;
         char* end = nullptr;
         v.number = std::strtod(s_.c_str() + p_, &end);
         if (end == s_.c_str() + p_) return false;

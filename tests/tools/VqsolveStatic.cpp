@@ -104,19 +104,8 @@ TEST_F(VqsolveStatic, InertiaOfAnIndefiniteMatrixCountsItsNegativeEigenvalues)
 {
     // A coupled tridiagonal matrix with a shifted diagonal: some eigenvalues negative.
     const int n = 40;
-    std::vector<int> rows, cols;
-    std::vector<double> vals;
-    for (int i = 1; i <= n; ++i) {
-        rows.push_back(i);
-        cols.push_back(i);
-        vals.push_back(1.0 - 0.5 * std::cos(0.7 * i));
-        if (i < n) {
-            rows.push_back(i);
-            cols.push_back(i + 1);
-            vals.push_back(-0.9);
-        }
-    }
-    const auto a = vqmath::models::FromTriplets(n, rows, cols, vals);
+    vqtest::Csr a = vqtest::Tridiagonal(n, 0.0, -0.9);
+    for (int i = 1; i <= n; ++i) a.values[a.rowPointers[i - 1] - 1] = 1.0 - 0.5 * std::cos(0.7 * i);
     const std::vector<double> w = DenseSpectrum(a);
     int negative = 0;
     for (double v : w) negative += v < 0.0;
@@ -135,19 +124,7 @@ TEST_F(VqsolveStatic, SingularModelIsASolverFailureNamingTheInstabilityEquation)
 {
     // A free-free chain of springs: one rigid-body mode.
     const int n = 30;
-    std::vector<int> rows, cols;
-    std::vector<double> vals;
-    for (int i = 1; i <= n; ++i) {
-        rows.push_back(i);
-        cols.push_back(i);
-        vals.push_back(i == 1 || i == n ? 1.0 : 2.0);
-        if (i < n) {
-            rows.push_back(i);
-            cols.push_back(i + 1);
-            vals.push_back(-1.0);
-        }
-    }
-    const auto k = vqmath::models::FromTriplets(n, rows, cols, vals);
+    const vqtest::Csr k = vqtest::SpringChain(n, true);
     ASSERT_TRUE(vqmath::models::WriteMatrixMarket(k, File("free.mtx")));
     std::vector<double> f(n, 0.0);
     f[n - 1] = 1.0;
