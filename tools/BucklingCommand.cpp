@@ -26,7 +26,7 @@ int BucklingCommand(int argc, char** argv, int first)
         {"-G", "FILE", "geometric stiffness matrix Kg"},
         {"--model", "MODEL", "a generated frame instead of files: column, portal"},
         {"-n", "N", "number of buckling factors (default 5)"},
-        {"--method", "NAME", list + " (default: lanczos when available, else subspace)"},
+        {"--method", "NAME", list + " (default: lanczos)"},
         {"--shift", "S", "look for buckling factors from S upwards"},
         {"-o", "FILE", "write the buckling modes (MatrixMarket array, one column per mode)"},
         {"--svg", "FILE", "draw the buckling modes of a generated model (one panel per mode)"},
@@ -89,7 +89,7 @@ int BucklingCommand(int argc, char** argv, int first)
             }
         if (!known) throw UsageError("vqsolve buckling: --method must be one of " + list + ", got '" + name + "'");
         if (!MethodAvailable(method, pencil, true))
-            throw InputError(Format("method %s is not available in this build for buckling", MethodName(method)));
+            throw InputError(Format("method %s needs a positive definite B and does not solve buckling", MethodName(method)));
     } else {
         bool chosen = false;
         for (Method m : methods)
@@ -98,7 +98,7 @@ int BucklingCommand(int argc, char** argv, int first)
                 method = m;
                 chosen = true;
             }
-        if (!chosen) throw InputError("no buckling method is available in this build for this problem");
+        if (!chosen) throw InputError("no buckling method suits this problem");
     }
     if (request.block > 0 && method != Method::Lanczos)
         throw UsageError("vqsolve buckling: --block belongs to --method lanczos");

@@ -1,6 +1,6 @@
 #include "Commands.h"
 
-#include "EntryPoints.h"
+#include "vqmath.h"
 
 #include "MatrixMarketInput.h"
 
@@ -75,8 +75,6 @@ std::vector<double> CumulativeMassRatios(const vqmath::models::CsrMatrix* mass,
     std::vector<double> ratios;
     const int n = static_cast<int>(direction.size());
     if (n == 0 || modes <= 0 || vectors.size() < static_cast<size_t>(n) * modes) return ratios;
-#if defined(VQSOLVE_HAVE_VQ_EffectiveMass) && defined(VQSOLVE_HAVE_VQ_EffectiveMass2)
-    if (!VQSOLVE_AVAILABLE(VQ_EffectiveMass) || !VQSOLVE_AVAILABLE(VQ_EffectiveMass2)) return ratios;
     std::vector<double> fractions(static_cast<size_t>(modes));
     const int code =
         mass ? VQ_EffectiveMass2(n, modes, vectors.data(), mass->rowPointers.data(), mass->columnIndices.data(),
@@ -87,9 +85,6 @@ std::vector<double> CumulativeMassRatios(const vqmath::models::CsrMatrix* mass,
     if (code != 0) return ratios;
     double sum = 0.0;
     for (double f : fractions) ratios.push_back(sum += f);
-#else
-    (void)mass, (void)lumped;
-#endif
     return ratios;
 }
 

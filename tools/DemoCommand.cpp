@@ -103,8 +103,6 @@ int DemoCommand(int argc, char** argv, int first)
     direct.workingDirectory = session.WorkingDirectory();
 
     // Static load case.
-    if (!DirectSolverAvailable())
-        throw InputError("the direct solver (VQ_DirectSparseSolver) is not available in this build");
     std::vector<double> x(static_cast<size_t>(n), 0.0);
     DirectResult st;
     {
@@ -130,9 +128,7 @@ int DemoCommand(int argc, char** argv, int first)
     for (Method m : AllMethods()) {
         MethodRun run;
         run.method = m;
-        if (!MethodAvailable(m, pencil))
-            run.skipped = "not available in this build";
-        else if (m == Method::Feast && n > 3000)
+        if (m == Method::Feast && n > 3000)
             run.skipped = "complex factorisations on one thread, minutes at this size (try --size small)";
         else if (m == Method::Lapack && n > 1500)
             run.skipped = Format("dense, too large (%d equations)", n);

@@ -1,28 +1,16 @@
 #include "DirectSolve.h"
 
-#include "EntryPoints.h"
+#include "vqmath.h"
 #include "MatrixMarketInput.h"
 
 #include <chrono>
 
 namespace vqsolve {
 
-bool DirectSolverAvailable()
-{
-#ifdef VQSOLVE_HAVE_VQ_DirectSparseSolver
-    return VQSOLVE_AVAILABLE(VQ_DirectSparseSolver);
-#else
-    return false;
-#endif
-}
-
 DirectResult SolveDirect(const vqmath::models::CsrMatrix& k, const double* rhs, int nrhs, double* x,
                          const DirectOptions& options)
 {
     DirectResult r;
-    if (!DirectSolverAvailable())
-        throw InputError("the direct solver (VQ_DirectSparseSolver) is not available in this build");
-#ifdef VQSOLVE_HAVE_VQ_DirectSparseSolver
     // The entry point may overwrite the right-hand side; hand it a copy.
     std::vector<double> b(rhs, rhs + static_cast<size_t>(k.n) * nrhs);
     if (options.diagonals) {
@@ -39,7 +27,6 @@ DirectResult SolveDirect(const vqmath::models::CsrMatrix& k, const double* rhs, 
                                    options.outOfCoreMode == 2 ? 1 : 0, 0);
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     r.registry = ReadRegistry();
-#endif
     return r;
 }
 

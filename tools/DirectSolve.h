@@ -29,8 +29,6 @@ struct DirectResult {
     long long FactorEntries() const { return parameters[17]; }
 };
 
-// True when the loaded library has the direct-solution entry point.
-bool DirectSolverAvailable();
 
 // K X = F for nrhs right-hand sides (n × nrhs, column-major); x receives the solution.
 DirectResult SolveDirect(const vqmath::models::CsrMatrix& k, const double* rhs, int nrhs, double* x,

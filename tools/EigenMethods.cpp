@@ -1,6 +1,6 @@
 #include "EigenMethods.h"
 
-#include "EntryPoints.h"
+#include "vqmath.h"
 #include "MatrixMarketInput.h"
 #include "Output.h"
 #include "Progress.h"
@@ -85,24 +85,6 @@ void Select(std::vector<double>& values, std::vector<double>& vectors, int n, co
     vectors.swap(x);
 }
 
-bool DenseAvailable(Method method, const Pencil& pencil, bool buckling)
-{
-    const bool sparseB = pencil.b != nullptr || buckling;
-    if (method == Method::Lapack) {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_LAPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_LAPACK2)
-        return sparseB ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_LAPACK2)
-                       : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_LAPACK);
-#endif
-    } else {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_JACOBI) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_JACOBI2)
-        return sparseB ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_JACOBI2)
-                       : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_JACOBI);
-#endif
-    }
-    (void)sparseB;
-    return false;
-}
-
 // Dense LAPACK or Jacobi: all n eigenpairs, then the wanted ones. For buckling the pencil is
 // turned round, Kg·φ = μ·K·φ with λ = 1/μ, because K is positive definite and Kg is not.
 void RunDense(Method method, const Pencil& pencil, const EigenRequest& request, EigenOutcome& out)
@@ -120,7 +102,6 @@ void RunDense(Method method, const Pencil& pencil, const EigenRequest& request, 
     if (request.buckling) std::swap(a, b);
     int code = 0;
     if (method == Method::Lapack) {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_LAPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_LAPACK2)
         if (b)
             code = VQ_EigenvalueAnalysis_LAPACK2(n, a->rowPointers.data(), a->columnIndices.data(),
                                                  a->values.data(), b->rowPointers.data(),
@@ -130,9 +111,7 @@ void RunDense(Method method, const Pencil& pencil, const EigenRequest& request, 
             code = VQ_EigenvalueAnalysis_LAPACK(n, a->rowPointers.data(), a->columnIndices.data(),
                                                 a->values.data(), pencil.diagonal->data(), 1,
                                                 values.data(), vectors.data());
-#endif
     } else {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_JACOBI) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_JACOBI2)
         if (b)
             code = VQ_EigenvalueAnalysis_JACOBI2(n, a->rowPointers.data(), a->columnIndices.data(),
                                                  a->values.data(), b->rowPointers.data(),
@@ -142,7 +121,6 @@ void RunDense(Method method, const Pencil& pencil, const EigenRequest& request, 
             code = VQ_EigenvalueAnalysis_JACOBI(n, a->rowPointers.data(), a->columnIndices.data(),
                                                 a->values.data(), pencil.diagonal->data(),
                                                 values.data(), vectors.data());
-#endif
     }
     out.code = code;
     out.registry = ReadRegistry();
@@ -184,7 +162,6 @@ void TakeResults(EigenOutcome& out, int code, int found, std::vector<double>& va
 
 void RunSubspace(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out)
 {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver2)
     const int n = pencil.N(), nev = std::min(request.count, n);
     const CsrMatrix& k = *pencil.k;
     std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
@@ -203,9 +180,6 @@ void RunSubspace(const Pencil& pencil, const EigenRequest& request, EigenOutcome
             request.hasLimit ? 1 : 0, request.limit, 0, &found, values.data(), request.wantVectors ? 1 : 0,
             vectors.data(), request.hasShift ? request.shift : 0.0, 0, 0, request.tolerance);
     TakeResults(out, code, found, values, vectors, n, request);
-#else
-    (void)pencil, (void)request, (void)out;
-#endif
 }
 
 // A shift for ARPACK's buckling mode: below the lowest buckling factor (no negative pivot in
@@ -233,7 +207,6 @@ double BucklingShift(const Pencil& pencil, const EigenRequest& request)
 
 void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out, LibraryCall& call)
 {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK2)
     const int n = pencil.N(), nev = std::min(request.count, n);
     const CsrMatrix& k = *pencil.k;
     std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
@@ -247,7 +220,6 @@ void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome&
     // Selector: bit 0 buckling, bit 1 no mode shapes. Mode 4: the eigenvalues nearest the shift.
     const int selector = (request.buckling ? 1 : 0) | (request.wantVectors ? 0 : 2);
     int found = 0, code;
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK3) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK5)
     if (request.block > 0) {
         // Incremental passes of `block` modes; the library reports each pass on standard output,
         // which the progress line shows.
@@ -258,15 +230,12 @@ void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome&
             b = &diagonal;
         }
         auto run = request.buckling ? VQ_EigenvalueAnalysis_ARPACK5 : VQ_EigenvalueAnalysis_ARPACK3;
-        if (!internal::Defined(reinterpret_cast<const void*>(run)))
-            throw InputError("incremental Lanczos (--block) is not available in this build");
         code = run(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), b->rowPointers.data(),
                    b->columnIndices.data(), b->values.data(), 4, selector, -1, request.block, &found, values.data(),
                    request.wantVectors ? vectors.data() : nullptr, shift, request.workingDirectory.c_str(), 1);
         TakeResults(out, code, found, values, vectors, n, request);
         return;
     }
-#endif
     if (pencil.b)
         code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
                                              pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
@@ -279,14 +248,10 @@ void RunLanczos(const Pencil& pencil, const EigenRequest& request, EigenOutcome&
                                             request.wantVectors ? vectors.data() : nullptr, shift,
                                             request.workingDirectory.c_str(), 1);
     TakeResults(out, code, found, values, vectors, n, request);
-#else
-    (void)pencil, (void)request, (void)out, (void)call;
-#endif
 }
 
 void RunFeast(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out, LibraryCall& call)
 {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ExtendedSolver)
     const int n = pencil.N(), nev = std::min(request.count, n);
     const CsrMatrix& k = *pencil.k;
     CsrMatrix diagonal;
@@ -321,14 +286,10 @@ void RunFeast(const Pencil& pencil, const EigenRequest& request, EigenOutcome& o
         request.workingDirectory.c_str(), lower, upper, &found, values.data(), request.wantVectors ? 1 : 0,
         vectors.data());
     TakeResults(out, code, found, values, vectors, n, request);
-#else
-    (void)pencil, (void)request, (void)out, (void)call;
-#endif
 }
 
 void RunRitz(const Pencil& pencil, const EigenRequest& request, EigenOutcome& out)
 {
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver2)
     const int n = pencil.N(), nev = std::min(request.count, n);
     const CsrMatrix& k = *pencil.k;
     std::vector<double> values(static_cast<size_t>(nev), 0.0), vectors(static_cast<size_t>(nev) * n, 0.0);
@@ -349,48 +310,14 @@ void RunRitz(const Pencil& pencil, const EigenRequest& request, EigenOutcome& ou
             request.hasLimit ? 1 : 0, request.limit, haveLoad ? 1 : 0, load, kind, &found, values.data(),
             request.wantVectors ? 1 : 0, vectors.data());
     TakeResults(out, code, found, values, vectors, n, request);
-#else
-    (void)pencil, (void)request, (void)out;
-#endif
 }
 
 }  // namespace
 
-bool MethodAvailable(Method method, const Pencil& pencil, bool buckling)
+bool MethodAvailable(Method method, const Pencil&, bool buckling)
 {
-    switch (method) {
-    case Method::Lapack:
-    case Method::Jacobi: return DenseAvailable(method, pencil, buckling);
-    case Method::Subspace:
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_SubSpaceSolver2)
-        return pencil.b || buckling ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_SubSpaceSolver2)
-                                    : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_SubSpaceSolver);
-#else
-        return false;
-#endif
-    case Method::Lanczos:
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK2)
-        return pencil.b || buckling ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ARPACK2)
-                                    : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ARPACK);
-#else
-        return false;
-#endif
-    case Method::Feast:
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ExtendedSolver)
-        // FEAST needs a positive definite B: not the geometric stiffness.
-        return !buckling && VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_ExtendedSolver) && DirectSolverAvailable();
-#else
-        return false;
-#endif
-    case Method::Ritz:
-#if defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver) && defined(VQSOLVE_HAVE_VQ_EigenvalueAnalysis_RitzVectorSolver2)
-        return !buckling && (pencil.b ? VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_RitzVectorSolver2)
-                                      : VQSOLVE_AVAILABLE(VQ_EigenvalueAnalysis_RitzVectorSolver));
-#else
-        return false;
-#endif
-    }
-    return false;
+    // FEAST and Ritz vectors need a positive definite B: not the geometric stiffness.
+    return !buckling || (method != Method::Feast && method != Method::Ritz);
 }
 
 EigenOutcome RunEigen(Method method, const Pencil& pencil, const EigenRequest& request, Progress& progress)

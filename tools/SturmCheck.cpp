@@ -1,6 +1,6 @@
 #include "SturmCheck.h"
 
-#include "EntryPoints.h"
+#include "vqmath.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,26 +10,11 @@ namespace vqsolve {
 
 using vqmath::models::CsrMatrix;
 
-bool SturmCountAvailable()
-{
-#if defined(VQSOLVE_HAVE_VQ_SturmCount) && defined(VQSOLVE_HAVE_VQ_SturmCount2)
-    return VQSOLVE_AVAILABLE(VQ_SturmCount) && VQSOLVE_AVAILABLE(VQ_SturmCount2);
-#else
-    return false;
-#endif
-}
-
 SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& options)
 {
     (void)options;  // the library counts with its own out-of-core mode and working directory
     SturmCount c;
     c.shift = sigma;
-    if (!SturmCountAvailable()) {
-        c.code = -9999;
-        c.message = "the Sturm count (VQ_SturmCount) is not available in this build";
-        return c;
-    }
-#if defined(VQSOLVE_HAVE_VQ_SturmCount) && defined(VQSOLVE_HAVE_VQ_SturmCount2)
     const CsrMatrix& k = *pencil.k;
     const auto start = std::chrono::steady_clock::now();
     int count = 0;
@@ -46,9 +31,6 @@ SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& o
         if (c.message.empty()) c.message = ErrorText(c.code);
     }
     c.negativePivots = count;
-#else
-    (void)pencil;
-#endif
     return c;
 }
 
@@ -63,7 +45,7 @@ SturmCheck CheckFound(const Pencil& pencil, const std::vector<double>& found, bo
                       const DirectOptions& options)
 {
     SturmCheck s;
-    if (found.empty() || !SturmCountAvailable()) return s;
+    if (found.empty()) return s;
     double scale = 0.0;
     for (double v : found) scale = std::max(scale, std::fabs(v));
     const double highest = *std::max_element(found.begin(), found.end());

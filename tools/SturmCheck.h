@@ -28,9 +28,6 @@ struct SturmCount {
     double seconds = 0.0;
 };
 
-// True when the loaded library counts eigenvalues (VQ_SturmCount and VQ_SturmCount2).
-bool SturmCountAvailable();
-
 // Eigenvalues below σ (negative pivots of K − σ·B).
 SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& options);
 

@@ -33,77 +33,6 @@ const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n"
 
 // ---- sizes beyond the 32-bit element count ------------------------------------------------------
 
-TEST(AllocationBeyond32BitCount, DenseMatricesRefuseAndStayUsable) {
-  testing::internal::CaptureStdout();
-  VQ_Matrix general(70000, 70000);  // 4.9e9 elements
-  VQ_SymMatrix packed(70000, 1.0);  // 2.45e9 packed elements
-  VQ_Matrix wide(2, INT_MAX);
-  const std::string out = testing::internal::GetCapturedStdout();
-  for (const VQ_Matrix* m : std::vector<const VQ_Matrix*>{&general, &packed, &wide}) {
-    EXPECT_EQ(m->MatrixStatus(), -1);
-    EXPECT_EQ(m->NumRows(), 0);
-    EXPECT_EQ(m->NumCols(), 0);
-    EXPECT_EQ(m->GetDataPointer(), nullptr);
-  }
-  EXPECT_EQ(out, std::string(kNoMemoryLine) + kNoMemoryLine + kNoMemoryLine);
-  // The object takes a size it can hold afterwards.
-  general.Redimension(3, 2, 1.5);
-  EXPECT_EQ(general.MatrixStatus(), 0);
-  EXPECT_EQ(general.Value(3, 2), 1.5);
-}
-
-// The dense eigen paths need n x n work arrays; an order whose square exceeds the 32-bit count is
-// refused as an allocation failure before anything is allocated.
-TEST(AllocationBeyond32BitCount, DenseEigenPathsRefuseOrdersTooLargeForTheirWorkArrays) {
-  const int n = 46341;  // n * n = 2147488281 > INT_MAX
-  const vqtest::Csr k = vqtest::Tridiagonal(n);
-  const std::vector<double> mass(n, 1.0);
-  std::vector<double> eigenvalues(n, 5.0);
-  const long long heap = vqtest::HeapInUseBytes();
-  struct Path {
-    const char* name;
-    std::function<int()> call;
-  } paths[] = {
-      {"LAPACK",
-       [&] {
-         return VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
-                                             k.values.data(), mass.data(), 1, eigenvalues.data(),
-                                             nullptr);
-       }},
-      {"LAPACK2",
-       [&] {
-         return VQ_EigenvalueAnalysis_LAPACK2(
-             n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), k.rowPointers.data(),
-             k.columnIndices.data(), k.values.data(), 0, eigenvalues.data(), nullptr);
-       }},
-      {"JACOBI",
-       [&] {
-         return VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
-                                             k.values.data(), mass.data(), eigenvalues.data(),
-                                             nullptr);
-       }},
-      {"JACOBI2",
-       [&] {
-         return VQ_EigenvalueAnalysis_JACOBI2(
-             n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), k.rowPointers.data(),
-             k.columnIndices.data(), k.values.data(), eigenvalues.data(), nullptr);
-       }},
-  };
-  for (const Path& p : paths) {
-    SCOPED_TRACE(p.name);
-    EXPECT_EQ(p.call(), -1);
-    const vqtest::RegistryError e = vqtest::LastError();
-    EXPECT_EQ(e.code, -1);
-    EXPECT_EQ(e.message, "Memory Allocation Failed");
-    EXPECT_EQ(eigenvalues.front(), 0.0);  // cleared on entry
-    EXPECT_EQ(eigenvalues.back(), 0.0);
-    eigenvalues.assign(n, 5.0);
-  }
-  if (!vqtest::UnderAddressSanitizer()) {
-    EXPECT_LT(std::llabs(vqtest::HeapInUseBytes() - heap), 64 * 1024);
-  }
-}
-
 // ---- a limited address space
 // ----------------------------------------------------------------------
 
@@ -178,69 +107,6 @@ class AllocationUnderAddressSpaceLimit : public testing::Test {
   }
 };
 
-TEST_F(AllocationUnderAddressSpaceLimit, DenseEigenWorkArraysReportMinusOne) {
-  EXPECT_EXIT(
-      RunChild([] {
-        const int n = 4000;  // two 128 MB work arrays; the second one cannot be had
-        const vqtest::Csr k = vqtest::Tridiagonal(n);
-        const std::vector<double> mass(n, 1.0);
-        std::vector<double> lambda(n);
-        const long long heap = vqtest::HeapInUseBytes();
-        if (!LimitAddressSpace(200)) return std::string("setrlimit failed");
-        for (int attempt = 0; attempt < 3; ++attempt) {
-          const int code =
-              VQ_EigenvalueAnalysis_LAPACK(n, k.rowPointers.data(), k.columnIndices.data(),
-                                           k.values.data(), mass.data(), 1, lambda.data(), nullptr);
-          std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
-          if (f.empty()) {
-            const int jacobi =
-                VQ_EigenvalueAnalysis_JACOBI(n, k.rowPointers.data(), k.columnIndices.data(),
-                                             k.values.data(), mass.data(), lambda.data(), nullptr);
-            f = ExpectRegistry(jacobi, -1, "Memory Allocation Failed");
-          }
-          if (f.empty()) f = HeapReturned(heap, "dense eigen paths");
-          if (!f.empty()) return f;
-        }
-        // With the limit lifted, a small problem is solved again.
-        LimitAddressSpace(0);
-        std::vector<double> small(10);
-        const vqtest::Csr k10 = vqtest::Tridiagonal(10);
-        const int code =
-            VQ_EigenvalueAnalysis_LAPACK(10, k10.rowPointers.data(), k10.columnIndices.data(),
-                                         k10.values.data(), mass.data(), 0, small.data(), nullptr);
-        return ExpectRegistry(code, 0, "");
-      }),
-      testing::ExitedWithCode(0), "");
-}
-
-TEST_F(AllocationUnderAddressSpaceLimit, HandleSolveReportsMinusOneWhenTheSolutionCannotBeSized) {
-  EXPECT_EXIT(RunChild([] {
-                const int n = 1000000;
-                VQ_SysMatrixHandle h = VQ_SysMatrixBegin();
-                VQ_SysMatrixDef(h, 0, n);  // the diagonal pattern, closed by the first use below
-                VQ_SysMatrixInit(h, 2.0);
-                VQ_SysVectorHandle rhs = VQ_SysVectorCreate(n, 1.0);
-                VQ_SysVectorHandle x =
-                    VQ_SysVectorBegin();  // one entry: the call must size it to n
-                if (!rhs || !x) return std::string("setup failed");
-                const long long heap = vqtest::HeapInUseBytes();
-                if (!LimitAddressSpace(2)) return std::string("setrlimit failed");
-                const int code = VQ_SysMatrixSolve(h, rhs, x);
-                std::string f = ExpectRegistry(code, -1, "Memory Allocation Failed");
-                if (f.empty()) f = HeapReturned(heap, "VQ_SysMatrixSolve");
-                // A vector of n entries cannot be created either; the handles are still
-                // destructible.
-                if (f.empty() && VQ_SysVectorCreate(n, 0.0) != nullptr)
-                  f = "VQ_SysVectorCreate did not fail";
-                LimitAddressSpace(0);
-                VQ_SysVectorEnd(x);
-                VQ_SysVectorEnd(rhs);
-                VQ_SysMatrixEnd(h);
-                return f;
-              }),
-              testing::ExitedWithCode(0), "");
-}
-
 TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSolvableAfterwards) {
   EXPECT_EXIT(
       RunChild([] {
@@ -265,33 +131,6 @@ TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSo
         return f;
       }),
       testing::ExitedWithCode(0), "");
-}
-
-TEST_F(AllocationUnderAddressSpaceLimit, ClassesReportMinusOneAndStayUsable) {
-  EXPECT_EXIT(RunChild([] {
-                const long long heap = vqtest::HeapInUseBytes();
-                if (!LimitAddressSpace(4)) return std::string("setrlimit failed");
-                std::string f;
-                {
-                  VQ_Matrix m(5000, 5000);  // 200 MB
-                  if (m.MatrixStatus() != -1 || m.NumRows() != 0 || m.GetDataPointer() != nullptr)
-                    f = "VQ_Matrix(5000, 5000) did not fail cleanly";
-                  m.Redimension(10, 10, 1.0);
-                  if (f.empty() && (m.MatrixStatus() != 0 || m.Value(10, 10) != 1.0))
-                    f = "VQ_Matrix not usable after the failure";
-                }
-                {
-                  // Assembly that runs out of memory half way: reported by EndMatrix, nothing kept.
-                  VQ_SparseSymMatrix s(200000);  // ~10 MB of assembly buffer
-                  s.BeginMatrix();
-                  for (int i = 1; i <= 200000; ++i) s.Add(i, i, 1.0);
-                  if (f.empty() && (s.EndMatrix() || s.MatrixStatus() != -1 || s.GetOrder() != 0))
-                    f = "sparse assembly out of memory was not reported as -1";
-                }
-                if (f.empty()) f = HeapReturned(heap, "classes");
-                return f;
-              }),
-              testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 // and out of core, one and many right-hand sides, in place and separate), and what they leave in
 // the registry: pivot counts, the pivoting warning, singular matrices with their equation, the
 // kept parameters and diagonals, and the out-of-core retry with its core size.
-#include <dirent.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,12 +18,7 @@ namespace {
 namespace vi = vqmath::internal;
 using vqtest::Csr;
 
-std::string LastMessage() {
-  char* m = VQ_GetLastErrorMessage();
-  std::string s = m ? m : "";
-  std::free(m);
-  return s;
-}
+std::string LastMessage() { return vqtest::LastError().message; }
 
 std::string LastWarning() {
   char* m = VQ_GetLastWarningMessage();
@@ -33,39 +26,6 @@ std::string LastWarning() {
   std::free(m);
   return s;
 }
-
-// Scratch folder (with trailing '/') for out-of-core files, emptied and removed afterwards.
-class ScratchDir {
- public:
-  ScratchDir() {
-    char pattern[] = "/tmp/vqmath_direct_XXXXXX";
-    const char* made = mkdtemp(pattern);
-    path_ = made ? std::string(made) + "/" : "";
-  }
-  ~ScratchDir() {
-    if (DIR* d = opendir(path_.c_str())) {
-      while (dirent* e = readdir(d)) {
-        std::string name = e->d_name;
-        if (name != "." && name != "..") std::remove((path_ + name).c_str());
-      }
-      closedir(d);
-    }
-    rmdir(path_.c_str());
-  }
-  const std::string& path() const { return path_; }
-  int FileCount() const {
-    int count = 0;
-    if (DIR* d = opendir(path_.c_str())) {
-      while (dirent* e = readdir(d))
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") ++count;
-      closedir(d);
-    }
-    return count;
-  }
-
- private:
-  std::string path_;
-};
 
 void ResetDirectSettings() {
   vi::DirectSolverSettings& d = vi::directSolverSettings();
@@ -87,7 +47,7 @@ class DirectSolution : public ::testing::Test {
     VQ_ResetOverrideListSparseSolverParam();
     vi::settings().sparseParamsSetByHost = false;
     ResetDirectSettings();
-    VQ_SetWorkingDir(dir_.path().c_str());
+    VQ_SetWorkingDir(dir_.Path().c_str());
   }
   void TearDown() override {
     VQ_SetSolverType(0);
@@ -97,7 +57,7 @@ class DirectSolution : public ::testing::Test {
     vi::settings().sparseParamsSetByHost = false;
     ResetDirectSettings();
   }
-  ScratchDir dir_;
+  vqtest::ScratchDir dir_;
 };
 
 // ---- the harness over both entry points -------------------------------------------------------
@@ -138,24 +98,10 @@ class EntryPointSolver : public vqtest::SolverUnderTest {
 class DirectSolutionPaths : public DirectSolution, public ::testing::WithParamInterface<EntryConfig> {};
 
 TEST_P(DirectSolutionPaths, GeneratedSolidWithDenseReference) {
-  EntryPointSolver s(GetParam(), dir_.path());
+  EntryPointSolver s(GetParam(), dir_.Path());
   vqtest::RunSolverChecks(s, vqtest::SolidStiffness(700));
   EXPECT_EQ(0, VQ_GetLastErrorID());
   EXPECT_EQ(0, VQ_GetNumberOfNegativeEigenvalues());
-}
-
-TEST_P(DirectSolutionPaths, SolidBeyondTheCoreSize) {
-  if (GetParam().solverType == 0) GTEST_SKIP() << "in-core configuration: covered above";
-  // 20 MB of core: the factor of this solid (about 30 MB) does not fit.
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(20);
-  EntryPointSolver s(GetParam(), dir_.path());
-  vqtest::HarnessOptions options;
-  options.rhsCounts = {1, 5};
-  const Csr k = vqtest::SolidStiffness(12000);
-  vqtest::RunSolverChecks(s, k, options);
-  EXPECT_EQ(k.n, VQ_GetNumberOfPositiveEigenvalues());
-  // Scratch files are gone once each call has destroyed its solver.
-  EXPECT_EQ(0, dir_.FileCount());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -240,7 +186,7 @@ TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
     EXPECT_GT(d.factorDiagonal[i], 0.0);
     EXPECT_LE(d.factorDiagonal[i], d.matrixDiagonal[i] * (1 + 1e-12));
   }
-  EXPECT_GT(d.keptParams[17], k.nnz());  // non-zeros of the factor
+  EXPECT_GT(d.keptParams[17], k.Nnz());  // non-zeros of the factor
   EXPECT_EQ(k.n, d.keptParams[21]);      // positive pivots
   EXPECT_EQ(d.keptParams[17], VQ_GetGlobalSparseSolverParam(17));
 
@@ -254,67 +200,6 @@ TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
   EXPECT_EQ(vqtest::Diagonal(k), d1);
   EXPECT_EQ(d.factorDiagonal, d2);
   EXPECT_EQ(d.keptParams[17], params[17]);
-}
-
-TEST_F(DirectSolution, OutOfCoreRetryRaisesTheCoreSizeToWhatPardisoAskedFor) {
-  const Csr k = vqtest::SolidStiffness(6000);
-  const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-
-  // Without the retry: out of memory out of core; the parameters tell the memory PARDISO wants.
-  int params[64] = {};
-  std::vector<double> b = f;
-  ASSERT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
-                                       0, 1, nullptr, 0, nullptr, nullptr, 0, 0));
-  EXPECT_EQ("Not Enough Memory for OOC in Sparse Solver", LastMessage());
-  const long long wanted = std::max<long long>(params[14], params[15] + params[62]) / 1000 + 1;
-  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-
-  // Solver type 1 never retries.
-  b = f;
-  EXPECT_EQ(-82, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 1, -2, params, 0, dir_.path().c_str(),
-                                       0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
-  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-
-  // With the retry allowed: one more run with the larger core size, which solves.
-  b = f;
-  EXPECT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 2, -2, params, 0, dir_.path().c_str(),
-                                     0, 1, nullptr, 0, nullptr, nullptr, 1, 0));
-  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-  EXPECT_EQ(std::to_string(wanted), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
-  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
-
-  // The process-wide retry flag (key 1006) does the same for VQ_SparseSolverDirect.
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-  VQ_SetSolverType(2);
-  b = f;
-  EXPECT_EQ(-82, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                       k.values.data(), b.data(), 0, nullptr));
-  vi::directSolverSettings().retryOutOfCore = true;
-  b = f;
-  EXPECT_EQ(0, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 0, nullptr));
-  EXPECT_EQ(wanted, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
-}
-
-TEST_F(DirectSolution, ParameterOverridesReachTheSolverOfAnEntryPoint) {
-  const Csr k = vqtest::SolidStiffness(700);
-  VQ_OverrideDefaultSparseSolverParam(1, 0);  // minimum-degree ordering instead of METIS
-  std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1), b = f;
-  int params[64];
-  ASSERT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 0, -2, params, 0, "", 0, 0, nullptr,
-                                     0, nullptr, nullptr, 0, 0));
-  EXPECT_EQ(0, params[1]);
-  std::vector<int> last(64);
-  VQ_ParamsListSparseSolver(64, last.data());
-  EXPECT_EQ(0, last[1]);
-  EXPECT_LE(vqtest::RelativeResidual(k, b.data(), f.data(), 1), 1e-10);
-  VQ_ResetOverrideListSparseSolverParam();
 }
 
 }  // namespace

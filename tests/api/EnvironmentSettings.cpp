@@ -32,23 +32,6 @@ TEST(EnvironmentSettings, ThreadCountIsPublishedAndRemembered) {
   VQ_Set_INTEL_MKL_NumberOfThreads(2);
 }
 
-TEST(EnvironmentSettings, FlagTexts) {
-  VQ_Set_INTEL_MKL_OMP_NumberOfThreads(2);
-  EXPECT_EQ(Env("OMP_NUM_THREADS"), "2");
-  VQ_Set_INTEL_MKL_DYNAMIC_PARAMETER(1);
-  EXPECT_EQ(Env("MKL_DYNAMIC"), "1");
-  VQ_Set_INTEL_MKL_DYNAMIC_PARAMETER(2);
-  EXPECT_EQ(Env("MKL_DYNAMIC"), "0");
-  VQ_Set_INTEL_MKL_KMP_AFFINITY(2);
-  EXPECT_EQ(Env("KMP_AFFINITY"), "enabled");
-  VQ_Set_INTEL_MKL_KMP_AFFINITY(0);
-  EXPECT_EQ(Env("KMP_AFFINITY"), "disabled");
-  VQ_Set_INTEL_MKL_OOC_KEEP_FILE(3);
-  EXPECT_EQ(Env("MKL_PARDISO_OOC_KEEP_FILE"), "0");
-  VQ_Set_INTEL_MKL_OOC_KEEP_FILE(1);
-  EXPECT_EQ(Env("MKL_PARDISO_OOC_KEEP_FILE"), "1");
-}
-
 TEST(EnvironmentSettings, OutOfCoreSizesAndInitialisation) {
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1234);
   VQ_Set_INTEL_MKL_OOC_MAX_SWAP_SIZE(55);
@@ -64,32 +47,6 @@ TEST(EnvironmentSettings, OutOfCoreSizesAndInitialisation) {
   EXPECT_EQ(Env("MKL_PARDISO_OOC_KEEP_FILE"), "1");
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
   VQ_Set_INTEL_MKL_OOC_MAX_SWAP_SIZE(0);
-}
-
-TEST(EnvironmentSettings, DomainVariablesAreNamedAfterTheDomain) {
-  const char* names[] = {"MKL_DOMAIN_ALL", "MKL_DOMAIN_BLAS", "MKL_DOMAIN_FFT", "MKL_DOMAIN_VML",
-                         "MKL_DOMAIN_PARDISO"};
-  for (int d = 0; d < 5; ++d) {
-    EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(d, 10 + d), 0);
-    EXPECT_EQ(Env(names[d]), std::to_string(10 + d));
-  }
-  unsetenv("MKL_DOMAIN_5");
-  EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(5, 4), 5);
-  EXPECT_EQ(VQ_Set_INTEL_MKL_DOMAIN_NumberOfThreads(-1, 4), -1);
-  for (int d = 0; d < 5; ++d) EXPECT_EQ(Env(names[d]), std::to_string(10 + d));
-}
-
-TEST(EnvironmentSettings, MklServiceWrappers) {
-  EXPECT_EQ(VQ_mkl_set_num_threads(0), 0);
-  EXPECT_EQ(VQ_mkl_set_num_threads(1), 1);
-  EXPECT_EQ(VQ_mkl_get_max_threads(), 1);
-  VQ_mkl_set_num_threads(2);
-  EXPECT_EQ(VQ_mkl_get_max_threads(), 2);
-  EXPECT_EQ(VQ_mkl_domain_set_num_threads(1, 7), 7);  // unknown domain: no call
-  VQ_mkl_set_dynamic(0);
-  EXPECT_EQ(VQ_mkl_get_dynamic(), 0);
-  EXPECT_EQ(VQ_mkl_set_dynamic(5), 5);
-  EXPECT_EQ(VQ_mkl_get_dynamic(), 0);
 }
 
 TEST(WorkingDirectory, OocPathIsDirectoryGlueGuidAndSuffix) {
@@ -108,17 +65,6 @@ TEST(WorkingDirectory, OocPathIsDirectoryGlueGuidAndSuffix) {
   // A fresh GUID every time.
   VQ_SetWorkingDir("/tmp/vqwork/");
   EXPECT_NE(Env("MKL_PARDISO_OOC_PATH"), path);
-}
-
-TEST(WorkingDirectory, NoSeparatorIsInserted) {
-  VQ_SetWorkingDir("/tmp/work");
-  std::string path = Env("MKL_PARDISO_OOC_PATH");
-  EXPECT_EQ(path.rfind("/tmp/work", 0), 0u);
-  EXPECT_NE(path[9], '/');
-  VQ_SetWorkingDir("");
-  char* dir = VQ_GetWorkingDir();
-  EXPECT_STREQ(dir, "");
-  std::free(dir);
 }
 
 }  // namespace

@@ -54,31 +54,6 @@ TEST_F(LibrarySettings, InitializationWritesDefaultsAndTakesSolverTypeAtIndex59)
   EXPECT_EQ(VQ_GetSolverType(), 2);
 }
 
-TEST_F(LibrarySettings, FeastAndRitzDefaults) {
-  int f[7];
-  VQ_SetGlobalExtendedEigenSparseSolverParam(3, 99);
-  VQ_SetRitzVectorSolutionType(0);
-  VQ_SetRitzVectorAddStaticCorrection(1);
-  VQ_InitializeLibrary();
-  VQ_GetGlobalExtendedEigenSparseSolverParams(f);
-  const int expect[7] = {0, 8, 12, 20, 0, 0, 5};
-  for (int k = 0; k < 7; ++k) EXPECT_EQ(f[k], expect[k]);
-  EXPECT_EQ(VQ_GetRitzVectorSolutionType(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorOrthogonalizeVwrtK(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorSelectiveReorthogonalization(), 1);
-  EXPECT_EQ(VQ_GetRitzVectorAddStaticCorrection(), 0);
-}
-
-TEST_F(LibrarySettings, RitzSolutionTypeCollapsesNonzeroToOne) {
-  EXPECT_EQ(VQ_SetRitzVectorSolutionType(0), 0);
-  EXPECT_EQ(VQ_GetRitzVectorSolutionType(), 0);
-  EXPECT_EQ(VQ_SetRitzVectorSolutionType(2), 2);
-  EXPECT_EQ(VQ_GetRitzVectorSolutionType(), 1);
-  VQ_SetRitzVectorSolutionType(0);
-  EXPECT_EQ(VQ_SetRitzVectorSolutionType(-1), -1);
-  EXPECT_EQ(VQ_GetRitzVectorSolutionType(), 1);
-}
-
 TEST_F(LibrarySettings, SingleParametersRoundTripAndBulkCopy) {
   EXPECT_EQ(VQ_SetGlobalSparseSolverParam(12, 1), 0);
   EXPECT_EQ(VQ_GetGlobalSparseSolverParam(12), 1);
@@ -93,37 +68,6 @@ TEST_F(LibrarySettings, SingleParametersRoundTripAndBulkCopy) {
   EXPECT_EQ(VQ_SetGlobalSparseSolverParam(-1, 5), 0);
   VQ_GetGlobalSparseSolverParams(out.data());
   EXPECT_EQ(in, out);
-}
-
-TEST_F(LibrarySettings, ParamsListBoundsCopyNothingOutsideOneTo64) {
-  std::vector<int> buf(70, -7);
-  VQ_ParamsListSparseSolver(0, buf.data());
-  VQ_ParamsListSparseSolver(65, buf.data());
-  VQ_ParamsListSparseSolver(-3, buf.data());
-  for (int v : buf) EXPECT_EQ(v, -7);
-  VQ_ParamsListSparseSolver(64, buf.data());
-  EXPECT_EQ(buf[64], -7);  // never more than the count asked for
-}
-
-TEST(LibraryVersions, FixedNumbers) {
-  int a, b, c, d, e;
-  VQ_GetMKLVersion(&a, &b, &c, &d, &e);
-  EXPECT_EQ(a, 2018);
-  EXPECT_EQ(b, 0);
-  EXPECT_EQ(c, 1);
-  EXPECT_EQ(d, 20171007);
-  EXPECT_EQ(e, 20180001);
-  VQ_GetMathLibVersion(&a, &b, &c, &d, &e);
-  EXPECT_EQ(a, 1);
-  EXPECT_EQ(b, 1);
-  EXPECT_EQ(c, 0);
-  EXPECT_EQ(d, 9);
-  EXPECT_EQ(e, 20170603);
-}
-
-TEST(LibraryLifecycle, ReleaseWithoutKeptSolverDoesNothing) {
-  EXPECT_EQ(VQ_ReleaseLibrary(), 0);
-  EXPECT_EQ(VQ_ReleaseSolver(), 0);
 }
 
 }  // namespace

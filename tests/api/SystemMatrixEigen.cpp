@@ -23,18 +23,7 @@ class SystemMatrixEigen : public ::testing::Test {
     VQ_InitializeLibrary();
     model_ = std::make_unique<vqmath::models::SolidModel>(vqmath::models::SolidParameters{6, 2, 2});
     const int n = model_->NumEquations();
-    h_ = VQ_SysMatrixBegin();
-    VQ_SysMatrixDef(h_, 0, n);
-    int dofs[24];
-    for (int e = 0; e < model_->NumElements(); ++e) {
-      model_->ElementEquations(e, dofs);
-      VQ_SysMatrixPreAssem(h_, 24, dofs);
-    }
-    for (int e = 0; e < model_->NumElements(); ++e) {
-      model_->ElementEquations(e, dofs);
-      std::vector<double> packed = vqmath::models::PackUpperByColumns(model_->ElementStiffness(e).data(), 24);
-      VQ_SysMatrixAssem(h_, 24, dofs, packed.data());
-    }
+    h_ = vqtest::AssembleHandle(*model_);
     mass_ = VQ_SysVectorCreate(n, 0.0);
     std::vector<int> all(n);
     for (int i = 0; i < n; ++i) all[i] = i + 1;

@@ -69,23 +69,6 @@ TEST(MtxWrite, GeneralRowsOuterColumnsInnerSkippingUpToTheSmallestNormal) {
   EXPECT_EQ(bound.find("1 \t 2 \t 0.0"), std::string::npos);
 }
 
-TEST(MtxWrite, SymmetricReceiverWritesItsFullFormDiagonalItsOrder) {
-  EXPECT_EQ(Mtx(SymUpper(2, {0, 3, 0}), true), std::string(kGeneral) +
-                                                   "2 \t 2 \t 2 \n"
-                                                   "1 \t 2 \t 3.000000000000000000 \n"
-                                                   "2 \t 1 \t 3.000000000000000000 \n");
-  double v[] = {0, 5};
-  EXPECT_EQ(Mtx(VQ_DiagonalMatrix(2, v), true), std::string(kSymmetric) +
-                                                    "2 \t 2 \t 2 \n"
-                                                    "2 \t 2 \t 5.000000000000000000 \n");
-  double w[] = {1e-16, 2e-16};  // machine-epsilon bound: 1e-16 dropped, 2e-16 dropped too (<= eps)
-  VQ_DiagonalMatrix e(2, w);
-  const std::string bytes = Mtx(e, true);
-  EXPECT_EQ(bytes, std::string(kSymmetric) + "2 \t 2 \t 2 \n");
-  EXPECT_EQ(Mtx(e, false).size(),
-            bytes.size() + 2 * std::string("1 \t 1 \t 0.000000000000000100 \n").size());
-}
-
 // ---- MatrixMarket readers
 // -------------------------------------------------------------------------
 
@@ -101,20 +84,6 @@ TEST(MtxRead, RoundTripIsExact) {
   VQ_DiagonalMatrix d(3, V{1.25, 0, 3.5}.data()), dBack;
   EXPECT_TRUE(Read(dBack, Mtx(d, true), true));
   EXPECT_EQ(Full(dBack), Full(d));
-}
-
-TEST(MtxRead, CrlfCommentsAndStrayTokens) {
-  VQ_Matrix m;
-  EXPECT_TRUE(Read(m,
-                   "%%MatrixMarket matrix coordinate real general\r\n"
-                   "% a comment\r\n"
-                   "\r\n"
-                   "3 2 3\r\n"
-                   "1 1 1.5\r\n"
-                   "%   comment between entries\r\n"
-                   "3\t2\t-4e2\r\n"
-                   "2 1 7\r\n"));
-  EXPECT_EQ(Full(m), (V{1.5, 7, 0, 0, 0, -400}));
 }
 
 TEST(MtxRead, MalformedFilesNeverWriteOutOfBounds) {
@@ -141,19 +110,6 @@ TEST(MtxRead, MalformedFilesNeverWriteOutOfBounds) {
   EXPECT_EQ(s.Value(1, 3), 4.0);
 }
 
-TEST(MtxRead, MissingFile) {
-  VQ_Matrix m(2, 2, 1.0);
-  VQ_DiagonalMatrix d;
-  const std::string path = ScratchPath("missing.mtx");
-  EXPECT_EQ(Stdout([&] { EXPECT_FALSE(m.ReadIn_MTX_Format(path.c_str(), false)); }), "");
-  EXPECT_EQ(m.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_EQ(m.Value(2, 2), 1.0);
-  EXPECT_EQ(Stdout([&] { EXPECT_FALSE(m.ReadIn_MTX_Format(path.c_str(), true)); }),
-            ">>>>>>> File Not Found : " + path + "  <<<<<< \n\n");
-  EXPECT_FALSE(d.ReadIn_MTX_Format(path.c_str(), false));
-  EXPECT_EQ(d.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-}
-
 TEST(MtxRead, DiagonalDropsOffDiagonalTermsStatusOnlyWhenVerbose) {
   const std::string text =
       "%%MatrixMarket matrix coordinate real symmetric\n3 3 4\n1 1 2\n2 1 9\n3 3 4\n5 5 1\n";
@@ -165,27 +121,6 @@ TEST(MtxRead, DiagonalDropsOffDiagonalTermsStatusOnlyWhenVerbose) {
       Stdout([&] { EXPECT_TRUE(Read(loud, text, true)); }),
       ">>>>>>> Off Diagonal Terms Found in redaing the File. They are Ignored !..... <<<<<< \n\n");
   EXPECT_EQ(loud.MatrixStatus(), MC::STATUS_OFF_DIAGONAL_IGNORED);
-}
-
-// ---- text dump
-// ---------------------------------------------------------------------------------------
-
-TEST(TextDump, OneByTwoFixedNotation) {
-  const std::string path = ScratchPath("dump.txt");
-  const std::string first =
-      "\nMatrix Type = MATRIX \t NumRows: 1 \t  NumCols: 2 \n"
-      "\n{{  1.50000000 ,   -2.25000000 },\n}\n";
-  VQ_Matrix m = Mat(1, 2, {1.5, -2.25});
-  m.print(path.c_str(), 0, false);
-  EXPECT_EQ(FileBytes(path), first);
-  VQ_DiagonalMatrix(2, 3.0).print(path.c_str(), 1, true);  // appended, scientific
-  EXPECT_EQ(FileBytes(path),
-            first +
-                "\nMatrix Type = DIAGONAL_MATRIX \t NumRows: 2 \t  NumCols: 2 \n"
-                "\n{{3.000000e+00 ,  0.000000e+00 },\n{0.000000e+00 ,  3.000000e+00 },\n}\n");
-  m.print(path.c_str(), 0, true);  // truncates
-  EXPECT_EQ(FileBytes(path).find("DIAGONAL"), std::string::npos);
-  std::remove(path.c_str());
 }
 
 // ---- binary snapshot
@@ -212,26 +147,3 @@ TEST(Snapshot, RoundTripOfEachKind) {
   EXPECT_EQ(FileBytes(base + "2.dat"), "");
 }
 
-TEST(Snapshot, MismatchedKindAndDamagedFilesAreRejected) {
-  const std::string base = ScratchPath("snap");
-  VQ_SymMatrix s = RandomSym(4, 11), keep(2, 1.0);
-  VQ_Matrix general;
-  ASSERT_TRUE(s.WriteToFile(base.c_str(), false));
-  EXPECT_FALSE(general.ReadFromFile(base.c_str(), false, false));  // 10 packed values, not 16
-  // A value file shorter than the header promises, then a damaged header.
-  const std::string values = FileBytes(base + "2.dat");
-  WriteBytes(base + "2.dat", values.substr(0, values.size() - 8));
-  EXPECT_FALSE(keep.ReadFromFile(base.c_str(), false, false));
-  EXPECT_EQ(keep.NumRows(), 2);
-  WriteBytes(base + "1.dat", "abc");
-  EXPECT_FALSE(keep.ReadFromFile(base.c_str(), false, false));
-  std::remove((base + "1.dat").c_str());
-  std::remove((base + "2.dat").c_str());
-
-  EXPECT_NE(Stdout([&] {
-              EXPECT_FALSE(keep.ReadFromFile(base.c_str(), true, false));
-            }).find("File Not Found"),
-            std::string::npos);
-  EXPECT_EQ(keep.MatrixStatus(), MC::STATUS_FILE_NOT_FOUND);
-  EXPECT_FALSE(VQ_Matrix(1, 1).WriteToFile(ScratchPath("no/such/dir/x").c_str(), false));
-}

@@ -16,34 +16,6 @@ namespace {
 VQ_DiagonalMatrix Diag(V d) { return VQ_DiagonalMatrix(static_cast<int>(d.size()), d.data()); }
 }  // namespace
 
-TEST(DiagonalStorage, RefIgnoresColumnValueDoesNot) {
-  VQ_DiagonalMatrix d(3, 0.0);
-  d(2, 5) = 7.0;
-  EXPECT_EQ(d.GetDataPointer()[1], 7.0);
-  EXPECT_EQ(d.Value(2, 5), 0.0);
-  EXPECT_EQ(d.Value(2, 2), 7.0);
-  EXPECT_EQ(d.Value_(2, 1), 0.0);
-  EXPECT_EQ(&d.Ref_(3, 1), d.GetDataPointer() + 2);
-  EXPECT_EQ(d.GetSizeAllocated(), 3);
-  d.Redimension(5, 0, 1.5);
-  EXPECT_EQ(d.NumCols(), 5);
-  EXPECT_EQ(d.GetSizeAllocated(), 5);
-  EXPECT_EQ(d.Value(5, 5), 1.5);
-}
-
-TEST(DiagonalStorage, TypeMarksOfCopies) {
-  VQ_DiagonalMatrix d = Diag({1, 2}), c(d), a;
-  a = d;
-  EXPECT_EQ(d.MatrixType(), MC::DIAGONAL_MATRIX);
-  EXPECT_EQ(c.MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ(Full(c), Full(d));
-  EXPECT_EQ(a.MatrixType(), MC::DIAGONAL_MATRIX);
-  EXPECT_EQ(Full(a), Full(d));
-  EXPECT_EQ(d.T().MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ((d * 2.0).MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ((d * d).MatrixType(), MC::DIAGONAL_MATRIX);
-}
-
 TEST(DiagonalInverse, IdentityWithReciprocalsDownTheFirstColumnAndCappedReciprocals) {
   VQ_Matrix inv = Diag({2, 4}).Inverse();
   EXPECT_EQ(inv.MatrixType(), MC::MATRIX);
@@ -74,30 +46,6 @@ TEST_P(DiagonalMtSM, MatchesReference) {
 INSTANTIATE_TEST_SUITE_P(Sizes, DiagonalMtSM,
                          testing::Values(std::make_pair(1, 1), std::make_pair(4, 3),
                                          std::make_pair(200, 40)));
-
-TEST(DiagonalProducts, MultiplyWithMatrixSkipsTinyRows) {
-  VQ_Matrix r(2, 2, -5.0);
-  Diag({0, 3}).MultiplyWithMatrix(Mat(2, 2, {1, 2, 3, 4}), r);  // m = [[1,3],[2,4]]
-  EXPECT_EQ(Full(r), (V{-5, 6, -5, 12}));
-}
-
-TEST(DiagonalProducts, FreeOperators) {
-  VQ_DiagonalMatrix a = Diag({1, 2, 3}), b = Diag({4, 5, 6}), small(2, 1.0);
-  EXPECT_EQ(Full(a + b), Full(Diag({5, 7, 9})));
-  EXPECT_EQ(Full(a - b), Full(Diag({-3, -3, -3})));
-  EXPECT_EQ(Full(a * b), Full(Diag({4, 10, 18})));
-  EXPECT_EQ(Full(2.0 * a), Full(Diag({2, 4, 6})));
-  EXPECT_EQ((a / 1e-17).MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
-  VQ_DiagonalMatrix mixed = a * small;  // orders differ: zeros of the left order, no status
-  EXPECT_EQ(Full(mixed), V(9, 0.0));
-  EXPECT_EQ(mixed.MatrixStatus(), MC::STATUS_OK);
-  EXPECT_EQ(Full(a + small), Full(Diag({2, 3, 3})));  // over the right operand's order
-
-  VQ_DiagonalMatrix neg = -a;
-  EXPECT_EQ(Full(neg), (V{-1}));
-  EXPECT_EQ(neg.MatrixType(), MC::DIAGONAL_MATRIX);
-  EXPECT_EQ((+a).MatrixType(), MC::SYM_MATRIX);
-}
 
 TEST(DiagonalProducts, WithGeneralMatricesAndVectors) {
   const V dv = {2, -1, 3};

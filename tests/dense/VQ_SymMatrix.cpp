@@ -14,76 +14,6 @@ using namespace vqtest;
 namespace MC = MATLIBDLLCOMMONS;
 using V = std::vector<double>;
 
-TEST(SymStorage, PackedIndexPositions) {
-  VQ_SymMatrix s(3, 0.0);
-  EXPECT_EQ(s.GetSizeAllocated(), 6);
-  const double* d = s.GetDataPointer();
-  EXPECT_EQ(&s.Ref(3, 1), d + 3);
-  EXPECT_EQ(&s.Ref(1, 3), d + 3);
-  EXPECT_EQ(&s.Ref(2, 2), d + 2);
-  EXPECT_EQ(&s.Ref(3, 3), d + 5);
-  EXPECT_EQ(&s.Ref_(1, 2), d + 1);
-  s(2, 3) = 8.0;
-  EXPECT_EQ(s.Value(3, 2), 8.0);
-  EXPECT_EQ(s.Value_(2, 3), 8.0);
-  EXPECT_EQ(d[4], 8.0);
-}
-
-TEST(SymStorage, ConstructorsRedimensionAndAllocationFailure) {
-  double d[] = {1, 2, 3};
-  VQ_SymMatrix s(3, d), e;
-  EXPECT_EQ(Full(s), (V{1, 0, 0, 0, 2, 0, 0, 0, 3}));
-  EXPECT_EQ(s.MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ(e.MatrixType(), MC::SYM_MATRIX);
-  EXPECT_TRUE(HasNoStorage(e));
-  e.Redimension(4, 99, 2.5);  // second size ignored
-  EXPECT_EQ(e.NumCols(), 4);
-  EXPECT_EQ(e.GetSizeAllocated(), 10);
-  EXPECT_EQ(Full(e), V(16, 2.5));
-  e.SetIdentityMatrix(2);  // virtual Redimension keeps the packed kind
-  EXPECT_EQ(e.GetSizeAllocated(), 3);
-  EXPECT_EQ(Full(e), Identity(2));
-
-  VQ_SymMatrix* huge = nullptr;  // 2.45e9 packed values: beyond the 32-bit size
-  EXPECT_EQ(Stdout([&] { huge = new VQ_SymMatrix(70000, 0.0); }),
-            ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n");
-  EXPECT_EQ(huge->MatrixStatus(), MC::STATUS_NO_MEMORY);
-  EXPECT_TRUE(HasNoStorage(*huge));
-  huge->Redimension(3, 3, 0.0);
-  EXPECT_EQ(huge->MatrixStatus(), MC::STATUS_OK);
-  delete huge;
-}
-
-TEST(SymStorage, CopiesReportMatrixAssignmentKeepsType) {
-  VQ_SymMatrix s = RandomSym(4, 1), c(s), target(2, 0.0);
-  EXPECT_EQ(c.MatrixType(), MC::MATRIX);
-  EXPECT_EQ(Full(c), Full(s));
-  EXPECT_EQ(s.T().MatrixType(), MC::MATRIX);
-  EXPECT_EQ((+s).MatrixType(), MC::MATRIX);
-  target = s;
-  EXPECT_EQ(target.MatrixType(), MC::SYM_MATRIX);
-  target = target;
-  EXPECT_EQ(Full(target), Full(s));
-}
-
-TEST(SymStorage, CopyUpperDiagonalIgnoresLowerTriangleAndFromSparse) {
-  VQ_SymMatrix s, untouched(2, 7.0);
-  s.CopyUpperDiagonal(Mat(3, 3, {1, 100, 100, 2, 3, 100, 4, 5, 6}));  // upper: 2, 4, 5
-  EXPECT_EQ(Full(s), (V{1, 2, 4, 2, 3, 5, 4, 5, 6}));
-  untouched.CopyUpperDiagonal(VQ_Matrix(2, 3));
-  EXPECT_EQ(untouched.Value(1, 2), 7.0);
-
-  double values[] = {4, 1, 5, 2, 6};  // [[4,1,0],[1,5,2],[0,2,6]]
-  int rowptr[] = {1, 3, 5, 6}, colidx[] = {1, 2, 2, 3, 3};
-  VQ_SparseSymMatrix sp(3, values, rowptr, colidx);
-  VQ_SymMatrix fromSparse(&sp);
-  EXPECT_EQ(fromSparse.MatrixType(), MC::SYM_MATRIX);
-  EXPECT_EQ(Full(fromSparse), (V{4, 1, 0, 1, 5, 2, 0, 2, 6}));
-  VQ_DiagonalMatrix d;
-  d.CopyDiagonalTerms(&sp);
-  EXPECT_EQ(Full(d), (V{4, 0, 0, 0, 5, 0, 0, 0, 6}));
-}
-
 // ---- congruence products
 // -------------------------------------------------------------------------
 
@@ -144,37 +74,6 @@ TEST(SymOperators, InverseGivesIdentity) {
   EXPECT_LT(MaxAbsDiff(RefProduct(Full(s), n, n, Full(inv), n), Identity(n)), 1e-13);
 }
 
-TEST(SymOperators, UnaryMinusYieldsOrderOne) {
-  VQ_SymMatrix s = RandomSym(5, 9), empty;
-  VQ_SymMatrix neg = -s, negEmpty = -empty;
-  EXPECT_EQ(neg.NumRows(), 1);
-  EXPECT_EQ(neg.GetSizeAllocated(), 1);
-  EXPECT_EQ(neg.Value(1, 1), -s.Value(1, 1));
-  EXPECT_EQ(negEmpty.NumRows(), 1);
-  EXPECT_EQ(negEmpty.Value(1, 1), 0.0);  // the order of the operand
-}
-
-TEST(SymOperators, ScalingDivisionAndSums) {
-  VQ_SymMatrix s = RandomSym(3, 10);
-  const V f = Full(s);
-  V twiceRef = f;
-  for (double& x : twiceRef) x *= 2.0;
-  VQ_SymMatrix twice = s * 2.0;
-  EXPECT_EQ(twice.MatrixType(), MC::MATRIX);  // built on the copy constructor
-  EXPECT_EQ(Full(twice), twiceRef);
-  EXPECT_EQ(Full(2.0 * s), twiceRef);
-  EXPECT_EQ(Full(s + s), twiceRef);
-  EXPECT_EQ(Full(s - s), V(9, 0.0));
-  EXPECT_EQ((s / 1e-17).MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);  // under machine epsilon
-  EXPECT_EQ((s / 1e-15).MatrixStatus(), MC::STATUS_OK);
-  VQ_SymMatrix acc = s;
-  acc += VQ_SymMatrix(2, 1.0);  // over the smaller operand's packed positions only
-  EXPECT_EQ(acc.Value(1, 2), f[3] + 1.0);
-  EXPECT_EQ(acc.Value(3, 3), f[8]);
-  acc *= 0.0;
-  EXPECT_EQ(Full(acc), V(9, 0.0));
-}
-
 TEST(SymOperators, VectorProducts) {
   const int n = 70;
   VQ_SymMatrix s = RandomSym(n, 11);
@@ -186,11 +85,3 @@ TEST(SymOperators, VectorProducts) {
   EXPECT_LT(MaxAbsDiff(Full(x.T() * s), RefProduct(xv, 1, n, Full(s), n)), 1e-12);
 }
 
-TEST(SymOperators, PrintToStream) {
-  std::ostringstream os;
-  SymUpper(2, {1.0, 0.5, -2.0}).print(&os);
-  EXPECT_EQ(os.str(),
-            "1.0000000000000000 0.5000000000000000\n"
-            "0.5000000000000000 -2.0000000000000000\n");
-  VQ_SymMatrix(1, 0.0).print(static_cast<std::ostream*>(nullptr));
-}

@@ -36,50 +36,6 @@ TEST(ColVector, ConstructionAccessNormDotNormalize) {
   EXPECT_EQ(Full(VQ_ColVector(V{-2, 3}).Squared()), (V{4, 9}));
 }
 
-TEST(ColVector, CrossComparesElementCounts) {
-  VQ_ColVector a(V{1, 0, 0, 9, 9}), b(V{0, 1, 0, 7, 7}), c;
-  EXPECT_EQ(Stdout([&] { c = a.Cross(b); }), "");  // 5 x 1 each: first three elements, no complaint
-  EXPECT_EQ(Full(c), (V{0, 0, 1}));
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_OK);
-
-  VQ_ColVector x(V{1, 2, 3}), z(V{1, 2, 3, 4});
-  EXPECT_EQ(Full(x.Cross(VQ_ColVector(V{4, 5, 6}))), (V{-3, 6, -3}));
-  EXPECT_EQ(Stdout([&] { c = x.Cross(z); }),
-            " This vector is not 3x1, Cross product is not performed !..... \n");
-  EXPECT_EQ(Full(c), (V{0, 0, 0}));
-  EXPECT_EQ(x.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
-}
-
-TEST(ColVector, ColumnCopiesAndCopyTo) {
-  VQ_Matrix m = RandomMatrix(3, 4, 1);
-  VQ_ColVector v(3), keep(3, 5.0);
-  v.SetEqualTo(m, 4);
-  EXPECT_EQ(Full(v), (V{m.Value(1, 4), m.Value(2, 4), m.Value(3, 4)}));
-  keep.SetEqualTo(m, 5);                // out of range: nothing
-  keep.SetEqualTo(VQ_Matrix(2, 2), 1);  // row mismatch: nothing
-  EXPECT_EQ(Full(keep), V(3, 5.0));
-  double dv[] = {7, 8, 9}, out[2] = {0, 0};
-  keep.SetEqualTo(VQ_DiagonalMatrix(3, dv));
-  EXPECT_EQ(Full(keep), (V{7, 8, 9}));
-  keep.CopyTo(out, 2);
-  EXPECT_EQ(out[1], 8.0);
-}
-
-TEST(ColVector, OperatorsAndThreshold) {
-  VQ_ColVector a(V{1, 2}), b(V{10, 20}), c(a);
-  EXPECT_EQ(Full(a + b), (V{11, 22}));
-  EXPECT_EQ(Full(a - b), (V{-9, -18}));
-  EXPECT_EQ(Full(-a), (V{-1, -2}));
-  EXPECT_EQ(Full(+a), (V{1, 2}));
-  EXPECT_EQ(Full(2.0 * a), (V{2, 4}));
-  EXPECT_EQ(Full(a * 3.0), (V{3, 6}));
-  EXPECT_EQ((a + b).MatrixType(), MC::COLUMN_VECTOR);
-  EXPECT_EQ((a / 1e-17).MatrixStatus(), MC::STATUS_DIVISION_BY_ZERO);
-  c /= 4.0;
-  EXPECT_EQ(c.MatrixStatus(), MC::STATUS_OK);
-  EXPECT_EQ(Full(c), (V{0.25, 0.5}));
-}
-
 class MatrixVector : public testing::TestWithParam<std::pair<int, int>> {};
 
 TEST_P(MatrixVector, ProductsMatchReference) {
@@ -99,16 +55,6 @@ TEST_P(MatrixVector, ProductsMatchReference) {
 INSTANTIATE_TEST_SUITE_P(Sizes, MatrixVector,
                          testing::Values(std::make_pair(1, 1), std::make_pair(4, 3),
                                          std::make_pair(150, 90)));
-
-TEST(MatrixVectorEdge, MismatchMarksMatrixAndOuterProduct) {
-  VQ_Matrix a(2, 3, 1.0);
-  VQ_ColVector y = a * VQ_ColVector(V{1, 2});  // only the two terms v holds are summed
-  EXPECT_EQ(a.MatrixStatus(), MC::STATUS_DIMENSION_MISMATCH);
-  EXPECT_EQ(Full(y), (V{3, 3}));
-  VQ_Matrix outer = VQ_ColVector(V{1, 2}) * VQ_RowVector(3, 3.0);  // through the general product
-  EXPECT_EQ(outer.NumRows(), 2);
-  EXPECT_EQ(Full(outer), (V{3, 6, 3, 6, 3, 6}));
-}
 
 TEST(RowVector, AccessOperatorsAndDotWithColumn) {
   VQ_RowVector r(3, 2.0), two(2);

@@ -8,157 +8,60 @@
 #include <string>
 #include <vector>
 
-#include "support/EigenSupport.h"
+#include "support/EigenHarness.h"
 #include "vqmath.h"
 
 namespace {
 
 using vqtest::Csr;
 
-std::string LastMessage() {
-  char* m = VQ_GetLastErrorMessage();
-  std::string s = m ? m : "";
-  std::free(m);
-  return s;
+std::string LastMessage() { return vqtest::LastError().message; }
+
+// The four sparse-input dense paths as methods of the eigen harness (all n eigenpairs).
+vqtest::EigenOutcome Dense(const vqtest::EigenProblem& e, bool jacobi) {
+  Csr k = e.k, m = e.MassCsr();
+  vqtest::EigenOutcome out;
+  out.values.assign(k.n, 0.0);
+  out.vectors.assign(static_cast<size_t>(k.n) * k.n, 0.0);
+  const int *kr = k.rowPointers.data(), *kc = k.columnIndices.data();
+  if (e.diagonal())
+    out.status = jacobi ? VQ_EigenvalueAnalysis_JACOBI(k.n, kr, kc, k.values.data(), e.lumped.data(),
+                                                       out.values.data(), out.vectors.data())
+                        : VQ_EigenvalueAnalysis_LAPACK(k.n, kr, kc, k.values.data(), e.lumped.data(), 1,
+                                                       out.values.data(), out.vectors.data());
+  else
+    out.status = jacobi ? VQ_EigenvalueAnalysis_JACOBI2(k.n, kr, kc, k.values.data(), m.rowPointers.data(),
+                                                        m.columnIndices.data(), m.values.data(),
+                                                        out.values.data(), out.vectors.data())
+                        : VQ_EigenvalueAnalysis_LAPACK2(k.n, kr, kc, k.values.data(), m.rowPointers.data(),
+                                                        m.columnIndices.data(), m.values.data(), 1,
+                                                        out.values.data(), out.vectors.data());
+  EXPECT_EQ(VQ_GetLastErrorID(), out.status);
+  return out;
 }
 
-// A small solid (n = 81) with its lumped and consistent masses.
-struct Small {
-  Small()
-      : lumped(vqtest::SolidProblem(3, 2, 1, false)),
-        consistent(vqtest::SolidProblem(3, 2, 1, true)) {}
-  vqtest::EigenProblem lumped, consistent;
-};
-
-void ExpectEigenpairs(const Csr& k, const Csr& m, const std::vector<double>& values,
-                      const std::vector<double>& vectors, double valueTolerance) {
-  std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
-  ASSERT_EQ(reference.size(), values.size());
-  for (size_t i = 0; i < values.size(); ++i)
-    EXPECT_LT(vqtest::RelDiff(values[i], reference[i]), valueTolerance) << "mode " << i + 1;
-  if (!vectors.empty()) {
-    EXPECT_LT(vqtest::EigenResidual(k, m, k.n, values.data(), vectors.data()), 1e-6);
-    EXPECT_LT(vqtest::MOrthonormalityError(m, k.n, vectors.data()), 1e-6);
-  }
+TEST(DenseEigenResults, LapackAndJacobiWithDiagonalAndSparseMass) {
+  for (bool consistent : {false, true})
+    for (bool jacobi : {false, true}) {
+      SCOPED_TRACE(std::string(jacobi ? "Jacobi" : "LAPACK") + (consistent ? ", consistent mass" : ", lumped mass"));
+      const vqtest::EigenProblem e = vqtest::SolidProblem(3, 2, 1, consistent);  // n = 81
+      vqtest::EigenCheckOptions o;
+      o.valueTolerance = jacobi ? 1e-10 : 1e-12;
+      vqtest::RunEigenChecks([jacobi](const vqtest::EigenProblem& p, int) { return Dense(p, jacobi); }, e, e.k.n, o);
+    }
 }
 
-// ---- results of each variant
-// ----------------------------------------------------------------------
-
-TEST(DenseEigenResults, LapackWithDiagonalMass) {
-  Small s;
-  Csr k = s.lumped.k;
-  std::vector<double> m = s.lumped.lumped, values(k.n), vectors(static_cast<size_t>(k.n) * k.n);
-  ASSERT_EQ(
-      0, VQ_EigenvalueAnalysis_LAPACK(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                      k.values.data(), m.data(), 1, values.data(), vectors.data()));
-  EXPECT_EQ(0, VQ_GetLastErrorID());
-  ExpectEigenpairs(k, s.lumped.MassCsr(), values, vectors, 1e-12);
-}
-
-TEST(DenseEigenResults, LapackWithSparseMassAndNoVectors) {
-  Small s;
-  Csr k = s.consistent.k, m = s.consistent.mass;
+TEST(DenseEigenResults, LapackWithoutVectorsWritesNone) {
+  const vqtest::EigenProblem e = vqtest::SolidProblem(3, 2, 1, true);
+  Csr k = e.k, m = e.mass;
   std::vector<double> values(k.n), vectors(static_cast<size_t>(k.n) * k.n, 9.0);
   ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK2(k.n, k.rowPointers.data(), k.columnIndices.data(),
                                              k.values.data(), m.rowPointers.data(),
                                              m.columnIndices.data(), m.values.data(), 0,
                                              values.data(), vectors.data()));
-  ExpectEigenpairs(k, m, values, {}, 1e-12);
-  for (double v : vectors) ASSERT_EQ(9.0, v);  // no vectors asked, none written
-}
-
-TEST(DenseEigenResults, JacobiWithDiagonalAndSparseMass) {
-  Small s;
-  {
-    Csr k = s.lumped.k;
-    std::vector<double> m = s.lumped.lumped, values(k.n), vectors(static_cast<size_t>(k.n) * k.n);
-    ASSERT_EQ(
-        0, VQ_EigenvalueAnalysis_JACOBI(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                        k.values.data(), m.data(), values.data(), vectors.data()));
-    ExpectEigenpairs(k, s.lumped.MassCsr(), values, vectors, 1e-10);
-  }
-  {
-    Csr k = s.consistent.k, m = s.consistent.mass;
-    std::vector<double> values(k.n), vectors(static_cast<size_t>(k.n) * k.n);
-    ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI2(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                               k.values.data(), m.rowPointers.data(),
-                                               m.columnIndices.data(), m.values.data(),
-                                               values.data(), vectors.data()));
-    ExpectEigenpairs(k, m, values, vectors, 1e-10);
-  }
-}
-
-TEST(DenseEigenResults, RealMatrixBothSolversAgree) {
-  VQTEST_REQUIRE_DATA();
-  vqtest::EigenProblem e;
-  ASSERT_TRUE(vqtest::RealProblem("02", e));
-  Csr k = e.k;
-  std::vector<double> m = e.lumped, lapack(k.n), jacobi(k.n);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                            k.values.data(), m.data(), 0, lapack.data(), nullptr));
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                            k.values.data(), m.data(), jacobi.data(), nullptr));
-  for (int i = 0; i < k.n; ++i) EXPECT_LT(vqtest::RelDiff(jacobi[i], lapack[i]), 1e-10) << i;
-}
-
-// Dense inputs: Jacobi reads the column-major upper triangle only; LAPACK3 works on the caller's
-// arrays in row-major layout (upper triangle of the row-major form) and leaves the vectors there.
-TEST(DenseEigenResults, DenseInputsReadOnlyTheirUpperTriangles) {
-  Small s;
-  const Csr k = s.consistent.k, m = s.consistent.mass;
-  const int n = k.n;
-  const std::vector<double> kd = vqtest::Dense(k), md = vqtest::Dense(m);
-  std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
-
-  // Column-major upper triangle kept, the part below spoiled.
-  std::vector<double> kc = kd, mc = md;
-  for (int j = 0; j < n; ++j)
-    for (int i = j + 1; i < n; ++i) {
-      kc[static_cast<size_t>(j) * n + i] = 1e6;
-      mc[static_cast<size_t>(j) * n + i] = -1e6;
-    }
-  std::vector<double> values(n), vectors(static_cast<size_t>(n) * n);
-  ASSERT_EQ(0,
-            VQ_EigenvalueAnalysis_JACOBI3(n, kc.data(), mc.data(), values.data(), vectors.data()));
-  ExpectEigenpairs(k, m, values, vectors, 1e-10);
-
-  // Row-major upper triangle = column-major lower triangle: spoil the column-major upper part.
-  std::vector<double> kr = kd, mr = md;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < j; ++i) {
-      kr[static_cast<size_t>(j) * n + i] = 1e6;
-      mr[static_cast<size_t>(j) * n + i] = -1e6;
-    }
-  std::vector<double> w(n);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK3(n, kr.data(), mr.data(), 1, w.data()));
-  for (int i = 0; i < n; ++i) EXPECT_LT(vqtest::RelDiff(w[i], reference[i]), 1e-12);
-  // Vector k is column k of the row-major array: component i at kr[i*n + k].
-  std::vector<double> v(static_cast<size_t>(n) * n);
-  for (int c = 0; c < n; ++c)
-    for (int i = 0; i < n; ++i)
-      v[static_cast<size_t>(c) * n + i] = kr[static_cast<size_t>(i) * n + c];
-  EXPECT_LT(vqtest::EigenResidual(k, m, n, w.data(), v.data()), 1e-10);
-}
-
-TEST(DenseEigenResults, OrderOneAndAnUncoupledPair) {
-  const int ia[] = {1, 2}, ja[] = {1};
-  const double a[] = {8.0}, d[] = {4.0};
-  double value = 0.0, vector = 0.0;
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI(1, ia, ja, a, d, &value, &vector));
-  EXPECT_EQ(2.0, value);
-  EXPECT_EQ(0.5, vector);
-
-  const int ia2[] = {1, 2, 3}, ja2[] = {1, 2};
-  const double a2[] = {2.0, 1.0}, d2[] = {1.0, 1.0};
-  double values[2], vectors[4];
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_JACOBI(2, ia2, ja2, a2, d2, values, vectors));
-  EXPECT_EQ(1.0, values[0]);
-  EXPECT_EQ(2.0, values[1]);
-  EXPECT_EQ(0.0, vectors[0]);
-  EXPECT_EQ(1.0, vectors[1]);
-  EXPECT_EQ(1.0, vectors[2]);
-  EXPECT_EQ(0.0, vectors[3]);
+  const std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
+  for (int i = 0; i < k.n; ++i) EXPECT_LT(vqtest::RelDiff(values[i], reference[i]), 1e-12);
+  for (double v : vectors) ASSERT_EQ(9.0, v);
 }
 
 // ---- failures
@@ -191,69 +94,6 @@ TEST(DenseEigenFailures, LapackFailureOnSingularMass) {
   EXPECT_EQ("LAPACK Eigenvalue Solution Failed", LastMessage());
   double K[4] = {2.0, -1.0, -1.0, 2.0}, M[4] = {1.0, 0.0, 0.0, -1.0};
   EXPECT_EQ(-30, VQ_EigenvalueAnalysis_LAPACK3(2, K, M, 0, values));
-}
-
-TEST(DenseEigenFailures, SuccessClearsAnEarlierError) {
-  VQ_ResolveEror(-4);
-  const int ia[] = {1, 2}, ja[] = {1};
-  const double a[] = {3.0}, d[] = {1.0};
-  double value;
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK(1, ia, ja, a, d, 0, &value, nullptr));
-  EXPECT_EQ(0, VQ_GetLastErrorID());
-  EXPECT_EQ(3.0, value);
-}
-
-struct BadInput {
-  const char* name;
-  int n;
-  std::vector<int> ia, ja;
-  std::vector<double> a;
-};
-
-class DenseEigenBadInput : public ::testing::TestWithParam<BadInput> {};
-
-TEST_P(DenseEigenBadInput, RejectedWithInvalidMatricesCode) {
-  BadInput b = GetParam();
-  std::vector<double> d(3, 1.0);
-  std::vector<double> values(4, 7.0), vectors(16, 7.0);
-  const int* ia = b.ia.empty() ? nullptr : b.ia.data();
-  const int* ja = b.ja.empty() ? nullptr : b.ja.data();
-  const double* a = b.a.empty() ? nullptr : b.a.data();
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(b.n, ia, ja, a, d.data(), 1, values.data(),
-                                              vectors.data()));
-  EXPECT_EQ(0u, LastMessage().find("ERROR_INVALID_MATRICES"));
-  EXPECT_EQ(-64,
-            VQ_EigenvalueAnalysis_JACOBI(b.n, ia, ja, a, d.data(), values.data(), vectors.data()));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK2(b.n, ia, ja, a, ia, ja, a, 1, values.data(),
-                                               vectors.data()));
-  EXPECT_EQ(
-      -64, VQ_EigenvalueAnalysis_JACOBI2(b.n, ia, ja, a, ia, ja, a, values.data(), vectors.data()));
-  EXPECT_EQ(7.0, values[3]);  // never written past n
-  for (double v : vectors) EXPECT_EQ(7.0, v);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DenseEigenBadInput,
-    ::testing::Values(BadInput{"OrderZero", 0, {1}, {}, {}}, BadInput{"NullArrays", 2, {}, {}, {}},
-                      BadInput{"RowPointersNotFromOne", 2, {0, 1, 2}, {1, 2}, {1.0, 1.0}},
-                      BadInput{"ColumnBelowDiagonal", 2, {1, 2, 4}, {1, 1, 2}, {1.0, 1.0, 1.0}},
-                      BadInput{"MissingDiagonal", 3, {1, 2, 3, 4}, {1, 3, 3}, {1.0, 1.0, 1.0}},
-                      BadInput{"ColumnPastOrder", 2, {1, 3, 4}, {1, 5, 2}, {1.0, 1.0, 1.0}},
-                      BadInput{"NotFinite", 2, {1, 2, 3}, {1, 2}, {1.0, NAN}}),
-    [](const ::testing::TestParamInfo<BadInput>& i) { return std::string(i.param.name); });
-
-TEST(DenseEigenFailures, NullOutputsAndNonFiniteDenseInput) {
-  const int ia[] = {1, 2}, ja[] = {1};
-  const double a[] = {3.0}, d[] = {1.0};
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK(1, ia, ja, a, d, 0, nullptr, nullptr));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI(1, ia, ja, a, nullptr, nullptr, nullptr));
-  double value = 7.0;
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI(1, ia, ja, a, nullptr, &value, nullptr));
-  EXPECT_EQ(0.0, value);  // cleared before the mass was checked
-  double K[1] = {INFINITY}, M[1] = {1.0};
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_LAPACK3(1, K, M, 1, &value));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI3(1, K, M, &value, nullptr));
-  EXPECT_EQ(-64, VQ_EigenvalueAnalysis_JACOBI3(-1, K, M, &value, nullptr));
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
-// Eigen-solver base machinery: factorisation helpers and their status mapping, the rigid-body
-// check, the out-of-core core-size rule, Rayleigh quotient, M-weighted Gram-Schmidt, work-file
-// names, MatrixMarket dumps and the verbose log with its exact lines.
+// Eigen-solver base machinery: the rigid-body check and M-weighted Gram-Schmidt.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -25,18 +23,6 @@
 
 namespace {
 
-bool Exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 // K and M of a problem as objects owned by the test.
 struct Pair {
   explicit Pair(const vqtest::EigenProblem& e)
@@ -48,126 +34,6 @@ struct Pair {
   VQ_SparseSymMatrix K;
   VQ_SparseSymMatrix M;
 };
-
-// ---- accessors
-// ------------------------------------------------------------------------------------
-
-TEST(EigenSolverBase, DefaultAndMainConstructors) {
-  VQ_EigenSolver empty;
-  EXPECT_EQ(0, empty.GetStatus());
-  EXPECT_EQ(0, empty.GetNumReqEigen());
-  EXPECT_EQ(0, empty.GetNumFoundEigen());
-  EXPECT_EQ(-1, empty.Get_DOFNumForInstability());
-  EXPECT_EQ(0, empty.GetVerboseMode());
-  EXPECT_EQ(0.0, empty.GetEigenValue(1));
-
-  VQ_EigenSolver solver(120, 7, 2, -2, "/tmp/");
-  EXPECT_EQ(7, solver.GetNumReqEigen());
-  EXPECT_EQ(120, solver.GetNumberOfEquations());
-  EXPECT_EQ("/tmp/", solver.GetWorkingDirectory());
-  EXPECT_EQ(0.0, solver.GetEigenValue(0));
-  EXPECT_EQ(0.0, solver.GetEigenValue(-3));
-}
-
-TEST(EigenSolverBase, WarningTexts) {
-  VQ_EigenSolver solver;
-  std::string text = "x";
-  int code = 5;
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ(0, code);
-  EXPECT_EQ("", text);
-  solver.SetWarningMessage(-23);
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ(-23, code);
-  EXPECT_EQ("Eigenvalue missed (Subspace Iteration)", text);
-  solver.SetWarningMessage(-7);
-  solver.GetSolverWarningInfo(text, code);
-  EXPECT_EQ("Unclassified", text);
-}
-
-// ---- factorisation
-// --------------------------------------------------------------------------------
-
-TEST(EigenSolverFactorisation, OutOfCoreRetryCoreSize) {
-  // max(peak, permanent + minimum) / 1000 + 1, integer division.
-  EXPECT_EQ(2, VQ_EigenSolver::OutOfCoreRetryCoreSize(1500, 800, 900));
-  EXPECT_EQ(1, VQ_EigenSolver::OutOfCoreRetryCoreSize(0, 0, 0));
-  EXPECT_EQ(1, VQ_EigenSolver::OutOfCoreRetryCoreSize(999, 0, 0));
-  EXPECT_EQ(2, VQ_EigenSolver::OutOfCoreRetryCoreSize(1000, 0, 0));
-  EXPECT_EQ(3, VQ_EigenSolver::OutOfCoreRetryCoreSize(2500, 100, 100));
-  EXPECT_EQ(4, VQ_EigenSolver::OutOfCoreRetryCoreSize(100, 1500, 1600));
-}
-
-TEST(EigenSolverFactorisation, DecompositionResultsMapOntoStatuses) {
-  struct Case {
-    int result, status;
-  } cases[] = {{-3, -2}, {-4, -1}, {-5, -1}, {-6, -9999}, {-8, -9999}};
-  for (const Case& c : cases) {
-    VQ_EigenSolver solver;
-    solver.MapDecompositionResult(c.result, nullptr);
-    EXPECT_EQ(c.status, solver.GetStatus()) << c.result;
-  }
-  VQ_EigenSolver solver;
-  solver.MapDecompositionResult(-4, nullptr);
-  solver.MapDecompositionResult(0, nullptr);  // success leaves the status as it was
-  EXPECT_EQ(-1, solver.GetStatus());
-}
-
-TEST(EigenSolverFactorisation, CreateSolverAndDecomposeFactorsK) {
-  Pair pair(vqtest::SolidProblem(4, 2, 2, false));
-  vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver eigen(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
-  VQ_SparseSolver* solver = nullptr;
-  ASSERT_EQ(0, eigen.CreateSolverAndDecompose("", &solver, false, nullptr));
-  ASSERT_NE(nullptr, solver);
-  EXPECT_TRUE(solver->IsFactorised());
-  EXPECT_EQ(0, solver->Get_NumberOfNegativeEigenvalues());
-  EXPECT_EQ(pair.k.n, solver->Get_NumberOfPositiveEigenvalues());
-  // A second call deletes the first solver and builds a new one.
-  ASSERT_EQ(0, eigen.CreateSolverAndDecompose("", &solver, false, nullptr));
-  delete solver;
-}
-
-// Out of core with a core size of 1 MB PARDISO runs short of memory; the factorisation is
-// repeated once with the size its report asks for, and that size is published. In core there is
-// no retry.
-TEST(EigenSolverFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
-  const int saved = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
-  const vqtest::EigenProblem e = vqtest::SolidProblem(20, 4, 4, false);
-  Pair pair(e);
-  vqtest::ScratchDir dir;
-
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-  VQ_SubspaceEigenSparseSolver inCore(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
-  VQ_SparseSolver* solver = nullptr;
-  ASSERT_EQ(0, inCore.CreateSolverAndDecompose("", &solver, false, nullptr));
-  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
-  delete solver;
-  solver = nullptr;
-
-  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false,
-                                         0.0);
-  ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
-  const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
-  EXPECT_GT(size, 1);
-  EXPECT_EQ(VQ_EigenSolver::OutOfCoreRetryCoreSize(solver->Get_iParm(14), solver->Get_iParm(15),
-                                                   solver->Get_iParm(62)),
-            size);
-  EXPECT_EQ(std::to_string(size), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
-  delete solver;
-
-  // A whole run under the small core size: the rigid-body check and the passes retry as well.
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-  vqtest::SubspaceOptions o;
-  o.oocMode = 2;
-  o.tolerance = 1e-10;
-  const vqtest::SubspaceRun r = vqtest::RunSubspace(e, 3, o);
-  EXPECT_EQ(0, r.status);
-  ASSERT_EQ(3, r.found);
-  const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
-  for (int i = 0; i < 3; ++i) EXPECT_LT(vqtest::RelDiff(r.values[i], reference[i]), 1e-8);
-  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(saved);
-}
 
 TEST(EigenSolverRigidBody, RegularStiffnessPasses) {
   Pair pair(vqtest::SolidProblem(4, 2, 2, false));
@@ -202,19 +68,6 @@ TEST(EigenSolverRigidBody, IndefiniteStiffnessFails) {
 
 // ---- numerical helpers
 // ----------------------------------------------------------------------------
-
-TEST(EigenSolverHelpers, RayleighQuotient) {
-  vqtest::Csr k = vqtest::CsrFromDense(3, {2.0, -1.0, 0.0, -1.0, 2.0, -1.0, 0.0, -1.0, 2.0});
-  VQ_SparseSymMatrix K(3, k.values.data(), k.rowPointers.data(), k.columnIndices.data());
-  VQ_EigenSolver solver;
-  VQ_ColVector x(3, 1.0);
-  EXPECT_NEAR(2.0 / 3.0, solver.CalculateRayleighQuotient(x, &K), 1e-15);  // x'Kx = 2
-  VQ_ColVector y(3);
-  y[1] = 1.0;
-  y[2] = -2.0;
-  y[3] = 1.0;
-  EXPECT_NEAR(10.0 / 3.0, solver.CalculateRayleighQuotient(y, &K), 1e-14);  // 20/6
-}
 
 class GramSchmidt : public ::testing::TestWithParam<bool> {};
 
@@ -252,117 +105,10 @@ INSTANTIATE_TEST_SUITE_P(Masses, GramSchmidt, ::testing::Values(false, true),
                            return i.param ? "SparseMass" : "DiagonalMass";
                          });
 
-TEST(EigenSolverHelpers, GramSchmidtWithDenseWeightAndNothingToDo) {
-  VQ_Matrix X(2, 2);
-  X.Ref(1, 1) = 1.0;
-  X.Ref(2, 1) = 1.0;
-  X.Ref(1, 2) = 1.0;
-  X.Ref(2, 2) = 0.0;
-  VQ_Matrix M(2, 2);
-  M.Ref(1, 1) = 2.0;
-  M.Ref(1, 2) = M.Ref(2, 1) = 1.0;
-  M.Ref(2, 2) = 2.0;
-  VQ_EigenSolver solver;
-  VQ_Matrix copy = X;
-  solver.Gram_Schmidt_Orthogonalization(X, M, 0);
-  for (int k = 0; k < 4; ++k) EXPECT_EQ(copy.GetDataPointer()[k], X.GetDataPointer()[k]);
-  solver.Gram_Schmidt_Orthogonalization(X, M, 2);
-  // x1 = (1, 1)/sqrt(6); x2 = (1, -1)/sqrt(2) after removing its M-component along x1.
-  EXPECT_NEAR(1.0 / std::sqrt(6.0), X.Value(1, 1), 1e-15);
-  EXPECT_NEAR(1.0 / std::sqrt(6.0), X.Value(2, 1), 1e-15);
-  EXPECT_NEAR(1.0 / std::sqrt(2.0), X.Value(1, 2), 1e-15);
-  EXPECT_NEAR(-1.0 / std::sqrt(2.0), X.Value(2, 2), 1e-15);
-}
-
 // ---- files
 // ----------------------------------------------------------------------------------------
 
-TEST(EigenSolverFiles, GuidStringIs32HexCharacters) {
-  VQ_EigenSolver solver;
-  const std::string a = solver.GenerateUniqueGUIDString(), b = solver.GenerateUniqueGUIDString();
-  ASSERT_EQ(32u, a.size());
-  EXPECT_EQ(std::string::npos, a.find_first_not_of("0123456789abcdefABCDEF"));
-  EXPECT_NE(a, b);
-}
-
-TEST(EigenSolverFiles, PrintMatricesWritesMassAndStiffness) {
-  std::vector<double> m = {2.0, 0.0, 3.0};
-  vqtest::Csr k = vqtest::CsrFromDense(3, {4.0, 1.0, 0.0, 1.0, 5.0, 0.0, 0.0, 0.0, 6.0});
-  VQ_SparseSymMatrix K(3, k.values.data(), k.rowPointers.data(), k.columnIndices.data());
-  VQ_DiagonalMatrix M(3, m.data());
-  vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver solver(&K, &M, 0, -2, 1, dir.Path().c_str(), false, 0.0);
-  solver.PrintMatrices(dir.Path().c_str());
-  const std::string mass = ReadAll(dir.Path() + "MASSMatrix.mtx");
-  EXPECT_EQ(0u, mass.find("%%MatrixMarket matrix coordinate real symmetric \n3 \t 3 \t 3 \n"));
-  EXPECT_NE(std::string::npos, mass.find("2 \t 2 \t 0.000000000000000000 \n"));  // zeros kept
-  const std::string stiffness = ReadAll(dir.Path() + "STIFFNESSMatrix.mtx");
-  EXPECT_EQ(0u, stiffness.find("%%MatrixMarket matrix coordinate real symmetric"));
-  EXPECT_NE(std::string::npos, stiffness.find("1 \t 2 \t 1.000000000000000000 \n"));
-  // A folder that does not exist is skipped silently.
-  solver.PrintMatrices((dir.Path() + "missing/").c_str());
-  EXPECT_FALSE(Exists(dir.Path() + "missing/MASSMatrix.mtx"));
-}
-
 // ---- verbose log
 // ----------------------------------------------------------------------------------
-
-TEST(EigenSolverVerbose, ModeOneWritesExactLinesToStandardOutput) {
-  vqtest::ScratchDir dir;
-  VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
-  solver.SetVerboseMode(1);
-  testing::internal::CaptureStdout();
-  solver.ProcessVerboseInfo1(3, 2.5, 7, 0.25);
-  solver.ProcessVerboseInfo2(1.5, 2.25, 0.125, 1.0);
-  solver.ProcessVerboseInfo3(4, 3);
-  solver.ProcessVerboseInfo4("Count : ", 12);
-  solver.ProcessVerboseInfo4("Value : ", 0.5);
-  VQ_SymMatrix s(2, 1.0);
-  solver.ProcessVerboseInfo5(s);  // mode 2 only
-  const std::string out = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(
-      "EigenValue 3: 2.5000000000000000 at Iteration Number 7 \t[0.2500000000000000  sec] \n"
-      "Last two shift did not produce results. But There is still partial results found\n"
-      "Last Converged Value: 1.5000000000000000 \n"
-      "Next Estimated Value: 2.2500000000000000 \n"
-      "Shift:   0.12500000 \n"
-      "Previous Shift: 1.0000000000000000 \n"
-      "Sturm Sequence Check Reported that Eigen Values Are Missed !..............\n"
-      "Number of Negative Eigens Found :  4 \n"
-      "Number of Converged Eigens      :  3 \n"
-      "Count : 12 \n"
-      "Value : 0.5000000000000000 \n",
-      out);
-  EXPECT_FALSE(Exists(solver.VerboseFilePath()));
-}
-
-TEST(EigenSolverVerbose, ModeTwoAppendsToTheLogFileAndRemoveDeletesIt) {
-  vqtest::ScratchDir dir;
-  VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
-  EXPECT_EQ(dir.Path() + "/verbose.txt", solver.VerboseFilePath());
-  solver.SetVerboseMode(2);
-  solver.ProcessVerboseInfo4("First : ", 1);
-  solver.ProcessVerboseInfo4("Second : ", 2);
-  VQ_SymMatrix s(2, 1.0);
-  solver.ProcessVerboseInfo5(s);
-  const std::string log = ReadAll(solver.VerboseFilePath());
-  EXPECT_EQ(0u, log.find("First : 1 \nSecond : 2 \n"));
-  EXPECT_NE(std::string::npos, log.find("1.0000000000000000"));  // the matrix's own text
-  solver.RemoveVerboseFile();
-  EXPECT_FALSE(Exists(solver.VerboseFilePath()));
-}
-
-TEST(EigenSolverVerbose, ModesZeroAndOneLeaveTheLogFileAlone) {
-  vqtest::ScratchDir dir;
-  VQ_EigenSolver solver(10, 2, 0, -2, dir.Path().c_str());
-  { std::ofstream(solver.VerboseFilePath()) << "kept\n"; }
-  solver.ProcessVerboseInfo4("ignored ", 1);  // mode 0: nothing at all
-  solver.RemoveVerboseFile();
-  solver.SetVerboseMode(1);
-  testing::internal::CaptureStdout();
-  solver.RemoveVerboseFile();
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ("kept\n", ReadAll(solver.VerboseFilePath()));
-}
 
 }  // namespace

@@ -76,7 +76,7 @@ class JacobiAgainstLapack : public ::testing::TestWithParam<int> {};
 TEST_P(JacobiAgainstLapack, EigenvaluesAndMOrthonormalVectors) {
   const int n = GetParam();
   std::mt19937 rng(1000 + n);
-  for (int trial = 0; trial < 3; ++trial) {
+  for (int trial = 0; trial < 2; ++trial) {
     const Dense k = RandomSpd(n, rng, 0.5 * n);
     const Dense m = RandomSpd(n, rng, 1.0 + n);
 
@@ -97,67 +97,13 @@ TEST_P(JacobiAgainstLapack, EigenvaluesAndMOrthonormalVectors) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(OrdersOneToSixty, JacobiAgainstLapack, ::testing::Range(1, 61));
-
-// The class member reads and writes VQ_SymMatrix objects and redimensions the outputs.
-TEST(JacobiMember, AgreesWithCoreAndResizesOutputs) {
-  const int n = 12;
-  std::mt19937 rng(7);
-  const Dense k = RandomSpd(n, rng, 3.0), m = RandomSpd(n, rng, 5.0);
-  VQ_SymMatrix K(n, 0.0), M(n, 0.0);
-  for (int j = 1; j <= n; ++j)
-    for (int i = 1; i <= j; ++i) {
-      K.Ref(i, j) = k[static_cast<size_t>(j - 1) * n + i - 1];
-      M.Ref(i, j) = m[static_cast<size_t>(j - 1) * n + i - 1];
-    }
-  VQ_Matrix X(3, 1);
-  VQ_ColVector lambda(2);
-  VQ_EigenSolver solver;
-  ASSERT_EQ(0, solver.JACOBI(K, M, X, lambda));
-  ASSERT_EQ(n, X.NumRows());
-  ASSERT_EQ(n, X.NumCols());
-  ASSERT_EQ(n, lambda.NumRows());
-
-  Dense a = k, b = m, w(n);
-  ASSERT_EQ(0, LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
-  for (int i = 1; i <= n; ++i) EXPECT_NEAR(lambda[i], w[i - 1], 1e-10 * w[i - 1]);
-  Dense x(X.GetDataPointer(), X.GetDataPointer() + n * n);
-  EXPECT_LT(MOrthoError(n, m, x), 1e-6);
-  // K and M end diagonal.
-  for (int j = 2; j <= n; ++j)
-    for (int i = 1; i < j; ++i) {
-      EXPECT_LT(std::fabs(K.Value(i, j)), 1e-5 * std::sqrt(K.Value(i, i) * K.Value(j, j)));
-      EXPECT_LT(std::fabs(M.Value(i, j)), 1e-5 * std::sqrt(M.Value(i, i) * M.Value(j, j)));
-    }
-}
+INSTANTIATE_TEST_SUITE_P(Orders, JacobiAgainstLapack, ::testing::Values(1, 2, 3, 7, 24, 60));
 
 TEST(JacobiEdgeCases, OrderOneIsQuotientAndScaledUnitVector) {
   double k = 8.0, m = 4.0, x = 0.0, lambda = 0.0;
   ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(1, &k, &m, &x, &lambda));
   EXPECT_DOUBLE_EQ(2.0, lambda);
   EXPECT_DOUBLE_EQ(0.5, x);
-}
-
-TEST(JacobiEdgeCases, UncoupledPairIsOnlySorted) {
-  // K = diag(2, 1), M = I: no rotation; the sort exchanges the columns.
-  Dense k = {2.0, 0.0, 1.0}, m = {1.0, 0.0, 1.0}, x(4), lambda(2);
-  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
-  EXPECT_EQ(1.0, lambda[0]);
-  EXPECT_EQ(2.0, lambda[1]);
-  EXPECT_EQ((Dense{0.0, 1.0, 1.0, 0.0}), x);
-}
-
-TEST(JacobiEdgeCases, TiesTakeTheLastMinimum) {
-  // Equal eigenvalues keep the later index first: diag(3, 3) swaps its unit vectors.
-  Dense k = {3.0, 0.0, 3.0}, m = {1.0, 0.0, 1.0}, x(4), lambda(2);
-  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(2, k.data(), m.data(), x.data(), lambda.data()));
-  EXPECT_EQ((Dense{3.0, 3.0}), lambda);
-  EXPECT_EQ((Dense{0.0, 1.0, 1.0, 0.0}), x);
-
-  // Three equal values: step 1 picks position 3, step 2 picks position 3 again.
-  Dense k3 = {5, 0, 5, 0, 0, 5}, m3 = {1, 0, 1, 0, 0, 1}, x3(9), l3(3);
-  ASSERT_EQ(0, vqmath::internal::GeneralizedJacobi(3, k3.data(), m3.data(), x3.data(), l3.data()));
-  EXPECT_EQ((Dense{0, 0, 1, 1, 0, 0, 0, 1, 0}), x3);  // columns e3, e1, e2
 }
 
 TEST(JacobiEdgeCases, CoupledTwoByTwoHandComputed) {
@@ -180,21 +126,6 @@ TEST(JacobiEdgeCases, NonPositiveDiagonalFails) {
   Dense k2 = {-2.0, 0.5, 1.0}, m2 = {1.0, 0.0, 1.0};
   EXPECT_EQ(-1,
             vqmath::internal::GeneralizedJacobi(2, k2.data(), m2.data(), x.data(), lambda.data()));
-}
-
-TEST(JacobiEdgeCases, DiagonalObjectsAreReadThroughTheirValues) {
-  // A VQ_DiagonalMatrix mass (its own storage kind) is accepted by the member.
-  VQ_SymMatrix K(2, 0.0);
-  K.Ref(1, 1) = 2.0;
-  K.Ref(1, 2) = -1.0;
-  K.Ref(2, 2) = 2.0;
-  VQ_DiagonalMatrix M(2, 1.0);
-  VQ_Matrix X;
-  VQ_ColVector lambda;
-  VQ_EigenSolver solver;
-  ASSERT_EQ(0, solver.JACOBI(K, M, X, lambda));
-  EXPECT_NEAR(1.0, lambda[1], 1e-14);
-  EXPECT_NEAR(3.0, lambda[2], 1e-14);
 }
 
 }  // namespace

@@ -102,69 +102,6 @@ TEST(CsrLayout, EveryGeneratedMatrixKeepsTheSolverLayoutAndMultipliesLikeDenseBl
     }
 }
 
-TEST(CsrLayout, CheckLayoutNamesEachViolation)
-{
-    CsrMatrix zeroBased = RandomMatrix(6, 0.5, 3);
-    ASSERT_EQ(CheckLayout(zeroBased), "");
-    for (int& p : zeroBased.rowPointers) --p;
-    EXPECT_NE(CheckLayout(zeroBased), "");
-
-    // Diagonal moved behind an off-diagonal entry of row 1.
-    CsrMatrix diagonalLate = FromTriplets(3, {1, 1, 2, 3}, {1, 2, 2, 3}, {4, 1, 4, 4});
-    ASSERT_EQ(CheckLayout(diagonalLate), "");
-    std::swap(diagonalLate.columnIndices[0], diagonalLate.columnIndices[1]);
-    EXPECT_NE(CheckLayout(diagonalLate).find("diagonal"), std::string::npos);
-
-    CsrMatrix descending = FromTriplets(3, {1, 1, 1, 2, 3}, {1, 2, 3, 2, 3}, {4, 1, 1, 4, 4});
-    std::swap(descending.columnIndices[1], descending.columnIndices[2]);
-    EXPECT_NE(CheckLayout(descending), "");
-
-    CsrMatrix lower = FromTriplets(2, {1, 2}, {1, 2}, {1, 1});
-    lower.columnIndices[1] = 1;  // row 2 holds column 1
-    EXPECT_NE(CheckLayout(lower), "");
-}
-
-TEST(CsrAccess, DenseConversionIsSymmetricAndRoundTrips)
-{
-    const CsrMatrix a = RandomMatrix(25, 0.3, 11);
-    const std::vector<double> d = ToDense(a);
-    for (int i = 0; i < a.n; ++i)
-        for (int j = 0; j < a.n; ++j) {
-            ASSERT_EQ(d[i + 25 * j], d[j + 25 * i]);
-            ASSERT_EQ(d[i + 25 * j], a.Value(i + 1, j + 1));
-        }
-    ExpectSameArrays(FromDense(a.n, d.data(), 0.0), a, "round trip");
-}
-
-TEST(CsrAccess, FindAndValueAnswerBothTriangles)
-{
-    const CsrMatrix a = FromTriplets(4, {1, 1, 2, 3, 4, 4}, {1, 3, 2, 3, 4, 2}, {5, 2, 6, 7, 8, -1});
-    struct Row {
-        int i, j;
-        double value;
-        int position;  // -1: not stored
-    };
-    for (const Row& r : {Row{1, 1, 5, 0}, Row{1, 3, 2, 1}, Row{3, 1, 2, 1}, Row{4, 2, -1, 3}, Row{2, 4, -1, 3},
-                         Row{1, 2, 0, -1}, Row{0, 1, 0, -1}, Row{1, 5, 0, -1}}) {
-        EXPECT_EQ(a.Find(r.i, r.j), r.position) << r.i << "," << r.j;
-        if (r.i >= 1 && r.j <= 4) {
-            EXPECT_EQ(a.Value(r.i, r.j), r.value) << r.i << "," << r.j;
-        }
-    }
-}
-
-TEST(CsrBuild, TripletsSumRepeatsAndSupplyMissingDiagonals)
-{
-    // (2,1) and (1,2) are the same entry; row 3 has no diagonal given.
-    const CsrMatrix a = FromTriplets(3, {2, 1, 1, 2, 1}, {1, 2, 1, 2, 3}, {5.0, 3.0, 1.0, 2.0, 4.0});
-    EXPECT_EQ(CheckLayout(a), "");
-    EXPECT_EQ(a.rowPointers, (std::vector<int>{1, 4, 5, 6}));
-    EXPECT_EQ(a.columnIndices, (std::vector<int>{1, 2, 3, 2, 3}));
-    EXPECT_EQ(a.values, (std::vector<double>{1.0, 8.0, 4.0, 2.0, 0.0}));
-    EXPECT_THROW(FromTriplets(3, {4}, {1}, {1.0}), std::invalid_argument);
-    EXPECT_THROW(FromTriplets(3, {0}, {1}, {1.0}), std::invalid_argument);
-}
-
 TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
 {
     // Different patterns, so the union is exercised.
@@ -185,18 +122,6 @@ TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
     EXPECT_THROW(Shifted(k, std::vector<double>(29, 1.0), sigma), std::invalid_argument);
 }
 
-TEST(CsrPacking, UpperTriangleByColumnsAtTheDocumentedPositions)
-{
-    const int order = 5;
-    std::vector<double> dense(order * order);
-    for (int a = 1; a <= order; ++a)
-        for (int b = 1; b <= order; ++b) dense[(a - 1) + order * (b - 1)] = 10.0 * std::min(a, b) + std::max(a, b);
-    const std::vector<double> packed = PackUpperByColumns(dense.data(), order);
-    ASSERT_EQ(packed.size(), 15u);
-    for (int b = 1; b <= order; ++b)
-        for (int a = 1; a <= b; ++a) EXPECT_EQ(packed[b * (b - 1) / 2 + a - 1], 10.0 * a + b) << a << "," << b;
-}
-
 TEST(CsrMatrixMarket, RoundTripIsExact)
 {
     SolidParameters p;
@@ -214,50 +139,6 @@ TEST(CsrMatrixMarket, RoundTripIsExact)
         ASSERT_TRUE(ReadMatrixMarket(file.path, back, &error)) << error;
         ExpectSameArrays(back, a, "round trip");
     }
-}
-
-TEST(CsrMatrixMarket, WrittenFileIsTheLowerTriangleColumnByColumn)
-{
-    const CsrMatrix a = FromTriplets(3, {1, 1, 2, 2, 3}, {1, 3, 2, 3, 3}, {4.0, -1.0, 5.0, 0.5, 6.0});
-    TempFile file("lower.mtx");
-    ASSERT_TRUE(WriteMatrixMarket(a, file.path));
-    EXPECT_EQ(file.Text(),
-              "%%MatrixMarket matrix coordinate real symmetric\n"
-              "3 3 5\n"
-              "1 1 4\n3 1 -1\n2 2 5\n3 2 0.5\n3 3 6\n");
-    // The independent reader of the test support library sees the same matrix.
-    vqtest::Csr ref;
-    std::string error;
-    ASSERT_TRUE(vqtest::ReadMtx(file.path, ref, &error)) << error;
-    ExpectSameArrays(ref, a, "support reader");
-}
-
-TEST(CsrMatrixMarket, ReadsCrlfCommentsUpperTriangleAndGeneralFiles)
-{
-    CsrMatrix a;
-    std::string error;
-    const TempFile symmetric("forms.mtx",
-                             "%%MatrixMarket matrix coordinate real symmetric\r\n"
-                             "% a comment\r\n"
-                             "%\r\n"
-                             "3 3 5\r\n"
-                             "1 1 4.0\r\n"
-                             "1 3 -1.0\r\n"  // upper triangle entry in a symmetric file
-                             "% a comment among the entries\r\n"
-                             "3 1 -1.0\r\n"  // the same entry again from below: summed
-                             "2 2 5e0\r\n"
-                             "3 3 6\r\n");
-    ASSERT_TRUE(ReadMatrixMarket(symmetric.path, a, &error)) << error;
-    EXPECT_EQ(CheckLayout(a), "");
-    EXPECT_EQ(a.Value(1, 3), -2.0);
-    EXPECT_EQ(a.Value(2, 2), 5.0);
-    EXPECT_EQ(a.Nnz(), 4);
-
-    const TempFile general("general.mtx", "%%MatrixMarket matrix coordinate integer general\n"
-                                          "2 2 4\n1 1 2\n1 2 -1\n2 1 -1\n2 2 2\n");
-    ASSERT_TRUE(ReadMatrixMarket(general.path, a, &error)) << error;
-    EXPECT_EQ(a.Nnz(), 3);
-    EXPECT_EQ(a.Value(1, 2), -1.0);  // not doubled: a general file's lower half mirrors the upper
 }
 
 TEST(CsrMatrixMarket, RejectsMalformedFilesWithAReason)

@@ -118,43 +118,6 @@ TEST(Hexahedron, ConstantStrainPatchGivesExactEnergy)
     EXPECT_NEAR(energy, expected, 1e-10 * expected);
 }
 
-TEST(Hexahedron, MassCarriesTheElementMassInEveryDirection)
-{
-    const std::vector<double> x = DistortedHexahedron();
-    const double rho = 2700.0;
-    const std::vector<double> m = HexahedronConsistentMass(x.data(), rho);
-    const std::vector<double> lumped = HexahedronLumpedMass(x.data(), rho);
-    const double total = rho * HexahedronVolume(x.data());
-    for (int c = 0; c < 3; ++c) {
-        double sum = 0.0, lumpedSum = 0.0;
-        for (int a = 0; a < 8; ++a) {
-            lumpedSum += lumped[3 * a + c];
-            for (int b = 0; b < 8; ++b) sum += m[(3 * a + c) + 24 * (3 * b + c)];
-        }
-        EXPECT_NEAR(sum, total, 1e-12 * total);
-        EXPECT_NEAR(lumpedSum, total, 1e-12 * total);
-    }
-    std::vector<double> chol = m;
-    EXPECT_EQ(LAPACKE_dpotrf(LAPACK_COL_MAJOR, 'U', 24, chol.data(), 24), 0);
-    // A parallelepiped's volume by the Gauss rule is exact.
-    double box[24];
-    for (int a = 0; a < 8; ++a) {
-        box[3 * a] = (a == 1 || a == 2 || a == 5 || a == 6) ? 0.5 : 0.0;
-        box[3 * a + 1] = (a == 2 || a == 3 || a == 6 || a == 7) ? 0.25 : 0.0;
-        box[3 * a + 2] = a >= 4 ? 2.0 : 0.0;
-    }
-    EXPECT_NEAR(HexahedronVolume(box), 0.25, 1e-15);
-}
-
-TEST(Hexahedron, RejectsInvertedElementsAndBadMaterial)
-{
-    std::vector<double> x = DistortedHexahedron();
-    EXPECT_THROW(HexahedronStiffness(x.data(), 210e9, 0.5), std::invalid_argument);
-    EXPECT_THROW(HexahedronStiffness(x.data(), -1.0, 0.3), std::invalid_argument);
-    for (int a = 0; a < 8; ++a) x[3 * a + 2] = -x[3 * a + 2];  // mirrored: negative Jacobian
-    EXPECT_THROW(HexahedronStiffness(x.data(), 210e9, 0.3), std::invalid_argument);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Assembled model
 
@@ -180,90 +143,8 @@ TEST_P(SolidSupports, StiffnessIsSymmetricAndDefiniteOnlyWhenClamped)
     }
 }
 
-TEST_P(SolidSupports, MassesSumToDensityTimesVolume)
-{
-    const SolidModel model(Small(GetParam()));
-    const double total = model.Parameters().density * model.Volume();
-    // The lumped mass counts every free node once per direction; the clamped face carries
-    // the part of the mass that sits on its nodes.
-    const double lumped = std::accumulate(model.LumpedMass().begin(), model.LumpedMass().end(), 0.0);
-    if (GetParam()) {
-        EXPECT_LT(lumped, 3 * total);
-        // The clamped face nodes hold one half layer of elements: ρ·V/(2·nx) per direction.
-        EXPECT_NEAR(lumped, 3 * total * (1.0 - 1.0 / (2 * model.Parameters().nx)), 1e-9 * total);
-    } else {
-        EXPECT_NEAR(lumped, 3 * total, 1e-9 * total);
-        for (int mode = 0; mode < 3; ++mode) {
-            const std::vector<double> u = model.RigidBodyMode(mode);
-            const std::vector<double> mu = Multiply(model.ConsistentMass(), u);
-            EXPECT_NEAR(std::inner_product(u.begin(), u.end(), mu.begin(), 0.0), total, 1e-9 * total);
-        }
-    }
-    // Lumped mass = row sums of the consistent mass (with the couplings to clamped dofs, which
-    // the free rows no longer hold: only nodes away from the clamped face are compared there).
-    const std::vector<double> ones(static_cast<size_t>(model.NumEquations()), 1.0);
-    const std::vector<double> rowSums = Multiply(model.ConsistentMass(), ones);
-    const int firstFar = GetParam() ? model.Equation(model.Node(2, 0, 0), 0) : 1;
-    for (int i = 0; i < model.NumEquations(); ++i) {
-        if (i + 1 >= firstFar)
-            EXPECT_NEAR(rowSums[i], model.LumpedMass()[i], 1e-12 * total) << i;
-        else
-            EXPECT_LT(rowSums[i], model.LumpedMass()[i]) << i;
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(ClampedAndFree, SolidSupports, ::testing::Values(true, false),
                          [](const auto& info) { return info.param ? "Clamped" : "Free"; });
-
-TEST(SolidModelRigidBody, FreeBodyStiffnessAnnihilatesRigidMotions)
-{
-    const SolidModel model(Small(false));
-    const double scale = MaxAbs(model.Stiffness().values);
-    for (int mode = 0; mode < 6; ++mode) {
-        const std::vector<double> u = model.RigidBodyMode(mode);
-        EXPECT_LT(MaxAbs(Multiply(model.Stiffness(), u)), 1e-12 * scale * MaxAbs(u)) << "mode " << mode;
-    }
-    // Clamped, the same motions are resisted.
-    const SolidModel clamped(Small(true));
-    EXPECT_GT(MaxAbs(Multiply(clamped.Stiffness(), clamped.RigidBodyMode(2))), 1e-3 * scale);
-}
-
-TEST(SolidModelAssembly, ElementByElementAssemblyReproducesK)
-{
-    // Adds the packed element matrices the way the library's handle assembly does: local (a, b)
-    // from packed position b(b−1)/2 + a, skipping fixed dofs, into the upper triangle.
-    const SolidModel model(Small(true));
-    const int n = model.NumEquations();
-    std::vector<double> dense(static_cast<size_t>(n) * n, 0.0), denseM(dense.size(), 0.0);
-    for (int e = 0; e < model.NumElements(); ++e) {
-        int eq[24];
-        model.ElementEquations(e, eq);
-        const std::vector<double> ke = model.ElementStiffness(e), me = model.ElementMass(e);
-        const std::vector<double> pk = PackUpperByColumns(ke.data(), 24), pm = PackUpperByColumns(me.data(), 24);
-        for (int a = 1; a <= 24; ++a)
-            for (int b = 1; b <= 24; ++b) {
-                const int i = eq[a - 1], j = eq[b - 1];
-                if (i == 0 || j == 0 || i > j) continue;
-                const int lo = std::min(a, b), hi = std::max(a, b);
-                dense[(i - 1) + static_cast<size_t>(j - 1) * n] += pk[hi * (hi - 1) / 2 + lo - 1];
-                denseM[(i - 1) + static_cast<size_t>(j - 1) * n] += pm[hi * (hi - 1) / 2 + lo - 1];
-            }
-    }
-    const CsrMatrix& k = model.Stiffness();
-    const CsrMatrix& m = model.ConsistentMass();
-    const double scale = MaxAbs(k.values), mscale = MaxAbs(m.values);
-    for (int i = 1; i <= n; ++i)
-        for (int j = i; j <= n; ++j) {
-            const double ref = dense[(i - 1) + static_cast<size_t>(j - 1) * n];
-            ASSERT_NEAR(k.Value(i, j), ref, 1e-12 * scale) << i << "," << j;
-            ASSERT_NEAR(m.Value(i, j), denseM[(i - 1) + static_cast<size_t>(j - 1) * n], 1e-12 * mscale);
-            // The pattern holds exactly the couplings of nodes sharing an element.
-            if (ref != 0.0) {
-                ASSERT_GE(k.Find(i, j), 0);
-            }
-        }
-    EXPECT_EQ(m.columnIndices, k.columnIndices);
-}
 
 TEST(SolidModelShift, ShiftBetweenEigenvaluesCountsTheEigenvaluesBelow)
 {
@@ -282,70 +163,6 @@ TEST(SolidModelShift, ShiftBetweenEigenvaluesCountsTheEigenvaluesBelow)
 
 // ---------------------------------------------------------------------------------------------
 // Loads and sizes
-
-TEST(SolidModelLoads, LoadsCarryTheirResultants)
-{
-    const SolidModel model(Small(true));
-    const std::vector<double> f = model.EndFaceLoad(10.0, -20.0, 30.0);
-    double sum[3] = {0, 0, 0}, momentAboutX = 0.0;
-    for (int node : model.EndFaceNodes())
-        for (int c = 0; c < 3; ++c) {
-            const double v = f[model.Equation(node, c) - 1];
-            sum[c] += v;
-            const double* x = &model.NodeCoordinates()[3 * static_cast<size_t>(node)];
-            if (c == 2) momentAboutX += (x[1] - 0.5 * model.Width()) * v;
-            if (c == 1) momentAboutX -= (x[2] - 0.5 * model.Height()) * v;
-        }
-    EXPECT_NEAR(sum[0], 10.0, 1e-12);
-    EXPECT_NEAR(sum[1], -20.0, 1e-12);
-    EXPECT_NEAR(sum[2], 30.0, 1e-12);
-    EXPECT_NEAR(momentAboutX, 0.0, 1e-12);  // uniform traction: resultant through the centroid
-    EXPECT_NEAR(std::accumulate(f.begin(), f.end(), 0.0), 20.0, 1e-12);
-
-    const SolidModel free(Small(false));
-    const std::vector<double> g = free.GravityLoad(0.0, 0.0, -9.81);
-    EXPECT_NEAR(std::accumulate(g.begin(), g.end(), 0.0), -9.81 * free.Mass(), 1e-9 * free.Mass());
-
-    const std::vector<double> point = model.NodeLoad(model.Node(2, 1, 1), 1, 5.0);
-    EXPECT_EQ(point[model.Equation(model.Node(2, 1, 1), 1) - 1], 5.0);
-    EXPECT_EQ(std::accumulate(point.begin(), point.end(), 0.0), 5.0);
-    EXPECT_EQ(MaxAbs(model.NodeLoad(model.Node(0, 1, 1), 1, 5.0)), 0.0);  // clamped node
-}
-
-TEST(SolidModelMesh, NumberingAndExpansionAgree)
-{
-    const SolidModel model(Small(true));
-    EXPECT_EQ(model.NumNodes(), 5 * 3 * 4);
-    EXPECT_EQ(model.Connectivity().size(), 8u * 24);
-    EXPECT_EQ(model.Equation(model.Node(0, 2, 3), 2), 0);
-    EXPECT_EQ(model.Equation(model.Node(1, 0, 0), 0), 1);
-    EXPECT_EQ(model.Equation(model.Node(4, 2, 3), 2), model.NumEquations());
-    std::vector<double> x(static_cast<size_t>(model.NumEquations()));
-    std::iota(x.begin(), x.end(), 1.0);
-    const std::vector<double> u = model.ToNodes(x.data());
-    for (size_t k = 0; k < u.size(); ++k) EXPECT_EQ(u[k], static_cast<double>(model.EquationNumbers()[k]));
-    const double* last = &model.NodeCoordinates()[3 * static_cast<size_t>(model.Node(4, 2, 3))];
-    EXPECT_DOUBLE_EQ(last[0], model.Length());
-    EXPECT_DOUBLE_EQ(last[1], model.Width());
-    EXPECT_DOUBLE_EQ(last[2], model.Height());
-}
-
-TEST(SolidModelSizing, ForEquationsHitsTheTargetWithASlenderBar)
-{
-    for (int target : {100, 1000, 20000, 100000, 300000, 1000000}) {
-        const SolidParameters p = SolidModel::ForEquations(target);
-        const long long equations = 3LL * p.nx * (p.ny + 1) * (p.nz + 1);
-        EXPECT_LE(std::fabs(equations - target), 0.1 * target + 3.0 * (p.ny + 1) * (p.nz + 1)) << target;
-        EXPECT_EQ(p.ny, p.nz);
-        EXPECT_TRUE(p.clamped);
-        if (target >= 20000) {
-            EXPECT_NEAR(static_cast<double>(p.nx) / p.ny, 4.0, 0.5) << target;
-        }
-    }
-    const SolidModel model(SolidModel::ForEquations(3000));
-    EXPECT_EQ(model.NumEquations(), 3 * model.Parameters().nx * (model.Parameters().ny + 1) * (model.Parameters().nz + 1));
-    EXPECT_THROW(SolidModel(SolidParameters{0, 1, 1}), std::invalid_argument);
-}
 
 // ---------------------------------------------------------------------------------------------
 // Cantilever

@@ -1,4 +1,6 @@
-// Out of core under pressure: a structural model whose factor does not fit into the in-core
+// Out of core: the direct-solution entry points and the eigen solvers' factorisation.
+//
+// Under pressure: a structural model whose factor does not fit into the in-core
 // budget (MKL_PARDISO_OOC_MAX_CORE_SIZE, set through VQ_Set_INTEL_MKL_OOC_Max_Core_Size) is
 // solved with solver type 1 (out of core when needed) and 2 (always out of core) and must give
 // the in-core solution. The budget is derived from PARDISO's own memory figures of the in-core
@@ -16,7 +18,11 @@
 
 #include "models/SolidModel.h"
 #include "support/ModelsSupport.h"
+#include "support/EigenSupport.h"
 #include "support/ReliabilitySupport.h"
+#include "eigen/VQ_SubspaceEigenSparseSolver.h"
+#include "sparse/VQ_SparseSolver.h"
+#include "sparse/VQ_SparseSymMatrix.h"
 #include "vqmath.h"
 
 namespace {
@@ -37,7 +43,7 @@ class OutOfCorePressure : public testing::Test {
     load_ = nullptr;
   }
   void SetUp() override {
-    dir_ = vqtest::MakeTempDir("ooc");
+    dir_ = scratch_.Path();
     ASSERT_FALSE(dir_.empty());
     char* wd = VQ_GetWorkingDir();
     previousWorkingDir_ = wd ? wd : "";
@@ -57,7 +63,6 @@ class OutOfCorePressure : public testing::Test {
     VQ_Set_INTEL_MKL_OOC_Max_Core_Size(previousCoreSize_);
     VQ_SetSolverType(0);
     VQ_SetWorkingDir(previousWorkingDir_.c_str());
-    vqtest::RemoveTree(dir_);
   }
 
   // Solution by VQ_DirectSparseSolver with the given solver type; PARDISO's parameters in params.
@@ -82,6 +87,7 @@ class OutOfCorePressure : public testing::Test {
 
   static vqtest::Csr* k_;
   static std::vector<double>* load_;
+  vqtest::ScratchDir scratch_;
   std::string dir_;
   std::string previousWorkingDir_;
   int previousCoreSize_ = 2000;
@@ -191,6 +197,58 @@ TEST_F(OutOfCorePressure, UnwritableWorkingDirectoryGivesTheScratchFileError) {
   EXPECT_EQ(vqtest::LastError().message, kOocFileError);
   EXPECT_EQ(rhs, *load_);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>{"not-a-directory"});
+}
+
+// K and M of a problem as objects owned by the test.
+struct Pair {
+  explicit Pair(const vqtest::EigenProblem& e)
+      : k(e.k),
+        m(e.MassCsr()),
+        K(k.n, k.values.data(), k.rowPointers.data(), k.columnIndices.data()),
+        M(m.n, m.values.data(), m.rowPointers.data(), m.columnIndices.data()) {}
+  vqtest::Csr k, m;
+  VQ_SparseSymMatrix K;
+  VQ_SparseSymMatrix M;
+};
+
+// The eigen solvers' factorisation, out of core with a core size of 1 MB: PARDISO runs short of
+// memory, the factorisation is repeated once with the size its report asks for, and that size is
+// published. In core there is no retry.
+TEST(OutOfCoreEigenFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
+  const int saved = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
+  const vqtest::EigenProblem e = vqtest::SolidProblem(20, 4, 4, false);
+  Pair pair(e);
+  vqtest::ScratchDir dir;
+
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+  VQ_SubspaceEigenSparseSolver inCore(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
+  VQ_SparseSolver* solver = nullptr;
+  ASSERT_EQ(0, inCore.CreateSolverAndDecompose("", &solver, false, nullptr));
+  EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
+  delete solver;
+  solver = nullptr;
+
+  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false,
+                                         0.0);
+  ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
+  const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
+  EXPECT_GT(size, 1);
+  // At least the permanent memory PARDISO reported needing (kilobytes against megabytes).
+  EXPECT_GE(1000LL * size, solver->Get_iParm(15));
+  EXPECT_EQ(std::to_string(size), std::getenv("MKL_PARDISO_OOC_MAX_CORE_SIZE"));
+  delete solver;
+
+  // A whole run under the small core size: the rigid-body check and the passes retry as well.
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
+  vqtest::SubspaceOptions o;
+  o.oocMode = 2;
+  o.tolerance = 1e-10;
+  const vqtest::SubspaceRun r = vqtest::RunSubspace(e, 3, o);
+  EXPECT_EQ(0, r.status);
+  ASSERT_EQ(3, r.found);
+  const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
+  for (int i = 0; i < 3; ++i) EXPECT_LT(vqtest::RelDiff(r.values[i], reference[i]), 1e-8);
+  VQ_Set_INTEL_MKL_OOC_Max_Core_Size(saved);
 }
 
 }  // namespace

@@ -93,13 +93,6 @@ TEST_P(SparseSolverPaths, GeneratedSolidWithDenseReference) {
   vqtest::RunSolverChecks(*solver, vqtest::SolidStiffness(800));
 }
 
-TEST_P(SparseSolverPaths, LargerGeneratedSolid) {
-  auto solver = MakeSolver(GetParam());
-  vqtest::HarnessOptions options;
-  options.rhsCounts = {1, 8};
-  vqtest::RunSolverChecks(*solver, vqtest::SolidStiffness(6000), options);
-}
-
 TEST_P(SparseSolverPaths, RealStructures) {
   VQTEST_REQUIRE_DATA();
   for (const char* name : {"bcsstk02.mtx", "bcsstk06.mtx", "bcsstk20.mtx", "bcsstk22.mtx"}) {

@@ -70,15 +70,6 @@ TEST(SparseSymMatrixAssembly, AMissingDiagonalFailsWithStatus66AndMessage) {
   }
 }
 
-TEST(SparseSymMatrixAssembly, DiagonalOnlyAndOrderOne) {
-  VQ_SparseSymMatrix a(6), one(1);
-  ASSERT_TRUE(Assemble(a, {{6, 6, 0}, {5, 5, 0}, {4, 4, 0}, {3, 3, 0}, {2, 2, 0}, {1, 1, 0}}));
-  ExpectLayout(a, {1, 2, 3, 4, 5, 6, 7}, {1, 2, 3, 4, 5, 6}, std::vector<double>(6, 0.0));
-  EXPECT_TRUE(a.IsSparseMatrixDiagonal());  // zeros are enough, in any order
-  ASSERT_TRUE(Assemble(one, {{1, 1, 2.0}, {1, 1, 3.0}}));
-  ExpectLayout(one, {1, 2}, {1}, {5.0});
-}
-
 // Random assemblies (both triangles, repeated entries, random order) against dense accumulation.
 class RandomAssembly : public testing::TestWithParam<std::tuple<int, double, unsigned>> {};
 
@@ -118,53 +109,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, RandomAssembly,
                                          std::make_tuple(60, 0.05, 4u),
                                          std::make_tuple(150, 0.5, 5u)));
 
-TEST(SparseSymMatrixAssembly, ReassemblyLeavesAnEarlierShallowCopyIntact) {
-  VQ_SparseSymMatrix a(2);
-  ASSERT_TRUE(Assemble(a, {{1, 1, 1.0}, {2, 2, 2.0}}));
-  VQ_SparseSymMatrix old(a);  // shares the first arrays
-  ASSERT_TRUE(Assemble(a, {{1, 1, 5.0}, {1, 2, 6.0}, {2, 2, 7.0}}));
-  ExpectLayout(a, {1, 3, 4}, {1, 2, 2}, {5.0, 6.0, 7.0});
-  ExpectLayout(old, {1, 2, 3}, {1, 2}, {1.0, 2.0});
-}
-
-TEST(SparseSymMatrixAssembly, OutOfMemoryGivesStatusMinus1AndTheObjectStaysUsable) {
-  VQ_SparseSymMatrix a(2);
-  bool ok = true;
-  vqmath::internal::SetSparseAllocationFailure(1);  // while finishing
-  EXPECT_EQ(Stdout([&] { ok = Assemble(a, {{1, 1, 1.0}, {2, 2, 1.0}}); }), kNoMemory);
-  vqmath::internal::SetSparseAllocationFailure(0);
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_NO_MEMORY);
-  EXPECT_TRUE(IsEmpty(a));
-  a.SetBounds(1);
-  ASSERT_TRUE(Assemble(a, {{1, 1, 3.0}}));
-  EXPECT_EQ(a.MatrixStatus(), 0);
-
-  VQ_SparseSymMatrix b = FromArrays(2, {1, 2, 3}, {1, 2}, {1, 2});
-  vqmath::internal::SetSparseAllocationFailure(2);  // Initialize: the row pointer array
-  EXPECT_EQ(Stdout([&] { ok = b.Initialize(0.0); }), kNoMemory);
-  vqmath::internal::SetSparseAllocationFailure(0);
-  EXPECT_FALSE(ok);
-  EXPECT_TRUE(IsEmpty(b));
-  EXPECT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_NO_MEMORY);
-}
-
 // ---- builders ----------------------------------------------------------------------------------
-
-TEST(SparseSymMatrixBuild, FromDenseKeepsZeroDiagonalAndDropsTinyEntries) {
-  VQ_Matrix d(3, 3);
-  d.Ref(2, 2) = 2.0;  // (1, 1) is an exact zero on the diagonal: still stored
-  d.Ref(3, 3) = 3.0;
-  d.Ref(1, 2) = d.Ref(2, 1) = 1e-17;  // below machine epsilon: dropped
-  d.Ref(1, 3) = d.Ref(3, 1) = 4.0;
-  d.Ref(2, 3) = d.Ref(3, 2) = 3e-16;  // above machine epsilon: kept
-  EXPECT_EQ(VQ_SparseSymMatrix().CountNonzeroTerms(&d), 5);
-  ExpectLayout(VQ_SparseSymMatrix(&d), {1, 3, 5, 6}, {1, 3, 2, 3, 3}, {0.0, 4.0, 2.0, 3e-16, 3.0});
-  VQ_Matrix notSquare(2, 3);
-  VQ_SparseSymMatrix a;
-  EXPECT_EQ(a.SetEqualTo(&notSquare), -1);
-  EXPECT_EQ(a.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIMENSION_MISMATCH);
-}
 
 TEST(SparseSymMatrixBuild, FromRandomDenseMatchesIndependentConversion) {
   const std::vector<double> d = RandomSymmetricDense(40, 0.15, 11);
@@ -172,46 +117,6 @@ TEST(SparseSymMatrixBuild, FromRandomDenseMatchesIndependentConversion) {
   EXPECT_EQ(LayoutProblem(a), "");
   const Csr ref = CsrFromDense(40, d, 2.220446049250313e-16);
   ExpectLayout(a, ref.rowPointers, ref.columnIndices, ref.values);
-}
-
-TEST(SparseSymMatrixBuild, FromDiagonalMatrixDirectlyOrAsADenseMatrix) {
-  double dv[4] = {1.0, 0.0, -2.0, 5.0};
-  VQ_DiagonalMatrix d(4, dv);
-  VQ_SparseSymMatrix a(&d), b(static_cast<VQ_Matrix*>(&d));
-  ExpectLayout(a, {1, 2, 3, 4, 5}, {1, 2, 3, 4}, {1.0, 0.0, -2.0, 5.0});
-  EXPECT_TRUE(a.CheckSparsity(&b));
-}
-
-TEST(SparseSymMatrixBuild, FromArraysCopiesThemNullArraysLeaveItEmpty) {
-  std::vector<int> r{1, 3, 4}, c{1, 2, 2};
-  std::vector<double> v{4.0, 1.0, 3.0};
-  VQ_SparseSymMatrix a(2, v.data(), r.data(), c.data());
-  v[0] = 99.0;
-  r[1] = 2;
-  c[1] = 1;
-  ExpectLayout(a, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0});
-  EXPECT_NE(a.GetValuePointer(), v.data());
-  VQ_SparseSymMatrix none(3, nullptr, nullptr, nullptr);
-  EXPECT_TRUE(IsEmpty(none));
-  EXPECT_EQ(static_cast<int>(none.MatrixStatus()), -66);
-}
-
-TEST(SparseSymMatrixBuild, DeepCopyFromSparseIsIndependent) {
-  VQ_SparseSymMatrix a = RandomSparse(12, 0.3, 5), b;
-  ASSERT_EQ(b.SetEqualTo(&a), 0);
-  EXPECT_TRUE(b.CheckSparsity(&a));
-  EXPECT_NE(b.GetValuePointer(), a.GetValuePointer());
-  b.Set(1, 1, -100.0);
-  EXPECT_NE(a.Value(1, 1), -100.0);
-}
-
-TEST(SparseSymMatrixBuild, InitializeFillsAndResetsStatus) {
-  VQ_SparseSymMatrix b = FromArrays(3, {1, 2, 3, 4}, {1, 2, 3}, {1, 2, 3});
-  b /= 0.0;  // status -7
-  ASSERT_EQ(b.MatrixStatus(), MATLIBDLLCOMMONS::STATUS_DIVISION_BY_ZERO);
-  ASSERT_TRUE(b.Initialize(2.5));
-  EXPECT_EQ(b.MatrixStatus(), 0);
-  ExpectLayout(b, {0, 0, 0, 0}, {0, 0, 0}, {2.5, 2.5, 2.5});  // fresh arrays: indices all 0
 }
 
 }  // namespace

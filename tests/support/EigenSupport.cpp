@@ -1,5 +1,6 @@
 // Helpers of the eigen-solver tests; see EigenSupport.h.
 #include "support/EigenSupport.h"
+#include "support/ModelsSupport.h"
 
 #include <mkl_lapacke.h>
 #include <unistd.h>
@@ -13,18 +14,6 @@
 
 namespace vqtest {
 
-namespace {
-
-Csr FromModel(const vqmath::models::CsrMatrix& a) {
-  Csr c;
-  c.n = a.n;
-  c.rowPointers = a.rowPointers;
-  c.columnIndices = a.columnIndices;
-  c.values = a.values;
-  return c;
-}
-
-}  // namespace
 
 Csr EigenProblem::MassCsr() const { return diagonal() ? DiagonalCsr(lumped) : mass; }
 
@@ -52,7 +41,7 @@ bool RealProblem(const std::string& number, EigenProblem& out) {
   if (!ReadMtx(DataFile("bcsstk" + number + ".mtx"), out.k, &error)) return false;
   if (!ReadMtx(DataFile("bcsstm" + number + ".mtx"), m, &error)) return false;
   out.name = "bcsstk" + number;
-  if (m.nnz() == m.n)
+  if (m.Nnz() == m.n)
     out.lumped = Diagonal(m);
   else
     out.mass = m;
@@ -88,15 +77,6 @@ EigenProblem RotatedProblem(const std::vector<double>& eigenvalues, unsigned see
   e.k = CsrFromDense(n, k);
   e.lumped.assign(n, 1.0);
   return e;
-}
-
-ScratchDir::ScratchDir() {
-  char pattern[] = "/tmp/vqmath-eigen-XXXXXX";
-  if (char* d = mkdtemp(pattern)) path_ = std::string(d) + "/";
-}
-
-ScratchDir::~ScratchDir() {
-  if (!path_.empty()) std::system(("rm -rf '" + path_ + "'").c_str());
 }
 
 SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& o) {

@@ -30,19 +30,6 @@ EigenProblem DiagonalProblem(const std::vector<double>& k, const std::vector<dou
 // K = Q diag(eigenvalues) Q' for a random orthogonal Q (stored densely as sparse), M = I.
 EigenProblem RotatedProblem(const std::vector<double>& eigenvalues, unsigned seed);
 
-// A fresh folder under /tmp, removed with its files at destruction; Path() ends with "/".
-class ScratchDir {
- public:
-  ScratchDir();
-  ~ScratchDir();
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  const std::string& Path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 struct SubspaceOptions {
   double shift = 0.0;
   double tolerance = 1e-12;

@@ -32,16 +32,6 @@ bool UnderAddressSanitizer() {
 #endif
 }
 
-RegistryError LastError() {
-  RegistryError e;
-  e.code = VQ_GetLastErrorID();
-  char* m = VQ_GetLastErrorMessage();
-  if (m) {
-    e.message = m;
-    std::free(m);
-  }
-  return e;
-}
 
 long ProcessStatusKb(const char* key) {
   std::FILE* f = std::fopen("/proc/self/status", "r");
@@ -77,39 +67,10 @@ std::vector<std::string> ListDirectory(const std::string& dir) {
   return names;
 }
 
-std::string MakeTempDir(const std::string& tag) {
-  std::string pattern =
-      std::filesystem::temp_directory_path().string() + "/vqmath-" + tag + "-XXXXXX";
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (!mkdtemp(buffer.data())) return "";
-  return std::string(buffer.data()) + "/";
-}
-
-void RemoveTree(const std::string& dir) {
-  std::error_code ignored;
-  if (!dir.empty()) std::filesystem::remove_all(dir, ignored);
-}
-
 bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
   return a.size() == b.size() &&
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
-Csr Tridiagonal(int n, double diagonal, double off) {
-  Csr c;
-  c.n = n;
-  c.rowPointers.push_back(1);
-  for (int i = 1; i <= n; ++i) {
-    c.columnIndices.push_back(i);
-    c.values.push_back(diagonal);
-    if (i < n) {
-      c.columnIndices.push_back(i + 1);
-      c.values.push_back(off);
-    }
-    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
-  }
-  return c;
-}
 
 }  // namespace vqtest

@@ -15,12 +15,6 @@ namespace vqtest {
 // memory figures mean something else).
 bool UnderAddressSanitizer();
 
-// The registry's last error (code and a copy of the message, released here).
-struct RegistryError {
-  int code = 0;
-  std::string message;
-};
-RegistryError LastError();
 
 // Values of the process's /proc/self/status line "<key>:" in kilobytes (e.g. "VmRSS", "VmSize");
 // -1 when unavailable.
@@ -33,10 +27,6 @@ long long HeapInUseBytes();
 // Names in a directory (without "." and ".."), sorted.
 std::vector<std::string> ListDirectory(const std::string& dir);
 
-// A fresh directory under the system's temporary folder ("<tmp>/vqmath-<tag>-XXXXXX"), with a
-// trailing "/". RemoveTree deletes it with everything in it.
-std::string MakeTempDir(const std::string& tag);
-void RemoveTree(const std::string& dir);
 
 // A caller array of count elements between two guard zones filled with a pattern: any write
 // outside [data(), data() + count) shows up in Intact().
@@ -73,8 +63,5 @@ class GuardedArray {
 // Bitwise equality of two double arrays (NaN payloads included).
 bool SameBits(const std::vector<double>& a, const std::vector<double>& b);
 
-// The 1-D Laplacian-like matrix of order n: diagonal `diagonal`, first off-diagonal `off` (upper
-// CSR). Positive definite for diagonal > 2|off|.
-Csr Tridiagonal(int n, double diagonal = 4.0, double off = -1.0);
 
 }  // namespace vqtest

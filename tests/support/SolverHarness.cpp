@@ -108,22 +108,9 @@ void RunSolverChecks(SolverUnderTest& solver, const Csr& k, const HarnessOptions
   }
 }
 
-namespace {
-
-Csr FromModel(const vqmath::models::CsrMatrix& m) {
-  Csr c;
-  c.n = m.n;
-  c.rowPointers = m.rowPointers;
-  c.columnIndices = m.columnIndices;
-  c.values = m.values;
-  return c;
-}
-
-}  // namespace
-
 Csr SolidStiffness(int equations) {
   vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(equations));
-  return FromModel(model.Stiffness());
+  return model.Stiffness();
 }
 
 std::vector<double> SolidLumpedMass(int equations) {

@@ -1,5 +1,12 @@
 #include "support/TestSupport.h"
 
+#include <stdlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "vqmath.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -92,55 +99,12 @@ bool ReadMtx(const std::string& path, Csr& out, std::string* error) {
 }
 
 Csr CsrFromDense(int n, const std::vector<double>& a, double drop) {
-  std::map<std::pair<int, int>, double> entries;
-  for (int j = 1; j <= n; ++j)
-    for (int i = 1; i <= j; ++i) {
-      double v = a[static_cast<size_t>(j - 1) * n + (i - 1)];
-      if (i == j || std::fabs(v) > drop) entries[{i, j}] = v;
-    }
-  return FromMap(n, entries);
+  return vqmath::models::FromDense(n, a.data(), drop);
 }
 
-std::vector<double> Dense(const Csr& a) {
-  std::vector<double> d(static_cast<size_t>(a.n) * a.n, 0.0);
-  for (int i = 0; i < a.n; ++i)
-    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p) {
-      int j = a.columnIndices[p] - 1;
-      d[static_cast<size_t>(j) * a.n + i] = a.values[p];
-      d[static_cast<size_t>(i) * a.n + j] = a.values[p];
-    }
-  return d;
-}
+std::vector<double> Dense(const Csr& a) { return vqmath::models::ToDense(a); }
 
-std::vector<double> Diagonal(const Csr& a) {
-  std::vector<double> d(a.n, 0.0);
-  for (int i = 0; i < a.n; ++i)
-    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p)
-      if (a.columnIndices[p] == i + 1) d[i] += a.values[p];
-  return d;
-}
-
-void Multiply(const Csr& a, const double* x, double* y) {
-  std::fill(y, y + a.n, 0.0);
-  for (int i = 0; i < a.n; ++i)
-    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p) {
-      int j = a.columnIndices[p] - 1;
-      y[i] += a.values[p] * x[j];
-      if (j != i) y[j] += a.values[p] * x[i];
-    }
-}
-
-Csr DiagonalCsr(const std::vector<double>& d) {
-  Csr c;
-  c.n = static_cast<int>(d.size());
-  for (int i = 0; i < c.n; ++i) {
-    c.rowPointers.push_back(i + 1);
-    c.columnIndices.push_back(i + 1);
-    c.values.push_back(d[i]);
-  }
-  c.rowPointers.push_back(c.n + 1);
-  return c;
-}
+Csr DiagonalCsr(const std::vector<double>& d) { return vqmath::models::FromDiagonal(d); }
 
 double RelativeResidual(const Csr& k, const double* x, const double* f, int nrhs) {
   std::vector<double> y(k.n);
@@ -222,6 +186,55 @@ double MOrthonormalityError(const Csr& m, int nmodes, const double* phi) {
       worst = std::max(worst, std::fabs(s - (a == b ? 1.0 : 0.0)));
     }
   return worst;
+}
+
+Csr Tridiagonal(int n, double diagonal, double off) {
+  Csr c;
+  c.n = n;
+  c.rowPointers.push_back(1);
+  for (int i = 1; i <= n; ++i) {
+    c.columnIndices.push_back(i);
+    c.values.push_back(diagonal);
+    if (i < n) {
+      c.columnIndices.push_back(i + 1);
+      c.values.push_back(off);
+    }
+    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
+  }
+  return c;
+}
+
+Csr SpringChain(int n, bool freeFree) {
+  Csr k = Tridiagonal(n, 2.0, -1.0);
+  k.values.back() = 1.0;
+  if (freeFree) k.values.front() = 1.0;
+  return k;
+}
+
+double SpringChainEigenvalue(int n, int k, bool freeFree) {
+  const double s = freeFree ? std::sin((k - 1.0) * M_PI / (2.0 * n))
+                            : std::sin((2.0 * k - 1.0) * M_PI / (2.0 * (2.0 * n + 1.0)));
+  return 4.0 * s * s;
+}
+
+RegistryError LastError() {
+  RegistryError e;
+  e.code = VQ_GetLastErrorID();
+  if (char* m = VQ_GetLastErrorMessage()) {
+    e.message = m;
+    std::free(m);
+  }
+  return e;
+}
+
+ScratchDir::ScratchDir() {
+  std::string pattern = std::filesystem::temp_directory_path().string() + "/vqmath-test-XXXXXX";
+  if (mkdtemp(pattern.data())) path_ = pattern + "/";
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
 }
 
 double RelDiff(double a, double b) { return std::fabs(a - b) / std::max(std::fabs(b), 1e-300); }

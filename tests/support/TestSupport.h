@@ -8,17 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include "models/CsrMatrix.h"
+
 namespace vqtest {
 
 // Upper triangle in compressed rows, 1-based, diagonal first in every row, ascending columns
-// after it: the layout the library takes.
-struct Csr {
-  int n = 0;
-  std::vector<int> rowPointers;    // n + 1
-  std::vector<int> columnIndices;  // nnz
-  std::vector<double> values;      // nnz
-  int nnz() const { return static_cast<int>(values.size()); }
-};
+// after it: the layout the library takes, shared with the model generator (y = A x, the diagonal
+// and the other helpers of models/CsrMatrix.h apply).
+using Csr = vqmath::models::CsrMatrix;
+using vqmath::models::Diagonal;
+using vqmath::models::Multiply;
 
 // Folder with the real structural matrices (bcsstkNN.mtx, bcsstmNN.mtx), or "" when absent.
 std::string DataDir();
@@ -35,10 +34,6 @@ bool ReadMtx(const std::string& path, Csr& out, std::string* error = nullptr);
 Csr CsrFromDense(int n, const std::vector<double>& a, double drop = 0.0);
 // Full symmetric dense (column-major n x n) form.
 std::vector<double> Dense(const Csr& a);
-// Diagonal of a (n values).
-std::vector<double> Diagonal(const Csr& a);
-// y = A x using the symmetric upper storage.
-void Multiply(const Csr& a, const double* x, double* y);
 // A diagonal matrix as CSR.
 Csr DiagonalCsr(const std::vector<double>& d);
 
@@ -57,6 +52,38 @@ std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<dou
 double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi);
 // Max |Phi^T M Phi - I| entry.
 double MOrthonormalityError(const Csr& m, int nmodes, const double* phi);
+
+// The tridiagonal matrix of order n: `diagonal` on the diagonal, `off` beside it. Positive
+// definite for diagonal > 2|off|.
+Csr Tridiagonal(int n, double diagonal = 4.0, double off = -1.0);
+
+// A chain of n unit springs with unit masses, K = tridiag(-1, 2, -1) but for its free ends:
+// fixed-free (K(n, n) = 1) or free-free (K(1, 1) = K(n, n) = 1, one rigid-body mode).
+Csr SpringChain(int n, bool freeFree = false);
+// Its k-th eigenvalue (k = 1..n): 4 sin^2((2k - 1) pi / (2 (2n + 1))) fixed-free,
+// 4 sin^2((k - 1) pi / (2n)) free-free.
+double SpringChainEigenvalue(int n, int k, bool freeFree = false);
+
+// The registry's last error (code and a copy of the message, released here).
+struct RegistryError {
+  int code = 0;
+  std::string message;
+};
+RegistryError LastError();
+
+// A fresh folder under the system's temporary folder, removed with everything in it at
+// destruction; Path() ends with "/".
+class ScratchDir {
+ public:
+  ScratchDir();
+  ~ScratchDir();
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // Relative difference |a - b| / max(|b|, tiny).
 double RelDiff(double a, double b);

@@ -55,13 +55,10 @@ TEST_F(VqsolveBuckling, PortalFrameFilesAgreeWithDenseLapackForEveryMethod)
     const std::vector<double> reference =
         vqtest::DenseEigenvalues(vqtest::FromModel(frame.Stiffness()), vqtest::FromModel(frame.GeometricStiffness()));
     ASSERT_GE(reference.size(), 4u);
-    int ran = 0;
     for (const char* method : {"lanczos", "subspace", "lapack"}) {
         const RunResult r = RunVqsolve({"buckling", "-K", File("K.mtx"), "-G", File("Kg.mtx"), "-n", "4", "--method",
                                         method, "--json"});
-        if (r.exitCode == 2 && r.err.find("not available") != std::string::npos) continue;
         ASSERT_EQ(r.exitCode, 0) << method << ": " << r.err;
-        ++ran;
         const Json report = ParseJson(r.out);
         EXPECT_EQ(report["method"].text, method);
         const std::vector<double> factors = report["factors"].Numbers();
@@ -69,7 +66,6 @@ TEST_F(VqsolveBuckling, PortalFrameFilesAgreeWithDenseLapackForEveryMethod)
         for (size_t q = 0; q < 4; ++q) EXPECT_LT(vqtest::RelDiff(factors[q], reference[q]), 1e-8) << method << " " << q;
         EXPECT_TRUE(report["sturm"]["passed"].boolean) << method;
     }
-    EXPECT_GT(ran, 0);
 }
 
 TEST_F(VqsolveBuckling, GeneratedSolidHasNoGeometricStiffness)

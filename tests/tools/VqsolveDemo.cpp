@@ -43,16 +43,16 @@ TEST(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults)
     EXPECT_LT(report["static"]["residual"].number, 1e-10);
     EXPECT_EQ(report["static"]["negativePivots"].number, 0);
 
-    // Every method that ran and did not fail: its eigenvalues, and the digits it is credited with.
+    // Every method runs on the small model and succeeds: its eigenvalues, and the digits it is credited with.
     const int count = static_cast<int>(report["modesRequested"].number);
     ASSERT_EQ(count, 12);
     const Json& methods = report["methods"];
     ASSERT_EQ(methods.size(), 6u);
-    int compared = 0;
     for (size_t m = 0; m < methods.size(); ++m) {
         const Json& run = methods[m];
         const std::string name = run["method"].text;
-        if (!run["ran"].boolean || run["code"].number != 0) continue;
+        ASSERT_TRUE(run["ran"].boolean) << name;
+        ASSERT_EQ(run["code"].number, 0) << name;
         const std::vector<double> values = run["eigenvalues"].Numbers();
         if (name == "ritz") {
             // Ritz values from the static load: upper bounds, the first one exact.
@@ -60,7 +60,6 @@ TEST(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults)
             EXPECT_LT(vqtest::RelDiff(values[0], spectrum[0]), 1e-8);
             continue;
         }
-        ++compared;
         ASSERT_EQ(values.size(), 12u) << name;
         double worst = 0.0;
         for (int q = 0; q < count; ++q) worst = std::max(worst, vqtest::RelDiff(values[q], spectrum[q]));
@@ -69,7 +68,6 @@ TEST(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults)
         EXPECT_TRUE(run["sturmPassed"].boolean) << name;
         EXPECT_EQ(run["eigenvaluesBelowShift"].number, 12) << name;
     }
-    EXPECT_GE(compared, 2);
 
     // The picture: the static deflection and the first five modes.
     const XmlCheck svg = CheckXml(ReadFile(folder + "demo.svg"));

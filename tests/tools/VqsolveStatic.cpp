@@ -100,50 +100,12 @@ TEST_F(VqsolveStatic, SolidSolutionMatchesDenseLapackForSeveralLoadCases)
     EXPECT_TRUE(report["positiveDefinite"].boolean);
 }
 
-TEST_F(VqsolveStatic, ShippedStiffnessSolvesWithTheDenseSolution)
-{
-    VQTEST_REQUIRE_DATA();
-    // The shipped file itself (lower triangle, CRLF), not a rewritten copy.
-    vqtest::Csr k;
-    ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstk06.mtx"), k));
-    const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
-    WriteArray(File("F6.mtx"), k.n, 1, f);
-    const RunResult r = RunVqsolve({"static", "-K", vqtest::DataFile("bcsstk06.mtx"), "-F", File("F6.mtx"), "-o",
-                             File("X6.mtx"), "--json"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    int rows = 0, cols = 0;
-    const std::vector<double> x = ReadArray(File("X6.mtx"), rows, cols);
-    const std::vector<double> reference = vqtest::DenseSolve(k, f, 1);
-    ASSERT_EQ(x.size(), reference.size());
-    double scale = 0.0, error = 0.0;
-    for (size_t i = 0; i < x.size(); ++i) {
-        scale = std::max(scale, std::fabs(reference[i]));
-        error = std::max(error, std::fabs(x[i] - reference[i]));
-    }
-    EXPECT_LT(error, 1e-8 * scale);
-    const Json report = ParseJson(r.out);
-    EXPECT_EQ(report["equations"].number, 420);
-    EXPECT_EQ(report["negativePivots"].number, 0);
-    EXPECT_EQ(report["positivePivots"].number, 420);
-}
-
 TEST_F(VqsolveStatic, InertiaOfAnIndefiniteMatrixCountsItsNegativeEigenvalues)
 {
     // A coupled tridiagonal matrix with a shifted diagonal: some eigenvalues negative.
     const int n = 40;
-    std::vector<int> rows, cols;
-    std::vector<double> vals;
-    for (int i = 1; i <= n; ++i) {
-        rows.push_back(i);
-        cols.push_back(i);
-        vals.push_back(1.0 - 0.5 * std::cos(0.7 * i));
-        if (i < n) {
-            rows.push_back(i);
-            cols.push_back(i + 1);
-            vals.push_back(-0.9);
-        }
-    }
-    const auto a = vqmath::models::FromTriplets(n, rows, cols, vals);
+    vqtest::Csr a = vqtest::Tridiagonal(n, 0.0, -0.9);
+    for (int i = 1; i <= n; ++i) a.values[a.rowPointers[i - 1] - 1] = 1.0 - 0.5 * std::cos(0.7 * i);
     const std::vector<double> w = DenseSpectrum(a);
     int negative = 0;
     for (double v : w) negative += v < 0.0;
@@ -162,19 +124,7 @@ TEST_F(VqsolveStatic, SingularModelIsASolverFailureNamingTheInstabilityEquation)
 {
     // A free-free chain of springs: one rigid-body mode.
     const int n = 30;
-    std::vector<int> rows, cols;
-    std::vector<double> vals;
-    for (int i = 1; i <= n; ++i) {
-        rows.push_back(i);
-        cols.push_back(i);
-        vals.push_back(i == 1 || i == n ? 1.0 : 2.0);
-        if (i < n) {
-            rows.push_back(i);
-            cols.push_back(i + 1);
-            vals.push_back(-1.0);
-        }
-    }
-    const auto k = vqmath::models::FromTriplets(n, rows, cols, vals);
+    const vqtest::Csr k = vqtest::SpringChain(n, true);
     ASSERT_TRUE(vqmath::models::WriteMatrixMarket(k, File("free.mtx")));
     std::vector<double> f(n, 0.0);
     f[n - 1] = 1.0;
@@ -195,64 +145,6 @@ TEST_F(VqsolveStatic, SingularModelIsASolverFailureNamingTheInstabilityEquation)
     const double equation = report["error"]["instabilityEquation"].number;
     EXPECT_GE(equation, 1);
     EXPECT_LE(equation, n);
-}
-
-TEST_F(VqsolveStatic, UnsupportedSolidIsSingular)
-{
-    // A free block of hexahedra: six rigid-body modes.
-    vqmath::models::SolidParameters p;
-    p.nx = 4;
-    p.ny = p.nz = 2;
-    p.clamped = false;
-    const vqmath::models::SolidModel solid(p);
-    ASSERT_TRUE(vqmath::models::WriteMatrixMarket(solid.Stiffness(), File("freeSolid.mtx")));
-    WriteArray(File("fs.mtx"), solid.NumEquations(), 1, solid.GravityLoad(0.0, 0.0, -9.81));
-    const RunResult r = RunVqsolve({"static", "-K", File("freeSolid.mtx"), "-F", File("fs.mtx"), "--json"});
-    EXPECT_EQ(r.exitCode, 3) << r.out;
-    const Json report = ParseJson(r.out);
-    EXPECT_EQ(report["error"]["code"].number, -3);
-    EXPECT_GE(report["error"]["instabilityEquation"].number, 1);
-    EXPECT_LE(report["error"]["instabilityEquation"].number, solid.NumEquations());
-}
-
-TEST_F(VqsolveStatic, StiffButSupportedModelIsNoFailure)
-{
-    // Springs from 1 to 1e9 in a supported chain: badly scaled, not singular.
-    const int n = 20;
-    std::vector<int> rows, cols;
-    std::vector<double> vals;
-    for (int i = 1; i <= n; ++i) {
-        const double ki = std::pow(10.0, (i % 10)), kn = std::pow(10.0, ((i + 1) % 10));
-        rows.push_back(i);
-        cols.push_back(i);
-        vals.push_back(ki + (i < n ? kn : 0.0));
-        if (i < n) {
-            rows.push_back(i);
-            cols.push_back(i + 1);
-            vals.push_back(-kn);
-        }
-    }
-    const auto k = vqmath::models::FromTriplets(n, rows, cols, vals);
-    std::vector<double> x;
-    const Json report = Solve(k, std::vector<double>(n, 1.0), 1, x);  // exit 0
-    // Condition about 1e9: round-off of that order shows in the residual.
-    EXPECT_LT(report["residual"].number, 1e-5);
-    EXPECT_EQ(report["negativePivots"].number, 0);
-    EXPECT_GT(report["smallestPivotRatio"].number, 1e-12);
-    const std::vector<double> reference = vqtest::DenseSolve(vqtest::FromModel(k), std::vector<double>(n, 1.0), 1);
-    for (int i = 0; i < n; ++i) EXPECT_LT(vqtest::RelDiff(x[i], reference[i]), 1e-5) << i;
-}
-
-TEST_F(VqsolveStatic, GeneratedModelDrawsItsDeflection)
-{
-    const RunResult r = RunVqsolve({"static", "--model", "solid:300", "--svg", File("static.svg"), "--json"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const Json report = ParseJson(r.out);
-    EXPECT_LT(report["residual"].number, 1e-10);
-    const XmlCheck svg = CheckXml(ReadFile(File("static.svg")));
-    EXPECT_TRUE(svg.wellFormed) << svg.problem;
-    EXPECT_EQ(svg.root, "svg");
-    EXPECT_EQ(svg.panels, 1);
 }
 
 }  // namespace
