@@ -609,6 +609,10 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     // succeeded has n positive pivots.
     if (mtype_ == 2 && positivePivots_ == 0 && negativePivots_ == 0) positivePivots_ = n_;
 
+    // The library's one rule for a singular matrix; rounding-level pivots of either sign are a
+    // singularity, not an indefinite matrix.
+    if (!JudgePivots(args)) return;
+
     if (negativePivots_ > 0) {
       if (stopIfNotPosDefinite_) {
         args.mtype = 2;
@@ -630,8 +634,6 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
         warningCode_ = -1;
       }
     }
-    // The library's one rule for a singular matrix.
-    if (!JudgePivots(args)) return;
     status_ = 0;
     factorValid_ = true;
   } catch (const std::bad_alloc&) {
