@@ -428,6 +428,8 @@ int VQ_SparseSolver::CallPardiso(int phase, PardisoArgs& args) noexcept {
 void VQ_SparseSolver::ReportSingular(int equation) {
   status_ = vi::kSolverZeroPivot;
   instabilityEquation_ = equation;
+  // Reported where PARDISO reports the equation of a zero pivot, for hosts that read it there.
+  iparm_[kZeroPivotEquation] = equation;
   errorMessage_ = kSingularMessage;
   factorValid_ = false;
 }

@@ -366,7 +366,7 @@ TEST_F(SystemHandles, SolvingReportsThroughTheRegistry) {
   EXPECT_EQ(-3, VQ_SysMatrixSolve(g, r, nullptr));
   EXPECT_EQ(-3, VQ_GetLastErrorID());
   EXPECT_EQ(2, VQ_GetInstabilityDOF());
-  EXPECT_EQ("Zero Pivot, Numerical Factoriztion or Iterative Refinement Problem in Sparse Solver", LastMessage());
+  EXPECT_EQ("Instability Detected (Ill-conditioned or Singular Matrix Found)", LastMessage());
 
   VQ_SysVectorEnd(r);
   VQ_SysMatrixEnd(g);
