@@ -428,6 +428,8 @@ int VQ_SparseSolver::CallPardiso(int phase, PardisoArgs& args) noexcept {
 void VQ_SparseSolver::ReportSingular(int equation) {
   status_ = vi::kSolverZeroPivot;
   instabilityEquation_ = equation;
+  // Reported where PARDISO reports the equation of a zero pivot, for hosts that read it there.
+  iparm_[kZeroPivotEquation] = equation;
   errorMessage_ = kSingularMessage;
   factorValid_ = false;
 }
@@ -609,6 +611,10 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
     // succeeded has n positive pivots.
     if (mtype_ == 2 && positivePivots_ == 0 && negativePivots_ == 0) positivePivots_ = n_;
 
+    // The library's one rule for a singular matrix; rounding-level pivots of either sign are a
+    // singularity, not an indefinite matrix.
+    if (!JudgePivots(args)) return;
+
     if (negativePivots_ > 0) {
       if (stopIfNotPosDefinite_) {
         args.mtype = 2;
@@ -630,8 +636,6 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
         warningCode_ = -1;
       }
     }
-    // The library's one rule for a singular matrix.
-    if (!JudgePivots(args)) return;
     status_ = 0;
     factorValid_ = true;
   } catch (const std::bad_alloc&) {

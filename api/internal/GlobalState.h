@@ -47,7 +47,7 @@ struct Settings {
 
   // A pivot smaller than this fraction of its equation's diagonal entry marks the factored
   // matrix singular (VQ_SetSingularPivotRatio; sparse/internal/SingularityCheck.h).
-  double singularPivotRatio = 1e-12;
+  double singularPivotRatio = 1e-10;
 
   bool subspaceLimitActive = false;
   double subspaceLimit = 1000.0;
