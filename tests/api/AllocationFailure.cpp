@@ -29,10 +29,6 @@
 
 namespace {
 
-const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n";
-
-// ---- sizes beyond the 32-bit element count ------------------------------------------------------
-
 // ---- a limited address space
 // ----------------------------------------------------------------------
 

@@ -244,11 +244,15 @@ TEST_P(MalformedInput, IsRejectedWithItsDescriptionAndTouchesNothing) {
     EXPECT_EQ(call.Run(e, inPlace), code);
     const vqtest::RegistryError last = vqtest::LastError();
     EXPECT_EQ(last.code, code);
-    if (!arpackCount) EXPECT_EQ(last.message.rfind("ERROR_INVALID_MATRICES: ", 0), 0u) << last.message;
+    if (!arpackCount) {
+      EXPECT_EQ(last.message.rfind("ERROR_INVALID_MATRICES: ", 0), 0u) << last.message;
+    }
     EXPECT_TRUE(std::any_of(fragments.begin(), fragments.end(),
                             [&](const std::string& f) { return last.message.find(f) != std::string::npos; }))
         << last.message;
-    if (family != kProduct) EXPECT_EQ(VQ_GetLastWarningID(), 0);  // products leave the registry alone
+    if (family != kProduct) {  // products leave the registry alone
+      EXPECT_EQ(VQ_GetLastWarningID(), 0);
+    }
     EXPECT_TRUE(vqtest::SameBits(call.rhs.Values(), rhsBefore));
     if (family == kEigen) {
       EXPECT_TRUE(call.found == 0 || call.found == -5) << call.found;

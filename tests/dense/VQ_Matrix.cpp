@@ -22,11 +22,6 @@ namespace {
 const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n";
 const double kInf = std::numeric_limits<double>::infinity();
 
-bool AllFinite(const VQ_Matrix& m) {
-  for (double x : Full(m))
-    if (!std::isfinite(x)) return false;
-  return true;
-}
 }  // namespace
 
 // ---- storage and lifecycle

@@ -39,13 +39,6 @@ std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a)
     return w;
 }
 
-double MaxAbs(const std::vector<double>& v)
-{
-    double m = 0.0;
-    for (double x : v) m = std::max(m, std::fabs(x));
-    return m;
-}
-
 // An irregular but valid hexahedron (perturbed unit cube).
 std::vector<double> DistortedHexahedron()
 {

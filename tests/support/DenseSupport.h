@@ -1,7 +1,5 @@
 // Test helpers for the dense matrix classes: reproducible random data, small builders,
-// extended-precision reference products, file bytes, scratch paths, stdout capture, and read
-// access to the protected fields of the matrix family (through pointers to members of a derived
-// class, which is legal C++).
+// extended-precision reference products, file bytes, scratch paths and stdout capture.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -56,13 +54,5 @@ std::string FileBytes(const std::string& path);
 void WriteBytes(const std::string& path, const std::string& bytes);
 // A path in the test scratch folder, unique per test and name.
 std::string ScratchPath(const std::string& name);
-
-// Protected fields of the matrix family.
-struct DenseFields : VQ_Matrix {
-  static bool Shallow(const VQ_Matrix& m) { return m.*(&DenseFields::shallow); }
-  static void SetType(VQ_Matrix& m, int t) {
-    m.*(&DenseFields::type) = static_cast<MATLIBDLLCOMMONS::MATRIX_TYPE>(t);
-  }
-};
 
 }  // namespace vqtest

@@ -41,7 +41,8 @@ void RunEigenChecks(const EigenMethod& method, const EigenProblem& e, int count,
   for (int i = 0; i < count; ++i)
     EXPECT_LT(RelDiff(r.values[i], reference[i]), o.valueTolerance)
         << "mode " << i + 1 << ": " << r.values[i] << " vs " << reference[i];
-  EXPECT_TRUE(std::is_sorted(r.values.begin(), r.values.end()));
+  for (int i = 1; i < count; ++i)  // ascending (a repeated eigenvalue in either order)
+    EXPECT_GE(r.values[i], r.values[i - 1] - 1e-9 * std::fabs(r.values[i - 1])) << "mode " << i + 1;
   if (o.expectVectors) {
     ASSERT_EQ(r.vectors.size(), static_cast<size_t>(e.k.n) * count);
     EXPECT_LE(EigenResidual(e.k, m, count, r.values.data(), r.vectors.data()), o.residualTolerance);

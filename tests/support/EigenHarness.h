@@ -15,7 +15,7 @@ namespace vqtest {
 
 struct EigenOutcome {
   int status = 0;
-  std::vector<double> values;   // ascending
+  std::vector<double> values;   // ascending (a repeated eigenvalue in either order)
   std::vector<double> vectors;  // n per mode, column-major; empty when the method gives none
 };
 
