@@ -31,9 +31,6 @@ constexpr int kMaxIterations = 200;
 constexpr int kDefaultPasses = 1000;
 
 // Sparse-solver statuses met by the solve step.
-constexpr int kSolverNegativePivots = -3;
-constexpr int kSolverNoMemory = -4;
-constexpr int kSolverNoMemoryOutOfCore = -5;
 
 using Clock = std::chrono::steady_clock;
 
@@ -555,9 +552,10 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     const int solved = solver->Solve();
     timings_.solves += SecondsSince(t);
     if (solved != 0) {
-      if (solved == kSolverNegativePivots)
+      if (solved == VQ_SparseSolver::kStatusCancelled)
         SetStatus(-2);
-      else if (solved == kSolverNoMemory || solved == kSolverNoMemoryOutOfCore)
+      else if (solved == VQ_SparseSolver::kStatusOutOfMemory ||
+               solved == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore)
         SetStatus(-1);
       else
         SetStatus(-9999);
