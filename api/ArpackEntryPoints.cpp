@@ -13,7 +13,7 @@
 #include <string>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/VQ_LanczosEigenSolver.h"
 #include "vqmath.h"
 

@@ -18,7 +18,7 @@
 
 #include "api/internal/CsrValidation.h"
 #include "api/internal/DirectSolverSettings.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "vqmath.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/VQ_ModalMass.h"
 #include "sparse/VQ_InertiaCount.h"
 #include "vqmath.h"

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "vqmath.h"
 
 namespace vi = vqmath::internal;

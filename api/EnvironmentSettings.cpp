@@ -6,11 +6,12 @@
 
 #include <mkl.h>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "vqmath.h"
 
 using vqmath::internal::SetEnv;
 using vqmath::internal::SetEnvInt;
+using vqmath::internal::SetOocMaxCoreSize;
 using vqmath::internal::settings;
 
 extern "C" {
@@ -38,10 +39,7 @@ int VQ_Set_INTEL_MKL_OOC_KEEP_FILE(int flag) {
   return SetEnv("MKL_PARDISO_OOC_KEEP_FILE", flag == 1 ? "1" : "0");
 }
 
-int VQ_Set_INTEL_MKL_OOC_Max_Core_Size(int mb) {
-  settings().oocMaxCoreSize = mb;
-  return SetEnvInt("MKL_PARDISO_OOC_MAX_CORE_SIZE", mb);
-}
+int VQ_Set_INTEL_MKL_OOC_Max_Core_Size(int mb) { return SetOocMaxCoreSize(mb); }
 
 int VQ_Set_INTEL_MKL_OOC_MAX_SWAP_SIZE(int mb) {
   settings().oocMaxSwapSize = mb;

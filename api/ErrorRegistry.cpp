@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "vqmath.h"
 
 using vqmath::internal::registry;

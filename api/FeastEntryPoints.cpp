@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "api/internal/EigenEntryFrame.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_Matrix.h"
 #include "eigen/VQ_ExtendedEigenSparseSolver.h"
 #include "vqmath.h"

@@ -3,7 +3,7 @@
 // solver, matrix and eigen-solver types, and the version queries.
 #include <algorithm>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "core/MklCodePath.h"
 #include <cstring>
 #include "vqmath.h"

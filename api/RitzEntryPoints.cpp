@@ -6,7 +6,7 @@
 
 #include "api/internal/CsrValidation.h"
 #include "api/internal/EigenEntryFrame.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_ColVector.h"
 #include "eigen/VQ_LDRitzVectors.h"
 #include "vqmath.h"

@@ -1,5 +1,5 @@
 // The process-wide singular pivot ratio that every sparse direct solver copies when it is built.
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "vqmath.h"
 
 extern "C" {

@@ -10,7 +10,7 @@
 #include <new>
 
 #include "api/internal/EigenEntryFrame.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 #include "vqmath.h"
 

@@ -7,7 +7,7 @@
 
 #include "api/internal/CsrValidation.h"
 #include "api/internal/EigenEntryFrame.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "api/internal/SystemHandles.h"
 #include "vqmath.h"
 

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "api/internal/SystemHandles.h"
 #include "vqmath.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "api/internal/SystemHandles.h"
 #include "vqmath.h"
 

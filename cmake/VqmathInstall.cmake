@@ -24,5 +24,8 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vqmathConfigVersion
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vqmathConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/vqmathConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vqmath)
 
+# The pkg-config file finds the prefix from its own folder, so that it stays right wherever the
+# files are installed (cmake --install --prefix, a staging folder, a package root).
+file(RELATIVE_PATH VQMATH_PC_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/vqmath.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vqmath.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vqmath.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

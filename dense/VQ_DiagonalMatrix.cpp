@@ -13,7 +13,6 @@
 #include "dense/internal/DenseWork.h"
 #include "dense/internal/MtxReader.h"
 
-#include "sparse/VQ_SparseSymMatrix.h"
 
 using vqdense::GeneralView;
 using vqdense::kMachineEpsilon;
@@ -82,13 +81,6 @@ double VQ_DiagonalMatrix::Value(int i, int j) const { return i == j ? data[i - 1
 double& VQ_DiagonalMatrix::Ref(int i, int) { return data[i - 1]; }
 double VQ_DiagonalMatrix::Value_(int i, int j) const { return i == j ? data[i - 1] : 0.0; }
 double& VQ_DiagonalMatrix::Ref_(int i, int) { return data[i - 1]; }
-
-void VQ_DiagonalMatrix::CopyDiagonalTerms(const VQ_SparseSymMatrix* s) {
-  if (!s) return;
-  const VQ_Matrix& src = *s;
-  if (!Initialize(src.NumRows()) || !data) return;
-  for (int k = 1; k <= rows; ++k) data[k - 1] = src.Value(k, k);
-}
 
 void VQ_DiagonalMatrix::SetValue(double v) {
   if (data) std::fill(data, data + size, v);

@@ -25,7 +25,6 @@
 #include "dense/internal/DenseWork.h"
 #include "dense/internal/MtxReader.h"
 
-#include "sparse/VQ_SparseSymMatrix.h"
 
 using MATLIBDLLCOMMONS::MATRIX_TYPE;
 using MATLIBDLLCOMMONS::STATE_STATUS;
@@ -281,10 +280,6 @@ void VQ_Matrix::SetEqualTo(const VQ_Matrix* other) {
 }
 
 void VQ_Matrix::SetEqualTo(const VQ_SymMatrix& s) { FillFromSymmetric(*this, s); }
-
-void VQ_Matrix::SetEqualTo(const VQ_SparseSymMatrix& s) {
-  FillFromSymmetric(*this, s);
-}
 
 void VQ_Matrix::Add(const VQ_Matrix& b) {
   if (!data || !b.data) return;

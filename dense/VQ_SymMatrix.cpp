@@ -20,7 +20,6 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/internal/DenseWork.h"
 
-#include "sparse/VQ_SparseSymMatrix.h"
 
 using vqdense::GeneralView;
 using vqdense::kMachineEpsilon;
@@ -86,15 +85,6 @@ VQ_SymMatrix::VQ_SymMatrix(int n, double* diag) : VQ_SymMatrix() {
   std::fill(data, data + size, 0.0);
   if (diag)
     for (int k = 1; k <= n; ++k) data[Shift_(k, k)] = diag[k - 1];
-}
-
-VQ_SymMatrix::VQ_SymMatrix(const VQ_SparseSymMatrix* s) : VQ_SymMatrix() {
-  if (!s) return;
-  const VQ_Matrix& src = *s;
-  const int n = src.NumRows();
-  if (!Initialize(n) || !data) return;
-  for (int j = 1; j <= n; ++j)
-    for (int i = 1; i <= j; ++i) data[Shift_(i, j)] = src.Value(i, j);
 }
 
 VQ_SymMatrix::VQ_SymMatrix(const VQ_SymMatrix& other) : VQ_SymMatrix() {

@@ -11,22 +11,17 @@
 #include <new>
 #include <vector>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_SymMatrix.h"
 #include "eigen/internal/GeneralizedJacobi.h"
 #include "eigen/internal/SymmetricProduct.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
-#include "vqmath.h"
 
 namespace {
 
 // Sparse-solver results (VQ_SparseSolver statuses) that the eigen solvers interpret.
-constexpr int kSolverZeroPivot = -1;       // singular: instability equation known
-constexpr int kSolverNegativePivots = -3;  // not positive definite
-constexpr int kSolverNoMemory = -4;
-constexpr int kSolverNoMemoryOutOfCore = -5;
 
 const char* const kMissedText = "Eigenvalue missed (Subspace Iteration)";
 const char* const kNegativeShiftText =
@@ -113,21 +108,23 @@ int VQ_EigenSolver::CreateSolverAndDecompose(std::string fileName, VQ_SparseSolv
 int VQ_EigenSolver::DecomposeWithRetry(const std::string& fileName, VQ_SparseSolver** solver,
                                        bool readFromFile, VQ_Matrix* rhs,
                                        void (*configure)(VQ_SparseSolver*, void*), void* context) {
-  if (!solver) return kSolverNoMemory;
+  if (!solver) return VQ_SparseSolver::kStatusOutOfMemory;
   CreateSolver(fileName, solver, readFromFile, rhs);
-  if (!*solver) return kSolverNoMemory;
+  if (!*solver) return VQ_SparseSolver::kStatusOutOfMemory;
   if (configure) configure(*solver, context);
   // Decomposition = analysis + factorisation in this thread, the factorised flag, and the copy of
   // the 64 PARDISO parameters to the global report when the host set the global array.
   int result = (*solver)->Decomposition(true, true);
-  if ((result == kSolverNoMemory || result == kSolverNoMemoryOutOfCore) && oocMode_ == 2) {
+  if ((result == VQ_SparseSolver::kStatusOutOfMemory ||
+       result == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore) &&
+      oocMode_ == 2) {
     // PARDISO's report (1-based iparm(15), iparm(16), iparm(63)): peak and permanent memory of
     // the symbolic phase and the minimum out-of-core memory, in kilobytes.
     const int size = OutOfCoreRetryCoreSize((*solver)->Get_iParm(14), (*solver)->Get_iParm(15),
                                             (*solver)->Get_iParm(62));
-    VQ_Set_INTEL_MKL_OOC_Max_Core_Size(size);
+    vqmath::internal::SetOocMaxCoreSize(size);
     CreateSolver(fileName, solver, readFromFile, rhs);
-    if (!*solver) return kSolverNoMemory;
+    if (!*solver) return VQ_SparseSolver::kStatusOutOfMemory;
     if (configure) configure(*solver, context);
     result = (*solver)->Decomposition(true, true);
   }
@@ -137,13 +134,13 @@ int VQ_EigenSolver::DecomposeWithRetry(const std::string& fileName, VQ_SparseSol
 void VQ_EigenSolver::MapDecompositionResult(int result, const VQ_SparseSolver* solver) {
   switch (result) {
     case 0: break;
-    case kSolverNegativePivots: SetStatus(-2); break;
-    case kSolverZeroPivot:
+    case VQ_SparseSolver::kStatusCancelled: SetStatus(-2); break;
+    case VQ_SparseSolver::kStatusZeroPivot:
       if (solver) instabilityDOF_ = solver->Get_DOFNumForInstability();
       SetStatus(-3);
       break;
-    case kSolverNoMemory:
-    case kSolverNoMemoryOutOfCore: SetStatus(-1); break;
+    case VQ_SparseSolver::kStatusOutOfMemory:
+    case VQ_SparseSolver::kStatusOutOfMemoryOutOfCore: SetStatus(-1); break;
     default: SetStatus(-9999); break;
   }
 }

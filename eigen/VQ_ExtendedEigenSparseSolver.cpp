@@ -9,7 +9,7 @@
 #include <new>
 #include <numeric>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
 #include "eigen/VQ_ModalMass.h"

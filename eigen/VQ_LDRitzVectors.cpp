@@ -127,13 +127,15 @@ void VQ_LDRitzVectors::Fail(int status, const char* message) {
 void VQ_LDRitzVectors::ResolveError(VQ_SparseSolver* solver, int code) {
   switch (code) {
     case 0: return;
-    case -3: Fail(kStatusCancelled, kTextCancelled); return;
-    case -1:
+    case VQ_SparseSolver::kStatusCancelled: Fail(kStatusCancelled, kTextCancelled); return;
+    case VQ_SparseSolver::kStatusZeroPivot:
       Fail(kStatusInstability, kTextInstability);
       if (solver) instabilityEquation_ = solver->Get_DOFNumForInstability();
       return;
-    case -4:
-    case -5: Fail(kStatusNoMemory, kTextNoMemory); return;
+    case VQ_SparseSolver::kStatusOutOfMemory:
+    case VQ_SparseSolver::kStatusOutOfMemoryOutOfCore:
+      Fail(kStatusNoMemory, kTextNoMemory);
+      return;
     default: Fail(kStatusFailed, kTextFailed); return;
   }
 }

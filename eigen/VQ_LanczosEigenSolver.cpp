@@ -161,20 +161,22 @@ int VQ_LanczosEigenSolver::Factor(bool buckling, double sigma) {
 
   // Translate the solver's failure; the run ends with driver status −9.
   switch (status) {
-    case -1: {
+    case VQ_SparseSolver::kStatusZeroPivot: {
       int code = 0;
       std::string text;
       ei::LanczosDriverStatusText(ei::kLanczosInstability, code, text);
       result_.instabilityEquation = solver_->Get_DOFNumForInstability();
       return FailWith(ei::kLanczosFactorFailed, code, text);
     }
-    case -3:
-    case -4:
-    case -5: {
+    case VQ_SparseSolver::kStatusCancelled:
+    case VQ_SparseSolver::kStatusOutOfMemory:
+    case VQ_SparseSolver::kStatusOutOfMemoryOutOfCore: {
       int code = 0;
       std::string text;
-      ei::LanczosDriverStatusText(status == -3 ? ei::kLanczosCancelled : ei::kLanczosNoMemory, code,
-                                  text);
+      ei::LanczosDriverStatusText(status == VQ_SparseSolver::kStatusCancelled
+                                      ? ei::kLanczosCancelled
+                                      : ei::kLanczosNoMemory,
+                                  code, text);
       return FailWith(ei::kLanczosFactorFailed, code, text);
     }
     default: {
@@ -237,7 +239,8 @@ int VQ_LanczosEigenSolver::RunPass(bool buckling, double sigma, int requested, i
                       "ARPACK failed to Find Eigenvectors");
     case ei::ArpackResult::kOperatorFailed: {
       const int s = outcome.operatorStatus;
-      if (s == -4 || s == -5) return Fail(ei::kLanczosNoMemory);
+      if (s == VQ_SparseSolver::kStatusOutOfMemory || s == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore)
+        return Fail(ei::kLanczosNoMemory);
       std::string message;
       int code = ei::kStatusArpackFailed;
       solver_->GetSolverErrorInfo(message, code);

@@ -31,10 +31,6 @@ constexpr int kMaxIterations = 200;
 constexpr int kDefaultPasses = 1000;
 
 // Sparse-solver statuses met by the solve step.
-constexpr int kSolverZeroPivot = -1;
-constexpr int kSolverNegativePivots = -3;
-constexpr int kSolverNoMemory = -4;
-constexpr int kSolverNoMemoryOutOfCore = -5;
 
 using Clock = std::chrono::steady_clock;
 
@@ -527,7 +523,7 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     MapDecompositionResult(decomposition, solver);
     // With rigid-body modes allowed, an unshifted K that is singular is expected: nothing can be
     // found without a shift (the entry points then shift below zero and run again).
-    if (rigidBodyModesAllowed_ && appliedShift_ == 0.0 && decomposition == kSolverZeroPivot)
+    if (rigidBodyModesAllowed_ && appliedShift_ == 0.0 && decomposition == VQ_SparseSolver::kStatusZeroPivot)
       SetStatus(-21);
     return -1;
   }
@@ -560,9 +556,10 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     const int solved = solver->Solve();
     timings_.solves += SecondsSince(t);
     if (solved != 0) {
-      if (solved == kSolverNegativePivots)
+      if (solved == VQ_SparseSolver::kStatusCancelled)
         SetStatus(-2);
-      else if (solved == kSolverNoMemory || solved == kSolverNoMemoryOutOfCore)
+      else if (solved == VQ_SparseSolver::kStatusOutOfMemory ||
+               solved == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore)
         SetStatus(-1);
       else
         SetStatus(-9999);

@@ -9,7 +9,7 @@
 
 #include <mkl_service.h>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "sparse/internal/PardisoErrors.h"

@@ -43,6 +43,20 @@ struct PardisoArgs;
 
 class VQ_SparseSolver {
  public:
+  // What the operations return and GetLastErrorCode() reports; GetSolverErrorInfo() turns each
+  // into the library's registry code (in brackets).
+  enum Status : int {
+    kStatusOk = 0,
+    kStatusZeroPivot = -1,             // singular, or not positive definite when told to stop (-3)
+    kStatusNonSquare = -2,             // (-80)
+    kStatusCancelled = -3,             // (-2)
+    kStatusOutOfMemory = -4,           // in core (-81)
+    kStatusOutOfMemoryOutOfCore = -5,  // (-82)
+    kStatusInternalError = -6,         // any other PARDISO failure (-83)
+    kStatusNotFactorised = -7,         // a solve before any factorisation (-84)
+    kStatusNegativePivots = -8         // (-85)
+  };
+
   // Empty solver: matrix type -2, n = nrhs = 0, in core, solution in place.
   VQ_SparseSolver();
   // On K's arrays (n = K's rows). With B: nrhs = B's columns and B's data as right-hand sides;

@@ -2,7 +2,7 @@
 // matrix (upper triangle, 1-based compressed rows, diagonal first in every row).
 //
 // Ownership: the value, row pointer and column arrays live in reference-counted blocks
-// (internal/SharedArray.h) that shallow copies share. The base class's `data` is only a view of
+// (SharedArray.h) that shallow copies share. The base class's `data` is only a view of
 // the value block; the object keeps the base's `shallow` mark set so that no base-class path ever
 // frees that view, and clears the view itself before the block changes.
 

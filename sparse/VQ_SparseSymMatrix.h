@@ -44,7 +44,7 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
 #include "dense/VQ_SymMatrix.h"
-#include "sparse/internal/SharedArray.h"
+#include "sparse/SharedArray.h"
 
 class VQMATH_DENSE_API VQ_SparseSymMatrix : public VQ_SymMatrix {
  public:

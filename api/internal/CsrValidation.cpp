@@ -4,7 +4,7 @@
 #include <cmath>
 #include <string>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 
 namespace vqmath {
 namespace internal {

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "dense/VQ_Matrix.h"
 #include "vqmath.h"
 

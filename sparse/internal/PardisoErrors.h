@@ -5,21 +5,21 @@
 // callers that need to tell them apart keep the raw number as well (VQ_SparseSolver does).
 #pragma once
 
+#include "sparse/VQ_SparseSolver.h"
+
 namespace vqmath {
 namespace internal {
 
-// Statuses of VQ_SparseSolver (its GetLastErrorCode()).
-enum SparseSolverStatus : int {
-  kSolverOk = 0,
-  kSolverZeroPivot = -1,           // singular or not positive definite; registry -3
-  kSolverNonSquare = -2,           // registry -80
-  kSolverCancelled = -3,           // registry -2
-  kSolverOutOfMemory = -4,         // registry -81
-  kSolverOutOfMemoryOoc = -5,      // registry -82
-  kSolverInternal = -6,            // any other PARDISO failure; registry -83
-  kSolverNotFactorised = -7,       // Solve() before a decomposition; registry -84
-  kSolverNegativePivots = -8       // registry -85
-};
+// The statuses of VQ_SparseSolver (VQ_SparseSolver::Status) by the names the sparse folder uses.
+constexpr int kSolverOk = VQ_SparseSolver::kStatusOk;
+constexpr int kSolverZeroPivot = VQ_SparseSolver::kStatusZeroPivot;
+constexpr int kSolverNonSquare = VQ_SparseSolver::kStatusNonSquare;
+constexpr int kSolverCancelled = VQ_SparseSolver::kStatusCancelled;
+constexpr int kSolverOutOfMemory = VQ_SparseSolver::kStatusOutOfMemory;
+constexpr int kSolverOutOfMemoryOoc = VQ_SparseSolver::kStatusOutOfMemoryOutOfCore;
+constexpr int kSolverInternal = VQ_SparseSolver::kStatusInternalError;
+constexpr int kSolverNotFactorised = VQ_SparseSolver::kStatusNotFactorised;
+constexpr int kSolverNegativePivots = VQ_SparseSolver::kStatusNegativePivots;
 
 // Message for a PARDISO error number ("Unclassified Error" for numbers outside the table).
 const char* PardisoErrorMessage(int pardisoError);

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "api/internal/DirectSolverSettings.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "api/internal/SystemHandles.h"
 #include "models/CsrMatrix.h"
 #include "models/SolidModel.h"

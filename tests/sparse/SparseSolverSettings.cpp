@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/internal/PardisoErrors.h"
 #include "sparse/internal/PardisoReports.h"

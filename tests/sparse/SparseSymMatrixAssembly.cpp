@@ -11,7 +11,7 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"
-#include "sparse/internal/SharedArray.h"
+#include "sparse/SharedArray.h"
 #include "support/SparseSymMatrixSupport.h"
 
 using namespace vqtest;

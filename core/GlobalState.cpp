@@ -1,6 +1,6 @@
 // Process-wide registry and settings, and the small platform services the library shares
 // (environment writes, GUIDs, processor count).
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -85,6 +85,11 @@ int SetEnvInt(const char* name, int value) {
   char text[16];
   std::snprintf(text, sizeof text, "%d", value);
   return SetEnv(name, text);
+}
+
+int SetOocMaxCoreSize(int mb) {
+  settings().oocMaxCoreSize = mb;
+  return SetEnvInt("MKL_PARDISO_OOC_MAX_CORE_SIZE", mb);
 }
 
 int ProcessorCount() {

@@ -10,7 +10,7 @@
 // the byte count does not fit the address space), and the caller turns that into its status.
 // The payload starts on a 64-byte boundary so that MKL kernels get aligned arrays.
 //
-// Internal header: hosts never include it.
+// Installed with VQ_SparseSymMatrix.h, whose members it types; hosts have no other use for it.
 #pragma once
 
 #include <cstddef>

@@ -87,6 +87,10 @@ std::string NewOocPath();
 int SetEnv(const char* name, const char* value);
 int SetEnvInt(const char* name, int value);
 
+// Remembers mb as the out-of-core core size and publishes it as MKL_PARDISO_OOC_MAX_CORE_SIZE;
+// the result of the environment write.
+int SetOocMaxCoreSize(int mb);
+
 // Number of processors the operating system reports online.
 int ProcessorCount();
 

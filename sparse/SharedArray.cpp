@@ -1,4 +1,4 @@
-#include "sparse/internal/SharedArray.h"
+#include "sparse/SharedArray.h"
 
 namespace vqmath {
 namespace internal {
