@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vqmath.h"
+
+// Referenced weakly, like the entry points: vqsolve also runs against a library without them.
+#pragma weak VQ_SetSingularPivotRatio
+#pragma weak VQ_GetSingularPivotRatio
+
 namespace vqsolve {
 
 using vqmath::models::CsrMatrix;
@@ -21,7 +27,12 @@ SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& o
     DirectOptions o = options;
     o.matrixType = -2;
     o.diagonals = false;
+    // Only the inertia is wanted: a shift next to an eigenvalue is no failure here, so the
+    // library's pivot test is off for this factorisation.
+    const double ratio = VQ_SetSingularPivotRatio ? VQ_GetSingularPivotRatio() : 0.0;
+    if (VQ_SetSingularPivotRatio) VQ_SetSingularPivotRatio(0.0);
     const DirectResult r = FactorForInertia(shifted, o);
+    if (VQ_SetSingularPivotRatio) VQ_SetSingularPivotRatio(ratio);
     c.code = r.code;
     c.seconds = r.seconds;
     // An indefinite K − σB solves with warning -85: the counts are what we are after.
