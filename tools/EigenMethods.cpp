@@ -194,6 +194,8 @@ double BucklingShift(const Pencil& pencil, const EigenRequest& request)
         if (gii > 0.0 && kii > 0.0 && (sigma == 0.0 || kii / gii < sigma)) sigma = kii / gii;
     }
     if (sigma <= 0.0) return 1.0;
+    // Just below that ratio: exactly at it K − σKg has a zero diagonal entry (singular).
+    sigma *= 1.0 - 1e-9;
     DirectOptions options;
     options.outOfCoreMode = request.outOfCoreMode;
     options.workingDirectory = request.workingDirectory;

@@ -6,6 +6,10 @@
 #include <chrono>
 #include <cmath>
 
+#include "vqmath.h"
+
+// Referenced weakly, like the entry points: vqsolve also runs against a library without them.
+
 namespace vqsolve {
 
 using vqmath::models::CsrMatrix;
@@ -102,6 +106,9 @@ double UpperBoundFor(const Pencil& pencil, int count, double lowerBound, const D
         const double bii = pencil.b ? pencil.b->values[pencil.b->rowPointers[i] - 1] : (*pencil.diagonal)[i];
         if (bii > 0.0 && kii > 0.0 && (sigma == 0.0 || kii / bii < sigma)) sigma = kii / bii;
     }
+    // Just above that ratio: exactly at it K − σB has a zero diagonal entry, which the library
+    // reports as singular.
+    sigma *= 1.0 + 1e-9;
     if (sigma <= 0.0) sigma = 1.0;
     sigma = std::max(sigma, lowerBound + std::fabs(lowerBound) * 1e-3 + 1e-12);
     double previous = lowerBound;
