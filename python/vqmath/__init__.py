@@ -151,7 +151,8 @@ class ModesResult:
     sturm_count : int or None
         Eigenvalues the Sturm sequence counts in the range of those found (None: not checked).
     sturm_passed : bool or None
-        sturm_count equals the number found.
+        No eigenvalue was missed: sturm_count equals the number found, or the extra ones equal
+        the highest found (k ended inside a cluster of equal eigenvalues; see notes).
     sturm_shifts : tuple of float
         The shifts sigma whose factorisations K - sigma M gave the count.
     participation, effective_mass : ndarray or None
@@ -238,6 +239,8 @@ def as_matrix(A, name: str = "matrix") -> Matrix:
             if A.ndim != 2 or A.shape[0] != A.shape[1]:
                 raise ValueError(f"{name} must be square, got shape {A.shape}")
             n = A.shape[0]
+            if n == 0:
+                raise ValueError(f"{name} is empty")
             fmt = A.format
             if fmt not in ("csr", "csc", "coo"):
                 warnings.warn(f"{name}: {fmt.upper()} format converted to COO first",
@@ -484,10 +487,21 @@ def _finish(Km, Bm, values, shapes, *, method, o, verify, bounded, direction, re
         shifts = (hi,)
         if bounded:
             lo = _beside(float(values[0]), -1, scale)
-            count -= _count(Km, Bm, lo, s)
+            count_lo = _count(Km, Bm, lo, s)
+            count -= count_lo
             shifts = (lo, hi)
+        passed = count == len(values)
+        if count > len(values):
+            # k may end inside a cluster of equal eigenvalues: the ones left out equal the
+            # highest found and are not missed when none lies below the cluster.
+            top = _beside(float(values[-1]), -1, scale)
+            inside = int(np.sum(values < top))
+            below = _count(Km, Bm, top, s) - (count_lo if bounded else 0)
+            if below == inside:
+                passed = True
+                result.notes.append(f"{count - len(values)} more eigenvalues equal the highest found")
         result.sturm_count, result.sturm_shifts = count, shifts
-        result.sturm_passed = count == len(values)
+        result.sturm_passed = passed
         if not result.sturm_passed:
             warnings.warn(f"Sturm check: {count} eigenvalues lie in the range of the "
                           f"{len(values)} found", SturmWarning, stacklevel=3)
@@ -519,10 +533,11 @@ def _check_common(method, k, n, tol, direction):
 
 
 def _select(values, shapes, k, lower, upper):
-    keep = (values >= lower) & (values <= upper)
-    values = values[keep][:k]
-    shapes = shapes[:, keep][:, :k] if shapes is not None else None
-    return values, shapes
+    keep = np.flatnonzero((values >= lower) & (values <= upper))[:k]
+    if keep.size == 0 or keep[-1] - keep[0] + 1 == keep.size:
+        # A run of columns: views of the arrays the library wrote, no copy.
+        keep = slice(keep[0], keep[-1] + 1) if keep.size else slice(0, 0)
+    return values[keep], (shapes[:, keep] if shapes is not None else None)
 
 
 def modes(K, M, k: int = 10, *, method: str = "lanczos", shift: Optional[float] = None,
@@ -619,7 +634,7 @@ def modes(K, M, k: int = 10, *, method: str = "lanczos", shift: Optional[float] 
     result = _finish(Km, Mm, values, shapes, method=method, o=o, verify=verify and method != "ritz",
                      bounded=bounded, direction=direction, residual=residual,
                      vectors_wanted=return_eigenvectors, s=s)
-    result.notes = notes
+    result.notes[:0] = notes
     return result
 
 
