@@ -87,7 +87,10 @@ def child(case, size, modes):
 
 
 def run_case(case, size, modes, threads, limit):
-    env = dict(os.environ, MKL_NUM_THREADS=str(threads), OMP_NUM_THREADS=str(threads))
+    # Idle OpenMP threads sleep instead of spinning, so that other work on the machine cannot
+    # stretch every barrier of the factorisations by whole time slices.
+    env = dict(os.environ, MKL_NUM_THREADS=str(threads), OMP_NUM_THREADS=str(threads),
+               OMP_WAIT_POLICY="passive")
     command = [sys.executable, os.path.abspath(__file__), "--child", case, "--size", str(size),
                "--modes", str(modes)]
     try:
@@ -123,7 +126,8 @@ def main():
 
     lines = [f"# vqmath.modes against scipy eigsh ({datetime.date.today()}, {platform.node()})", "",
              f"{a.modes} lowest modes of generated clamped solids (lumped mass); MKL/OpenMP threads "
-             f"{a.threads} for vqmath (SuperLU inside eigsh is sequential); Python "
+             f"{a.threads} for vqmath with OMP_WAIT_POLICY=passive (SuperLU inside eigsh is "
+             f"sequential); Python "
              f"{platform.python_version()}, numpy {np.__version__}, scipy "
              f"{__import__('scipy').__version__}; CPUs {os.cpu_count()}. Peak memory: what the "
              "solution added to the resident set after the model was built. Load average "

@@ -77,6 +77,20 @@ Outcome SturmCount(const UpperCsr& k, const UpperCsr& b, double sigma, const Cal
                    int* count)
 {
     ScopedSettings scope(settings);
+#if defined(VQPY_HAVE_VQ_SturmCount) && defined(VQPY_HAVE_VQ_SturmCount2)
+    int counted = 0;
+    const int code =
+        b.IsDiagonal()
+            ? VQ_SturmCount(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                            b.Diagonal().data(), sigma, &counted)
+            : VQ_SturmCount2(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                             b.rowPointers.data(), b.columnIndices.data(), b.values.data(), sigma,
+                             &counted);
+    Outcome o = ReadRegistry(code);
+    *count = counted;
+    return o;
+#else
+    // The inertia of one factorisation of K - sigma B through the direct solver.
     const UpperCsr shifted = Shifted(k, b, sigma);
     std::vector<double> x(static_cast<size_t>(k.n), 0.0);
     const int code = VQ_DirectSparseSolver(
@@ -88,6 +102,36 @@ Outcome SturmCount(const UpperCsr& k, const UpperCsr& b, double sigma, const Cal
     if (o.code == -85) o.code = 0;
     *count = o.negativePivots;
     return o;
+#endif
+}
+
+bool EffectiveMassAvailable()
+{
+#if defined(VQPY_HAVE_VQ_EffectiveMass) && defined(VQPY_HAVE_VQ_EffectiveMass2)
+    return true;
+#else
+    return false;
+#endif
+}
+
+Outcome EffectiveMass(const UpperCsr& m, int modes, const double* shapes, const double* direction,
+                      double* participation, double* fraction)
+{
+#if defined(VQPY_HAVE_VQ_EffectiveMass) && defined(VQPY_HAVE_VQ_EffectiveMass2)
+    const int code =
+        m.IsDiagonal()
+            ? VQ_EffectiveMass(m.n, modes, shapes, m.Diagonal().data(), direction, participation,
+                               fraction)
+            : VQ_EffectiveMass2(m.n, modes, shapes, m.rowPointers.data(), m.columnIndices.data(),
+                                m.values.data(), direction, participation, fraction);
+    return ReadRegistry(code);
+#else
+    (void)m, (void)modes, (void)shapes, (void)direction, (void)participation, (void)fraction;
+    Outcome o;
+    o.code = -9999;
+    o.message = "effective mass is not available in this build of the library";
+    return o;
+#endif
 }
 
 void Multiply(const UpperCsr& a, const double* x, double* y, int ncols)

@@ -70,6 +70,13 @@ Outcome Eigen(const EigenCall& call, const UpperCsr& k, const UpperCsr& b, doubl
 Outcome SturmCount(const UpperCsr& k, const UpperCsr& b, double sigma, const CallSettings& settings,
                    int* count);
 
+// Participation factors and effective-mass fractions of `modes` mode shapes (n x modes,
+// column-major) in the direction r: phi^T M r / phi^T M phi and (phi^T M r)^2 / (phi^T M phi) /
+// (r^T M r). Available when the library offers it (EffectiveMassAvailable()).
+bool EffectiveMassAvailable();
+Outcome EffectiveMass(const UpperCsr& m, int modes, const double* shapes, const double* direction,
+                      double* participation, double* fraction);
+
 // Y = A X for ncols columns (column-major).
 void Multiply(const UpperCsr& a, const double* x, double* y, int ncols);
 

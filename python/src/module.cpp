@@ -230,6 +230,24 @@ PYBIND11_MODULE(_core, m)
           },
           py::arg("k"), py::arg("b"), py::arg("sigma"), py::arg("settings"));
 
+    if (EffectiveMassAvailable())
+        m.def("effective_mass",
+              [](const UpperCsr& mass, py::array_t<double, py::array::f_style | py::array::forcecast> shapes,
+                 const Doubles& direction) {
+                  if (shapes.ndim() != 2 || shapes.shape(0) != mass.n || direction.size() != mass.n)
+                      throw InputError("mode shapes and direction must have n rows");
+                  const int modes = static_cast<int>(shapes.shape(1));
+                  py::array_t<double> participation(modes), fraction(modes);
+                  const double* ps = shapes.data();
+                  const double* pd = direction.data();
+                  double* pp = participation.mutable_data();
+                  double* pf = fraction.mutable_data();
+                  const Outcome o =
+                      Unlocked([&] { return EffectiveMass(mass, modes, ps, pd, pp, pf); });
+                  return py::make_tuple(participation, fraction, o);
+              },
+              py::arg("m"), py::arg("shapes"), py::arg("direction"));
+
     m.def("solid_model",
           [](int equations, bool consistent) {
               auto p = vqmath::models::SolidModel::ForEquations(equations);

@@ -411,6 +411,11 @@ def effective_mass(vectors: np.ndarray, M, direction) -> Tuple[np.ndarray, np.nd
     total = float(r @ Mr)
     if total <= 0.0:
         raise ValueError("the direction carries no mass")
+    if hasattr(_core, "effective_mass"):
+        participation, fraction, o = _core.effective_mass(Mm, vectors, r)
+        if o.code != 0:
+            _raise(o)
+        return participation, fraction
     MV = Mm.multiply(vectors)
     generalized = np.einsum("ij,ij->j", vectors, MV)
     coupling = vectors.T @ Mr

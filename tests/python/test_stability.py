@@ -64,3 +64,23 @@ def test_results_own_their_buffers(solid):
     del A
     gc.collect()
     assert rp[0] == 1   # the view keeps its matrix alive
+
+
+def test_ctrl_c_during_a_solve_raises_keyboard_interrupt():
+    # The solve runs without the GIL; SIGINT must end in KeyboardInterrupt, not a crash.
+    import signal
+    import subprocess
+    import time
+    script = ("import vqmath\n"
+              "K, m, _ = vqmath.solid_model(6000)\n"
+              "print('ready', flush=True)\n"
+              "for _ in range(50):\n"
+              "    vqmath.modes(K, m, 10, verify=False)\n")
+    child = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE, text=True)
+    assert child.stdout.readline().strip() == "ready"
+    time.sleep(0.5)
+    child.send_signal(signal.SIGINT)
+    _, err = child.communicate(timeout=300)
+    # An uncaught KeyboardInterrupt ends Python by SIGINT (-2) after printing its traceback.
+    assert child.returncode in (1, -signal.SIGINT) and "KeyboardInterrupt" in err
