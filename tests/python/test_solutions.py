@@ -150,3 +150,18 @@ def test_sturm_check_accepts_k_ending_inside_a_pair(solid):
     K, lumped, _ = solid
     r = vqmath.modes(K, lumped, 1)   # the lowest eigenvalue of the square bar is double
     assert r.sturm_count == 2 and r.sturm_passed and r.notes
+
+
+@pytest.mark.parametrize("settings", [
+    vqmath.Settings(threads=1),
+    vqmath.Settings(out_of_core=1),
+    vqmath.Settings(out_of_core=2, core_size=64),
+], ids=["one thread", "out of core when needed", "always out of core"])
+def test_settings_of_a_call_give_the_same_results(solid, settings, tmp_path):
+    K, lumped, _ = solid
+    settings = vqmath.Settings(settings.threads, settings.out_of_core, settings.core_size,
+                               str(tmp_path))
+    F = np.arange(K.shape[0], dtype=float)
+    np.testing.assert_allclose(vqmath.solve(K, F, settings=settings), vqmath.solve(K, F), rtol=1e-10)
+    r = vqmath.modes(K, lumped, 3, settings=settings)
+    np.testing.assert_allclose(r.eigenvalues, vqmath.modes(K, lumped, 3).eigenvalues, rtol=1e-10)
