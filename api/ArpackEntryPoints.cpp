@@ -98,6 +98,7 @@ int Run(const Call& c, Driver driver, const std::string& workingDirectory) {
     p.matrixType = vi::settings().solverMatrixType;
     p.workingDirectory = workingDirectory.c_str();
     p.verbose = c.verbose;
+    p.verify = vi::settings().eigenVerification;
 
     VQ_LanczosEigenSolver solver(p);
     switch (driver) {
@@ -106,6 +107,7 @@ int Run(const Call& c, Driver driver, const std::string& workingDirectory) {
       case Driver::kIncrementalBuckling: solver.SolveBucklingModesIncrementally(); break;
     }
     const VQ_LanczosResult& r = solver.Result();
+    if (r.warning != 0) VQ_ResolveWarning(r.warning);
     if (r.status == 0) return 0;
     vi::SetError(r.status, r.message.c_str());
     if (r.status == -3) vi::registry().instabilityDof = r.instabilityEquation;

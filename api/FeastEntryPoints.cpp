@@ -56,6 +56,7 @@ int VQ_EigenvalueAnalysis_ExtendedSolver(int n, int nev, const int* kRowPointers
       return -1;
     }
     ApplyHostFeastParameters(*solver);
+    solver->SetVerification(vi::settings().eigenVerification);
 
     const bool store = storeVectors != 0 && modeShapes;
     std::vector<double> values;
@@ -68,6 +69,11 @@ int VQ_EigenvalueAnalysis_ExtendedSolver(int n, int nev, const int* kRowPointers
       }
     }
     int status = solver->SolveSystem(emin, emax, nev, values, vectors, store, kSubIntervals);
+    if (solver->GetWarningCode() != 0) VQ_ResolveWarning(solver->GetWarningCode());
+    if (status == -64) {
+      vi::SetError(status, solver->GetSolverStatusMessage().c_str());
+      return status;
+    }
     if (status != 0 && status != -22) return vi::RecordSolverStatus(status, -1);
     int copied = vi::CopyEigenResults(n, nev, static_cast<int>(values.size()), values.data(),
                                       store ? &vectors : nullptr, eigenvalues,

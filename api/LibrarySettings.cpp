@@ -4,6 +4,8 @@
 #include <algorithm>
 
 #include "api/internal/GlobalState.h"
+#include "core/MklCodePath.h"
+#include <cstring>
 #include "vqmath.h"
 
 using vqmath::internal::settings;
@@ -200,6 +202,16 @@ void VQ_GetMKLVersion(int* major, int* minor, int* update, int* buildDate, int* 
   if (update) *update = 1;
   if (buildDate) *buildDate = 20171007;
   if (number) *number = 20180001;
+}
+
+int VQ_GetMKLCodePath(char* text, int size) {
+  const std::string path = vqmath::MklCodePath();
+  if (text && size > 0) {
+    const size_t n = std::min(path.size(), static_cast<size_t>(size - 1));
+    std::memcpy(text, path.data(), n);
+    text[n] = '\0';
+  }
+  return static_cast<int>(path.size());
 }
 
 void VQ_GetMathLibVersion(int* major, int* minor, int* patch, int* build, int* date) {

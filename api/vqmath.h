@@ -113,6 +113,15 @@ void VQ_Initialize_RitzVectorsParams(void);
 
 /* Math-library version the library was built against: major, minor, update, build date, number. */
 void VQ_GetMKLVersion(int* major, int* minor, int* update, int* buildDate, int* number /* out */);
+/* The code path MKL runs in this process, as MKL describes it (for example "Intel(R) Advanced
+   Vector Extensions 2 (Intel(R) AVX2) enabled processors"; "Intel(R) Architecture processors" for
+   its generic kernels). On AMD processors MKL 2020 runs its generic kernels unless told the
+   processor qualifies; the library tells it so, and MKL then uses the AVX2/AVX-512 kernels the
+   processor supports (about twice the dense and factorisation speed on AVX-512 processors).
+   VQMATH_MKL_FAST_PATH=0 in the environment before the first MKL call keeps MKL's vendor check.
+   Writes at most size - 1 characters and a terminating zero into text (may be null); returns the
+   length of the full description. */
+int VQ_GetMKLCodePath(char* text /* out: size */, int size /* in */);
 /* The library's own version: 1, 1, 0, 9, 20170603. */
 void VQ_GetMathLibVersion(int* major, int* minor, int* patch, int* build, int* date /* out */);
 
@@ -707,6 +716,48 @@ void VQ_SetParameterCA(int key /* in */, int count /* in */, const char* const* 
 int VQ_GetResultsIA(int key /* in */, int count /* in */, int* values /* out: count */);
 int VQ_GetResultsDA(int key /* in */, int count /* in */, double* values /* out: count */);
 int VQ_GetResultsLA(int key /* in */, int count /* in */, int* values /* out: count */);
+
+/* ============================================================================================ */
+/* Verification of eigen solutions                                                              */
+/* ============================================================================================ */
+
+/* Number of eigenvalues of K phi = lambda M phi below sigma, from the inertia of K - sigma M
+   (its negative pivots, one factorisation): with M positive semi-definite every eigenvalue below
+   sigma; for a positive definite K and sigma > 0, those in (0, sigma). M as its diagonal. Uses the
+   library's out-of-core mode and working directory. Returns 0, -64 for malformed input, or the
+   factorisation's code (-3 singular at sigma, with the instability DOF). */
+int VQ_SturmCount(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                  const int* kColumnIndices /* in */, const double* kValues /* in */,
+                  const double* massDiagonal /* in: n */, double sigma /* in */,
+                  int* count /* out */);
+/* The same with M sparse (upper triangle, compressed rows, 1-based). */
+int VQ_SturmCount2(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                   const int* kColumnIndices /* in */, const double* kValues /* in */,
+                   const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+                   const double* mValues /* in */, double sigma /* in */, int* count /* out */);
+/* Participation factors Gamma_i = phi_i' M r / (phi_i' M phi_i) and effective-mass fractions
+   (phi_i' M r)^2 / (phi_i' M phi_i) / (r' M r) of nModes mode shapes along the direction r; M as
+   its diagonal. Either output may be null. Returns 0, -64 for malformed input or a mass that shows
+   itself not positive semi-definite, -7 when r' M r = 0 or a mode carries no mass. */
+int VQ_EffectiveMass(int n /* in */, int nModes /* in */,
+                     const double* modeShapes /* in: n*nModes column-major */,
+                     const double* massDiagonal /* in: n */, const double* direction /* in: n */,
+                     double* participation /* out: nModes, may be null */,
+                     double* effectiveMassFraction /* out: nModes, may be null */);
+/* The same with M sparse. */
+int VQ_EffectiveMass2(int n /* in */, int nModes /* in */,
+                      const double* modeShapes /* in: n*nModes column-major */,
+                      const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+                      const double* mValues /* in */, const double* direction /* in: n */,
+                      double* participation /* out: nModes, may be null */,
+                      double* effectiveMassFraction /* out: nModes, may be null */);
+/* Process-wide switch, off at load: when on, the Lanczos (ARPACK) natural-mode and FEAST entry
+   points count the eigenvalues from the lowest they claim to just above the highest they
+   returned; a missed eigenvalue leaves warning -23, values that are not eigenvalues (a mass that
+   is not positive semi-definite) end the run with -64 and a message saying so. Values other than
+   0 and 1 are ignored. */
+void VQ_SetEigenVerification(int on /* in: 0 off (default), 1 on */);
+int VQ_GetEigenVerification(void);
 
 #ifdef __cplusplus
 }

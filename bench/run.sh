@@ -156,6 +156,9 @@ name_of() { echo "solid$(( ($1 + 500) / 1000 ))k"; }
 # ---- machine rate and models ------------------------------------------------------------------
 log "dgemm rate"
 measure probe dgemm start 120 -- "$peers/bench_dgemm_rate"
+# The same product on MKL's generic kernels (what MKL runs on AMD processors unless told the
+# processor qualifies): the gain of the fast code path, which every MKL-based program here has.
+measure probe dgemm generic 120 --env VQMATH_MKL_FAST_PATH=0 -- "$peers/bench_dgemm_rate"
 log "models"
 for s in "${size_list[@]}"; do
   measure models "$(name_of "$s")" default 300 -- "$peers/bench_write_models" --out "$data" --name "$(name_of "$s")" --solid "$s"

@@ -12,7 +12,10 @@
 #include "api/internal/GlobalState.h"
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
+#include "eigen/VQ_ModalMass.h"
+#include "eigen/VQ_SturmSequenceCheck.h"
 #include "eigen/internal/FeastMessages.h"
+#include "sparse/VQ_InertiaCount.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 
 namespace vi = vqmath::internal;
@@ -33,6 +36,7 @@ constexpr int kFeastBadOrder = 202;
 // Subspace growth: at most this many FEAST calls per sub-interval.
 constexpr int kMaxFeastCalls = 5;
 constexpr int kStatusPartial = -22;
+constexpr int kWarningEigenvalueMissed = -23;
 
 }  // namespace
 
@@ -141,7 +145,10 @@ VQ_ExtendedEigenSparseSolver::VQ_ExtendedEigenSparseSolver(
       ownedColumnIndices_(other.ownedColumnIndices_),
       ownedValues_(other.ownedValues_),
       feastCalls_(other.feastCalls_),
-      lastM0_(other.lastM0_) {
+      lastM0_(other.lastM0_),
+      verify_(other.verify_),
+      warningCode_(other.warningCode_),
+      sturmCount_(other.sturmCount_) {
   std::memcpy(fpm_, other.fpm_, sizeof fpm_);
   std::memcpy(userParams_, other.userParams_, sizeof userParams_);
   RepointOwnedB();
@@ -170,6 +177,9 @@ VQ_ExtendedEigenSparseSolver& VQ_ExtendedEigenSparseSolver::operator=(
   ownedValues_ = other.ownedValues_;
   feastCalls_ = other.feastCalls_;
   lastM0_ = other.lastM0_;
+  verify_ = other.verify_;
+  warningCode_ = other.warningCode_;
+  sturmCount_ = other.sturmCount_;
   RepointOwnedB();
   return *this;
 }
@@ -342,6 +352,39 @@ int VQ_ExtendedEigenSparseSolver::Solve(double lo, double hi, int requested,
 int VQ_ExtendedEigenSparseSolver::SolveSystem(double Emin, double Emax, int requested,
                                               std::vector<double>& values, VQ_Matrix& vectors,
                                               bool storeVectors, int intervals) {
+  warningCode_ = 0;
+  sturmCount_ = -1;
+  const int status = SearchIntervals(Emin, Emax, requested, values, vectors, storeVectors, intervals);
+  if (status != 0 && status != kStatusPartial) return status;
+  return VerifyFound(Emin, values, storeVectors ? vectors.GetDataPointer() : nullptr, status);
+}
+
+int VQ_ExtendedEigenSparseSolver::VerifyFound(double Emin, std::vector<double>& values,
+                                              const double* modeShapes, int status) {
+  if (!verify_ || values.empty()) return status;
+  const int count = static_cast<int>(values.size());
+  VQ_InertiaCount counter(order_, kRowPointers_, kColumnIndices_, kValues_, bRowPointers_,
+                          bColumnIndices_, bValues_);
+  counter.SetOutOfCoreMode(Get_iParm(59));  // the out-of-core mode this solver factors with
+  counter.SetWorkingDirectory(workingDirectory_);
+  VQ_ModalMass mass(order_, bRowPointers_, bColumnIndices_, bValues_);
+  VQ_SturmSequenceCheck check(counter, &mass);
+  check.SetSparseMass(bRowPointers_, bValues_);
+  const VQ_SturmCheckOutcome outcome = check.Check(values.data(), count, Emin, modeShapes);
+  if (outcome.done) sturmCount_ = outcome.counted;
+  if (outcome.status != 0) {
+    values.clear();  // nothing found is an eigenvalue
+    statusMessage_ = outcome.message;
+    status_ = static_cast<STATE_STATUS>(outcome.status);
+    return outcome.status;
+  }
+  if (outcome.missed) warningCode_ = kWarningEigenvalueMissed;
+  return status;
+}
+
+int VQ_ExtendedEigenSparseSolver::SearchIntervals(double Emin, double Emax, int requested,
+                                                  std::vector<double>& values, VQ_Matrix& vectors,
+                                                  bool storeVectors, int intervals) {
   status_ = MATLIBDLLCOMMONS::STATUS_OK;
   statusMessage_.clear();
   feastCalls_ = 0;

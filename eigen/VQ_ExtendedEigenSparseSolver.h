@@ -100,7 +100,19 @@ class VQ_ExtendedEigenSparseSolver : public VQ_SparseSolver {
   int GetLastSubspaceSize() const { return lastM0_; }
   int Order() const { return order_; }
 
+  // ---- verification -----------------------------------------------------------------------------
+  // When on, SolveSystem counts the eigenvalues of K − σ·B from Emin to just above the highest
+  // one found (VQ_SturmSequenceCheck): a missed one sets warning −23 (GetWarningCode); values that
+  // are not eigenvalues (B not positive semi-definite) fail with −64 and are dropped.
+  void SetVerification(bool on) { verify_ = on; }
+  int GetWarningCode() const { return warningCode_; }
+  // Eigenvalues the verification counted (−1 when it did not run).
+  int GetSturmCount() const { return sturmCount_; }
+
  private:
+  int SearchIntervals(double Emin, double Emax, int requested, std::vector<double>& values,
+                      VQ_Matrix& vectors, bool storeVectors, int intervals);
+  int VerifyFound(double Emin, std::vector<double>& values, const double* modeShapes, int status);
   void Setup(const char* workingDirectory);
   void SetDefaultUserParameters();
   void UseDiagonalB(const double* diagonal);
@@ -132,6 +144,10 @@ class VQ_ExtendedEigenSparseSolver : public VQ_SparseSolver {
 
   int feastCalls_ = 0;
   int lastM0_ = 0;
+
+  bool verify_ = false;
+  int warningCode_ = 0;
+  int sturmCount_ = -1;
 };
 
 #endif  // VQMATH_EIGEN_VQ_EXTENDEDEIGENSPARSESOLVER_H

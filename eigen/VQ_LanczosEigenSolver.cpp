@@ -15,6 +15,9 @@
 #include "eigen/internal/ArpackDriver.h"
 #include "eigen/internal/ArpackMessages.h"
 #include "eigen/internal/ArpackOperators.h"
+#include "eigen/VQ_ModalMass.h"
+#include "eigen/VQ_SturmSequenceCheck.h"
+#include "sparse/VQ_InertiaCount.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 
@@ -262,6 +265,41 @@ void VQ_LanczosEigenSolver::Deliver(int count, const double* values, const doubl
                 sizeof(double) * static_cast<size_t>(problem_.n) * static_cast<size_t>(count));
 }
 
+// ---- verification ------------------------------------------------------------------------------
+
+int VQ_LanczosEigenSolver::Verify(bool buckling, int count, const double* values,
+                                  const double* vectors) {
+  if (!problem_.verify || buckling || count <= 0) return 0;
+  const int n = problem_.n;
+  const bool sparse = problem_.bRowPointers != nullptr;
+  std::unique_ptr<VQ_InertiaCount> counter(
+      sparse ? new VQ_InertiaCount(n, problem_.kRowPointers, problem_.kColumnIndices,
+                                   problem_.kValues, problem_.bRowPointers,
+                                   problem_.bColumnIndices, problem_.bValues)
+             : new VQ_InertiaCount(n, problem_.kRowPointers, problem_.kColumnIndices,
+                                   problem_.kValues, problem_.bDiagonal));
+  counter->SetOutOfCoreMode(problem_.oocMode);
+  if (problem_.workingDirectory) counter->SetWorkingDirectory(problem_.workingDirectory);
+  std::unique_ptr<VQ_ModalMass> mass(
+      sparse ? new VQ_ModalMass(n, problem_.bRowPointers, problem_.bColumnIndices, problem_.bValues)
+             : new VQ_ModalMass(n, problem_.bDiagonal));
+  VQ_SturmSequenceCheck check(*counter, mass.get());
+  if (sparse)
+    check.SetSparseMass(problem_.bRowPointers, problem_.bValues);
+  else
+    check.SetMassDiagonal(problem_.bDiagonal);
+  const VQ_SturmCheckOutcome outcome = check.Check(values, count, problem_.shift, vectors);
+  if (outcome.done) result_.sturmCount = outcome.counted;
+  if (outcome.status != 0) {
+    // Nothing delivered is an eigenvalue: take it back.
+    if (problem_.eigenvalues) std::memset(problem_.eigenvalues, 0, sizeof(double) * count);
+    Deliver(0, nullptr, nullptr);
+    return FailWith(ei::kLanczosArpackFailed, outcome.status, outcome.message);
+  }
+  if (outcome.missed) result_.warning = -23;
+  return 0;
+}
+
 // ---- single-pass drivers -----------------------------------------------------------------------
 
 int VQ_LanczosEigenSolver::SolveSingle(bool buckling) {
@@ -297,6 +335,9 @@ int VQ_LanczosEigenSolver::SolveSingle(bool buckling) {
       return Fail(ei::kLanczosBucklingFactorNearZero);
 
     Deliver(pass.count, pass.values.data(), wantVectors ? pass.vectors.data() : nullptr);
+    status = Verify(buckling, pass.count, pass.values.data(),
+                    wantVectors ? pass.vectors.data() : nullptr);
+    if (status != 0) return status;
     if (pass.partial) {
       return FailWith(ei::kLanczosPartial, ei::kStatusPartial, ei::kTextNotAllFound);
     }
@@ -492,6 +533,9 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
                     &modes[static_cast<size_t>(order[i]) * un], sizeof(double) * un);
     }
     Deliver(count, outValues.data(), wantVectors ? outModes.data() : nullptr);
+    const int verified =
+        Verify(buckling, count, outValues.data(), wantVectors ? outModes.data() : nullptr);
+    if (verified != 0) return verified;
     if (count < wanted) return Fail(ei::kLanczosNotAllFound);
     result_.driverStatus = 0;
     return 0;

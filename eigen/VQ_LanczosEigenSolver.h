@@ -104,6 +104,10 @@ struct VQ_LanczosProblem {
   const char* workingDirectory = nullptr;
   // Progress lines on standard output.
   bool verbose = false;
+  // After a natural-mode run, count the eigenvalues of K − σ·M around the ones delivered
+  // (VQ_SturmSequenceCheck): a missed mode sets warning −23; values that are not eigenvalues (a
+  // mass that is not positive semi-definite) fail the run with −64 and deliver nothing.
+  bool verify = false;
 };
 
 // Result record of a run.
@@ -118,6 +122,8 @@ struct VQ_LanczosResult {
   int operatorApplications = 0;  // (A − σB)⁻¹·y solves served to ARPACK, all passes
   int bProducts = 0;             // B·x products served to ARPACK, all passes
   int iterations = 0;            // ARPACK restart iterations, all passes
+  int warning = 0;               // −23 when the verification found a missed mode
+  int sturmCount = -1;           // eigenvalues counted by the verification (−1: not made)
 };
 
 class VQ_LanczosEigenSolver {
@@ -154,6 +160,7 @@ class VQ_LanczosEigenSolver {
   int Fail(int driverStatus);
   int FailWith(int driverStatus, int status, const std::string& message);
   void Deliver(int count, const double* values, const double* vectors);
+  int Verify(bool buckling, int count, const double* values, const double* vectors);
   void Print(const char* format, ...) const;
 
   VQ_LanczosProblem problem_;

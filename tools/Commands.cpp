@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include "EntryPoints.h"
+
 #include "MatrixMarketInput.h"
 
 #include <cmath>
@@ -70,32 +72,24 @@ std::vector<double> CumulativeMassRatios(const vqmath::models::CsrMatrix* mass,
                                          const std::vector<double>& direction,
                                          const std::vector<double>& vectors, int modes)
 {
-    const size_t n = direction.size();
-    auto applyMass = [&](const double* x) {
-        std::vector<double> y(n, 0.0);
-        if (mass)
-            vqmath::models::Multiply(*mass, x, y.data());
-        else
-            for (size_t i = 0; i < n; ++i) y[i] = (*lumped)[i] * x[i];
-        return y;
-    };
     std::vector<double> ratios;
-    if (n == 0 || vectors.size() < n * static_cast<size_t>(modes)) return ratios;
-    const std::vector<double> mr = applyMass(direction.data());
-    double total = 0.0;
-    for (size_t i = 0; i < n; ++i) total += direction[i] * mr[i];
+    const int n = static_cast<int>(direction.size());
+    if (n == 0 || modes <= 0 || vectors.size() < static_cast<size_t>(n) * modes) return ratios;
+#if defined(VQSOLVE_HAVE_VQ_EffectiveMass) && defined(VQSOLVE_HAVE_VQ_EffectiveMass2)
+    if (!VQSOLVE_AVAILABLE(VQ_EffectiveMass) || !VQSOLVE_AVAILABLE(VQ_EffectiveMass2)) return ratios;
+    std::vector<double> fractions(static_cast<size_t>(modes));
+    const int code =
+        mass ? VQ_EffectiveMass2(n, modes, vectors.data(), mass->rowPointers.data(), mass->columnIndices.data(),
+                                 mass->values.data(), direction.data(), nullptr, fractions.data())
+             : VQ_EffectiveMass(n, modes, vectors.data(), lumped->data(), direction.data(), nullptr,
+                                fractions.data());
+    VQ_ResetGlobalErrorsAndWarnings();  // a direction without mass leaves no column, not an error
+    if (code != 0) return ratios;
     double sum = 0.0;
-    for (int k = 0; k < modes; ++k) {
-        const double* phi = &vectors[k * n];
-        const std::vector<double> mphi = applyMass(phi);
-        double gamma = 0.0, norm = 0.0;
-        for (size_t i = 0; i < n; ++i) {
-            gamma += phi[i] * mr[i];
-            norm += phi[i] * mphi[i];
-        }
-        if (norm > 0.0 && total > 0.0) sum += gamma * gamma / (norm * total);
-        ratios.push_back(sum);
-    }
+    for (double f : fractions) ratios.push_back(sum += f);
+#else
+    (void)mass, (void)lumped;
+#endif
     return ratios;
 }
 

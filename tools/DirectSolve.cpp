@@ -43,10 +43,4 @@ DirectResult SolveDirect(const vqmath::models::CsrMatrix& k, const double* rhs, 
     return r;
 }
 
-DirectResult FactorForInertia(const vqmath::models::CsrMatrix& a, const DirectOptions& options)
-{
-    std::vector<double> zero(static_cast<size_t>(a.n), 0.0), x(static_cast<size_t>(a.n), 0.0);
-    return SolveDirect(a, zero.data(), 1, x.data(), options);
-}
-
 }  // namespace vqsolve

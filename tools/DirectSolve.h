@@ -36,7 +36,4 @@ bool DirectSolverAvailable();
 DirectResult SolveDirect(const vqmath::models::CsrMatrix& k, const double* rhs, int nrhs, double* x,
                          const DirectOptions& options);
 
-// Factors A (and solves with a zero right-hand side) for its inertia alone.
-DirectResult FactorForInertia(const vqmath::models::CsrMatrix& a, const DirectOptions& options);
-
 }  // namespace vqsolve

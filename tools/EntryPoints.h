@@ -54,6 +54,21 @@
 #ifdef VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK5
 #pragma weak VQ_EigenvalueAnalysis_ARPACK5
 #endif
+#ifdef VQSOLVE_HAVE_VQ_SturmCount
+#pragma weak VQ_SturmCount
+#endif
+#ifdef VQSOLVE_HAVE_VQ_SturmCount2
+#pragma weak VQ_SturmCount2
+#endif
+#ifdef VQSOLVE_HAVE_VQ_EffectiveMass
+#pragma weak VQ_EffectiveMass
+#endif
+#ifdef VQSOLVE_HAVE_VQ_EffectiveMass2
+#pragma weak VQ_EffectiveMass2
+#endif
+#ifdef VQSOLVE_HAVE_VQ_SetEigenVerification
+#pragma weak VQ_SetEigenVerification
+#endif
 
 // True when the entry point is declared and the loaded library defines it.
 #define VQSOLVE_AVAILABLE(name) (::vqsolve::internal::Defined(reinterpret_cast<const void*>(&name)))

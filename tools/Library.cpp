@@ -1,5 +1,7 @@
 #include "Library.h"
 
+#include "EntryPoints.h"
+
 #include "vqmath.h"
 
 #include <cerrno>
@@ -83,6 +85,10 @@ LibrarySession::LibrarySession(int threads, int outOfCoreMode, const std::string
     VQ_SetWorkingDir(workingDirectory_.c_str());
     VQ_InitializeLibrary();
     RestoreThreads();
+#ifdef VQSOLVE_HAVE_VQ_SetEigenVerification
+    // Every method that claims the lowest modes has them counted by the library.
+    if (VQSOLVE_AVAILABLE(VQ_SetEigenVerification)) VQ_SetEigenVerification(1);
+#endif
 }
 
 LibrarySession::~LibrarySession()

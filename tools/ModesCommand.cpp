@@ -6,6 +6,7 @@
 #include "GeneratedModel.h"
 #include "Library.h"
 #include "MatrixMarketInput.h"
+#include "EntryPoints.h"
 #include "SturmCheck.h"
 
 #include <chrono>
@@ -142,6 +143,9 @@ int ModesCommand(int argc, char** argv, int first)
         pencil.diagonal = &lumped;
 
     LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
+#ifdef VQSOLVE_HAVE_VQ_SetEigenVerification
+    if (line.Has("--no-sturm") && VQSOLVE_AVAILABLE(VQ_SetEigenVerification)) VQ_SetEigenVerification(0);
+#endif
     if (!MethodAvailable(method, pencil))
         throw InputError(Format("method %s is not available in this build%s", MethodName(method),
                                 pencil.b ? " for a consistent mass" : ""));

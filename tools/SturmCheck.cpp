@@ -1,72 +1,71 @@
 #include "SturmCheck.h"
 
+#include "EntryPoints.h"
+
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 namespace vqsolve {
 
 using vqmath::models::CsrMatrix;
 
-CsrMatrix ShiftedMatrix(const Pencil& pencil, double sigma)
+bool SturmCountAvailable()
 {
-    if (pencil.b) return vqmath::models::Shifted(*pencil.k, *pencil.b, sigma);
-    return vqmath::models::Shifted(*pencil.k, *pencil.diagonal, sigma);
+#if defined(VQSOLVE_HAVE_VQ_SturmCount) && defined(VQSOLVE_HAVE_VQ_SturmCount2)
+    return VQSOLVE_AVAILABLE(VQ_SturmCount) && VQSOLVE_AVAILABLE(VQ_SturmCount2);
+#else
+    return false;
+#endif
 }
 
 SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& options)
 {
+    (void)options;  // the library counts with its own out-of-core mode and working directory
     SturmCount c;
     c.shift = sigma;
-    const CsrMatrix shifted = ShiftedMatrix(pencil, sigma);
-    DirectOptions o = options;
-    o.matrixType = -2;
-    o.diagonals = false;
-    const DirectResult r = FactorForInertia(shifted, o);
-    c.code = r.code;
-    c.seconds = r.seconds;
-    // An indefinite K − σB solves with warning -85: the counts are what we are after.
-    if (r.code != 0 && r.code != -85) c.message = r.registry.message;
-    c.negativePivots = r.registry.negativePivots;
-    c.positivePivots = r.registry.positivePivots;
+    if (!SturmCountAvailable()) {
+        c.code = -9999;
+        c.message = "the Sturm count (VQ_SturmCount) is not available in this build";
+        return c;
+    }
+#if defined(VQSOLVE_HAVE_VQ_SturmCount) && defined(VQSOLVE_HAVE_VQ_SturmCount2)
+    const CsrMatrix& k = *pencil.k;
+    const auto start = std::chrono::steady_clock::now();
+    int count = 0;
+    if (pencil.b)
+        c.code = VQ_SturmCount2(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
+                                pencil.b->values.data(), sigma, &count);
+    else
+        c.code = VQ_SturmCount(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                               pencil.diagonal->data(), sigma, &count);
+    c.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (c.code != 0) {
+        c.message = ReadRegistry().message;
+        if (c.message.empty()) c.message = ErrorText(c.code);
+    }
+    c.negativePivots = count;
+#else
+    (void)pencil;
+#endif
     return c;
 }
 
-double ShiftBeside(double value, int direction, double scale)
+double ShiftBeside(double value, int direction, double scale, double relative)
 {
-    // Far enough from the value to lie clear of the solver's error (converged to about 1e-6
-    // or better), close enough not to reach the next eigenvalue of a well-separated spectrum.
-    const double step = 1e-5 * std::max(std::fabs(value), 1e-6 * scale);
-    return value + direction * step;
+    double reach = std::max(std::fabs(value), 1e-3 * std::fabs(scale));
+    if (!(reach > 0.0)) reach = 1.0;
+    return value + (direction < 0 ? -1.0 : 1.0) * relative * reach;
 }
-
-namespace {
-
-// A size of the spectrum: the mean ratio of the diagonals of K and B over the equations with
-// B's diagonal non-zero.
-double SpectrumScale(const Pencil& pencil)
-{
-    const CsrMatrix& k = *pencil.k;
-    double sum = 0.0;
-    int count = 0;
-    for (int i = 0; i < k.n; ++i) {
-        const double kii = k.values[k.rowPointers[i] - 1];
-        const double bii = pencil.b ? pencil.b->values[pencil.b->rowPointers[i] - 1] : (*pencil.diagonal)[i];
-        if (bii > 0.0 && kii > 0.0) {
-            sum += kii / bii;
-            ++count;
-        }
-    }
-    return count ? sum / count : 1.0;
-}
-
-}  // namespace
 
 SturmCheck CheckFound(const Pencil& pencil, const std::vector<double>& found, bool aboveOnly,
                       const DirectOptions& options)
 {
     SturmCheck s;
-    if (found.empty() || !DirectSolverAvailable()) return s;
-    const double scale = SpectrumScale(pencil);
+    if (found.empty() || !SturmCountAvailable()) return s;
+    double scale = 0.0;
+    for (double v : found) scale = std::max(scale, std::fabs(v));
     const double highest = *std::max_element(found.begin(), found.end());
     const double lowest = *std::min_element(found.begin(), found.end());
     s.shift = ShiftBeside(highest, +1, scale);
@@ -79,17 +78,30 @@ SturmCheck CheckFound(const Pencil& pencil, const std::vector<double>& found, bo
     }
     s.counted = above.negativePivots;
     s.found = static_cast<int>(found.size());
+    int below = 0;
     if (aboveOnly) {
         s.interval = true;
         s.lowerShift = ShiftBeside(lowest, -1, scale);
-        const SturmCount below = CountBelow(pencil, s.lowerShift, options);
-        s.seconds += below.seconds;
-        if (below.message.size()) {
-            s.code = below.code;
-            s.message = below.message;
+        const SturmCount lower = CountBelow(pencil, s.lowerShift, options);
+        s.seconds += lower.seconds;
+        if (lower.message.size()) {
+            s.code = lower.code;
+            s.message = lower.message;
             return s;
         }
-        s.counted -= below.negativePivots;
+        below = lower.negativePivots;
+        s.counted -= below;
+    }
+    if (s.counted > s.found) {
+        // An eigenvalue just above the highest one found may lie below the shift: count again
+        // closer to it; the check fails only when that count is still too high.
+        const double closer = ShiftBeside(highest, +1, scale, 1e-8);
+        const SturmCount close = closer > highest ? CountBelow(pencil, closer, options) : SturmCount();
+        s.seconds += close.seconds;
+        if (closer > highest && close.message.empty() && close.negativePivots - below <= s.found) {
+            s.shift = closer;
+            s.counted = close.negativePivots - below;
+        }
     }
     s.done = true;
     s.passed = s.counted == s.found;

@@ -1,8 +1,7 @@
 #pragma once
-// The Sturm-sequence check of an eigen solution: by Sylvester's law of inertia, the number of
-// negative pivots of K − σ·B is the number of eigenvalues of K·φ = λ·B·φ below σ (for a
-// positive definite K, the number of eigenvalues in (0, σ)). Factoring K − σ·B with σ slightly
-// above the highest eigenvalue found tells whether a solver missed one.
+// The Sturm-sequence check of an eigen solution through the library's VQ_SturmCount(2): the
+// number of eigenvalues of K·φ = λ·B·φ below σ, from the inertia of K − σ·B. Counting with σ
+// just above the highest eigenvalue found tells whether a solver missed one.
 
 #include "DirectSolve.h"
 #include "models/CsrMatrix.h"
@@ -20,9 +19,6 @@ struct Pencil {
     int N() const { return k ? k->n : 0; }
 };
 
-// K − σ·B.
-vqmath::models::CsrMatrix ShiftedMatrix(const Pencil& pencil, double sigma);
-
 struct SturmCount {
     int code = 0;             // the direct solver's result
     std::string message;      // its registry message when it failed
@@ -32,7 +28,10 @@ struct SturmCount {
     double seconds = 0.0;
 };
 
-// Negative pivots of K − σ·B.
+// True when the loaded library counts eigenvalues (VQ_SturmCount and VQ_SturmCount2).
+bool SturmCountAvailable();
+
+// Eigenvalues below σ (negative pivots of K − σ·B).
 SturmCount CountBelow(const Pencil& pencil, double sigma, const DirectOptions& options);
 
 struct SturmCheck {
@@ -55,8 +54,10 @@ struct SturmCheck {
 SturmCheck CheckFound(const Pencil& pencil, const std::vector<double>& found, bool aboveOnly,
                       const DirectOptions& options);
 
-// The shift just above (direction +1) or below (−1) an eigenvalue used by the check.
-double ShiftBeside(double value, int direction, double scale);
+// The shift just above (direction +1) or below (−1) an eigenvalue used by the check: `relative`
+// of the eigenvalue itself (of 1e-3·scale when it is near zero, scale being the largest
+// magnitude found), clear of the solver's error and short of the next eigenvalue.
+double ShiftBeside(double value, int direction, double scale, double relative = 1e-5);
 
 // A σ with at least `count` eigenvalues below it, found by factorisations of K − σ·B with σ
 // growing from an estimate (for solvers that need a search interval). Throws SolverError when

@@ -71,6 +71,9 @@ int main(int argc, char** argv)
         int a = 0, b = 0, c = 0, d = 0, e = 0;
         VQ_GetMathLibVersion(&a, &b, &c, &d, &e);
         std::printf("vqsolve %d.%d.%d (library build %d, %d)\n", a, b, c, d, e);
+        char path[256];
+        VQ_GetMKLCodePath(path, sizeof path);
+        std::printf("MKL code path: %s\n", path);
         return kExitSuccess;
     }
     const bool json = WantsJson(argc, argv);

@@ -48,6 +48,9 @@ struct Settings {
   bool subspaceLimitActive = false;
   double subspaceLimit = 1000.0;
 
+  // Lanczos and FEAST count the eigenvalues below their highest one found (VQ_SetEigenVerification).
+  bool eigenVerification = false;
+
   // Remembered by the environment setters.
   int numberOfThreads = 1;
   int oocMaxCoreSize = 2000;

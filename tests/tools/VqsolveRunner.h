@@ -77,13 +77,14 @@ inline std::string TempFolder()
 }
 
 // Runs vqsolve with the arguments (each quoted for the shell); two threads, as the suite does.
-inline RunResult RunVqsolve(const std::vector<std::string>& args)
+// environment: further VARIABLE=value words put before the program (unquoted).
+inline RunResult RunVqsolve(const std::vector<std::string>& args, const std::string& environment = "")
 {
     static const std::string folder = TempFolder();
     static int counter = 0;
     const std::string out = folder + "out" + std::to_string(++counter);
     const std::string err = out + ".err";
-    std::string command = "OMP_NUM_THREADS=2 MKL_NUM_THREADS=2 '" + std::string(VQSOLVE_PATH) + "'";
+    std::string command = "OMP_NUM_THREADS=2 MKL_NUM_THREADS=2 " + environment + " '" + std::string(VQSOLVE_PATH) + "'";
     for (const auto& a : args) {
         std::string quoted;
         for (char c : a) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
