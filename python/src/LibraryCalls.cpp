@@ -38,6 +38,10 @@ ScopedSettings::ScopedSettings(const CallSettings& s)
 {
     solverType_ = VQ_GetSolverType();
     VQ_SetSolverType(s.outOfCore);
+#if defined(VQPY_HAVE_VQ_SetEigenVerification) && defined(VQPY_HAVE_VQ_GetEigenVerification)
+    verification_ = VQ_GetEigenVerification();
+    VQ_SetEigenVerification(0);
+#endif
     if (s.threads > 0) {
         threads_ = VQ_mkl_get_max_threads();
         VQ_mkl_set_num_threads(s.threads);
@@ -57,6 +61,9 @@ ScopedSettings::ScopedSettings(const CallSettings& s)
 ScopedSettings::~ScopedSettings()
 {
     VQ_SetSolverType(solverType_);
+#if defined(VQPY_HAVE_VQ_SetEigenVerification) && defined(VQPY_HAVE_VQ_GetEigenVerification)
+    VQ_SetEigenVerification(verification_);
+#endif
     if (threads_ > 0) VQ_mkl_set_num_threads(threads_);
     if (coreSize_ > 0) VQ_Set_INTEL_MKL_OOC_Max_Core_Size(coreSize_);
     if (workingDirectorySet_) VQ_SetWorkingDir(workingDirectory_.c_str());

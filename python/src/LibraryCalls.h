@@ -22,7 +22,9 @@ struct Outcome {
 };
 
 // Settings of one call. They are applied on entry and the previous process-wide values are
-// restored on exit, so that nothing outlives the call.
+// restored on exit, so that nothing outlives the call. The library's own check of eigen
+// solutions is off meanwhile: the module counts by Sturm sequence itself and reports the count on
+// the result, and a second check in the library would factor K - sigma M once more.
 struct CallSettings {
     int threads = 0;          // 0: leave the math library's count as it is
     int outOfCore = 0;        // PARDISO out-of-core mode 0 (in core), 1 (when needed), 2 (always)
@@ -38,7 +40,7 @@ public:
     ScopedSettings& operator=(const ScopedSettings&) = delete;
 
 private:
-    int threads_ = 0, solverType_ = 0, coreSize_ = 0;
+    int threads_ = 0, solverType_ = 0, coreSize_ = 0, verification_ = 0;
     bool workingDirectorySet_ = false;
     std::string workingDirectory_;
 };
