@@ -165,3 +165,13 @@ def test_settings_of_a_call_give_the_same_results(solid, settings, tmp_path):
     np.testing.assert_allclose(vqmath.solve(K, F, settings=settings), vqmath.solve(K, F), rtol=1e-10)
     r = vqmath.modes(K, lumped, 3, settings=settings)
     np.testing.assert_allclose(r.eigenvalues, vqmath.modes(K, lumped, 3).eigenvalues, rtol=1e-10)
+
+
+@pytest.mark.parametrize("problem", ["modes", "buckling"])
+def test_lanczos_in_passes_matches_eigh(solid, problem):
+    K, lumped, M = solid
+    B = lumped if problem == "modes" else M
+    w, _ = dense_eigh(K, B)
+    r = getattr(vqmath, problem)(K, B, 5, block=2)
+    np.testing.assert_allclose(r.eigenvalues, w[:5], rtol=1e-6)
+    assert r.sturm_passed
