@@ -545,7 +545,7 @@ def _select(values, shapes, k, lower, upper):
     return values[keep], (shapes[:, keep] if shapes is not None else None)
 
 
-def modes(K, M, k: int = 10, *, method: str = "lanczos", shift: Optional[float] = None,
+def modes(K, M, k: int = 6, *, method: str = "lanczos", shift: Optional[float] = None,
           tol: float = 0.0, interval: Optional[Sequence[float]] = None, direction=None,
           residual: bool = False, verify: bool = True, return_eigenvectors: bool = True,
           block: int = 0, load=None, settings: Optional[Settings] = None) -> ModesResult:
@@ -558,7 +558,7 @@ def modes(K, M, k: int = 10, *, method: str = "lanczos", shift: Optional[float] 
     M : sparse matrix, ndarray (n, n), or 1-D ndarray (n,)
         Mass; a 1-D array is a lumped (diagonal) mass.
     k : int
-        Number of modes.
+        Number of modes (6 by default, as for eigsh).
     method : {'lanczos', 'subspace', 'feast', 'ritz', 'lapack', 'jacobi'}
         'lanczos' (default): shift-invert ARPACK, eigenvalues to machine precision.
         'subspace': subspace iteration (tolerance tol, default 1e-6). 'feast': contour
@@ -712,7 +712,7 @@ def band(K, M, fmin: float, fmax: float, *, lower: Optional[float] = None,
     return result
 
 
-def buckling(K, Kg, k: int = 10, *, method: str = "lanczos", shift: Optional[float] = None,
+def buckling(K, Kg, k: int = 6, *, method: str = "lanczos", shift: Optional[float] = None,
              tol: float = 0.0, residual: bool = False, verify: bool = True,
              return_eigenvectors: bool = True, block: int = 0,
              settings: Optional[Settings] = None) -> ModesResult:
