@@ -93,13 +93,25 @@ def run_case(case, size, modes, threads, limit):
                OMP_WAIT_POLICY="passive")
     command = [sys.executable, os.path.abspath(__file__), "--child", case, "--size", str(size),
                "--modes", str(modes)]
+    child_process = subprocess.Popen(command, env=env, stdout=subprocess.PIPE,
+                                     stderr=subprocess.PIPE, text=True)
     try:
-        done = subprocess.run(command, env=env, capture_output=True, text=True, timeout=limit)
+        stdout, stderr = child_process.communicate(timeout=limit)
     except subprocess.TimeoutExpired:
-        return {"case": case, "error": f"no result within {limit} s"}
-    if done.returncode != 0:
-        return {"case": case, "error": (done.stderr.strip().splitlines() or ["failed"])[-1]}
-    return json.loads(done.stdout.strip().splitlines()[-1])
+        # What the case held when it was stopped: a lower bound of its peak.
+        peak = 0
+        try:
+            with open(f"/proc/{child_process.pid}/status") as f:
+                peak = next(int(l.split()[1]) for l in f if l.startswith("VmHWM:"))
+        except (OSError, StopIteration):
+            pass
+        child_process.kill()
+        child_process.communicate()
+        return {"case": case, "error": f"no result within {limit:.0f} s", "timeout": limit,
+                "process_peak_mb": peak / 1024.0}
+    if child_process.returncode != 0:
+        return {"case": case, "error": (stderr.strip().splitlines() or ["failed"])[-1]}
+    return json.loads(stdout.strip().splitlines()[-1])
 
 
 def main():
@@ -142,8 +154,11 @@ def main():
         library = ours["library_eigen"] + ours["library_sturm"]
         layer = 100.0 * (ours["seconds"] - library) / library
         if "error" in peer:
-            lines.append(f"| {ours['n']} | {ours['seconds']:.2f} | {peer['error']} | | "
-                         f"{ours['peak_mb']:.0f} | | | {ours['library_eigen']:.2f} + "
+            # Stopped at the time limit: the ratios are lower bounds.
+            ratio = f"> {peer['timeout'] / ours['seconds']:.0f}" if "timeout" in peer else ""
+            memory = f"> {peer['process_peak_mb']:.0f} (whole process)" if peer.get("process_peak_mb") else ""
+            lines.append(f"| {ours['n']} | {ours['seconds']:.2f} | {peer['error']} | {ratio} | "
+                         f"{ours['peak_mb']:.0f} | {memory} | | {ours['library_eigen']:.2f} + "
                          f"{ours['library_sturm']:.2f} | {layer:.1f} | | {ours['sturm_passed']} |")
             continue
         diff = max(abs(x - y) / abs(y) for x, y in zip(ours["eigenvalues"], peer["eigenvalues"]))
