@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Installs the build dependencies of vqmath on Debian 12 (bookworm) when they are missing:
-# Intel oneMKL (non-free), ARPACK-NG, GoogleTest, CMake and a C/C++ toolchain.
+# Intel oneMKL (non-free), ARPACK-NG, GoogleTest, CMake, a C/C++ toolchain, and for the Python
+# module python3-dev, numpy, scipy, pybind11 and pytest.
 # A second run finds everything in place and returns in a second or two.
 set -euo pipefail
 
 need=()
 have() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
-for p in cmake g++ make pkg-config libgtest-dev libarpack2-dev libmkl-dev "$@"; do
+# The Python module and its tests: Debian's python3 with numpy, scipy, pybind11 and pytest.
+python_packages=(python3-dev python3-numpy python3-scipy python3-pybind11 pybind11-dev python3-pytest)
+for p in cmake g++ make pkg-config libgtest-dev libarpack2-dev libmkl-dev "${python_packages[@]}" "$@"; do
   have "$p" || need+=("$p")
 done
 [ ${#need[@]} -eq 0 ] && exit 0
