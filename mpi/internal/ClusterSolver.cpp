@@ -1,5 +1,6 @@
 #include "mpi/internal/ClusterSolver.h"
 
+#include "mpi/internal/BreakdownLocator.h"
 #include "sparse/internal/PardisoErrors.h"
 
 #include <mkl_cluster_sparse_solver.h>
@@ -75,6 +76,17 @@ Outcome ClusterSolver::FailureOf(int error, int matrixType) {
   return o;
 }
 
+Outcome ClusterSolver::NotPositiveDefinite() {
+  Outcome o;
+  o.code = -3;
+  o.message = internal::PardisoErrorMessage(-4);
+  o.instabilityDof = 0;
+  const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_);
+  if (b.located && b.code == -3) o.instabilityDof = b.equation;
+  if (b.located && b.code == 0) o = Outcome();  // positive definite after all
+  return o;
+}
+
 Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, const double* values, int matrixType,
                               bool stopIfNotPosDefinite) {
   Release();
@@ -83,54 +95,36 @@ Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, 
   a_ = values;
   negative_ = positive_ = 0;
   pivotingWarning_ = false;
-  Defaults(matrixType);
+  // Always the indefinite type: distributed over several processes, the positive definite type
+  // neither fails nor reports anything on a matrix that is not positive definite, while the
+  // indefinite type reports the inertia and the perturbed pivots that tell.
+  Defaults(-2);
   active_ = true;
   int error = Call(kAnalysis, 1, nullptr, nullptr);
   if (error != 0) return FailureOf(error, matrixType);
   error = Call(kFactorisation, 1, nullptr, nullptr);
   if (error != 0) {
     Outcome o = FailureOf(error, matrixType);
-    if (o.instabilityDof < 1) o.instabilityDof = 0;
-    // No equation known: a positive definite factorisation names where it breaks down.
-    if (o.instabilityDof == 0 && matrixType == -2) {
-      Release();
-      Defaults(2);
-      active_ = true;
-      int retry = Call(kAnalysis, 1, nullptr, nullptr);
-      if (retry == 0) retry = Call(kFactorisation, 1, nullptr, nullptr);
-      if (retry != 0) {
-        o = FailureOf(retry, 2);
-        o.instabilityDof = iparm_[29];
-      }
-    }
+    // Name the equation as the positive definite factorisation of the single-process solver does.
+    const Outcome pd = NotPositiveDefinite();
+    if (pd.code == -3 && pd.instabilityDof > 0) o = pd;
     if (o.code != -3) o.instabilityDof = -1;
     return o;
   }
   positive_ = iparm_[21];
   negative_ = iparm_[22];
-  if (matrixType == 2) positive_ = n_;  // no inertia is reported for the positive definite type
+  if (matrixType == 2) {
+    if (negative_ > 0 || iparm_[13] > 0) return NotPositiveDefinite();
+    return Outcome();
+  }
   if (negative_ > 0) {
     if (stopIfNotPosDefinite) {
-      const int keepNegative = negative_, keepPositive = positive_;
-      Release();
-      Defaults(2);
-      active_ = true;
-      Outcome o;
-      o.code = -3;
-      o.message = internal::PardisoErrorMessage(-4);
-      o.instabilityDof = 0;
-      int retry = Call(kAnalysis, 1, nullptr, nullptr);
-      if (retry == 0) retry = Call(kFactorisation, 1, nullptr, nullptr);
-      if (retry != 0) {
-        o.message = internal::PardisoErrorMessage(retry);
-        o.instabilityDof = iparm_[29];
-      }
-      negative_ = keepNegative;
-      positive_ = keepPositive;
-      Release();
+      Outcome o = NotPositiveDefinite();
+      o.code = -3;  // a failure in every case
+      if (o.message.empty()) o.message = internal::PardisoErrorMessage(-4);
       return o;
     }
-    if (matrixType == -2) pivotingWarning_ = true;
+    pivotingWarning_ = true;
   }
   return Outcome();
 }

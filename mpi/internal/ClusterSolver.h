@@ -4,10 +4,10 @@
 // distributed the same way.
 //
 // It behaves like the single-process sparse solver: nested-dissection ordering, Bunch-Kaufman
-// pivoting with perturbation for the indefinite type, the inertia (positive and negative pivots),
-// and on a breakdown the equation PARDISO names; a failed indefinite factorisation with no
-// equation is repeated as positive definite to find one, and with stopIfNotPosDefinite negative
-// pivots count as a failure at the equation the positive definite factorisation stops at.
+// pivoting with perturbation, the inertia (positive and negative pivots), and on a breakdown the
+// equation at which a positive definite factorisation stops (see BreakdownLocator). For the
+// positive definite type, negative or perturbed pivots are such a breakdown; with
+// stopIfNotPosDefinite negative pivots are one for the indefinite type as well.
 //
 // Every member is collective over the communicator; every result is the same on all processes.
 #pragma once
@@ -48,6 +48,9 @@ class ClusterSolver {
   void Release();
   void Defaults(int matrixType);
   Outcome FailureOf(int error, int matrixType);
+  // A positive definite factorisation on one process names the equation of the breakdown, or
+  // finds none (success).
+  Outcome NotPositiveDefinite();
 
   MPI_Comm comm_;
   int fcomm_;

@@ -41,7 +41,7 @@ std::string CheckRowRanges(MPI_Comm comm, int n, int firstRow, int lastRow) {
     expected = last + 1;
   }
   if (expected != all[0] + 1)
-    return Text("the processes own rows 1..%lld of the order n = %lld", expected - 1, all[0]);
+    return Text("process %lld, the last, ends at row %lld, but the order is n = %lld", size - 1, expected - 1, all[0]);
   return std::string();
 }
 
