@@ -55,12 +55,15 @@ struct RowsArg {
 
 // The row ranges (collective, the same verdict everywhere), then each process's own arrays,
 // agreed on. Nothing after a failure here reads the arrays.
+// `missing` names an output argument this process passed as NULL (pointers may differ between
+// processes, so that too is agreed on).
 mi::Outcome CheckInput(MPI_Comm comm, int n, int firstRow, int lastRow, const std::vector<RowsArg>& matrices,
-                       const std::vector<std::pair<const char*, const double*>>& slices, long long sliceLength) {
+                       const std::vector<std::pair<const char*, const double*>>& slices, long long sliceLength,
+                       const char* missing = nullptr) {
   const std::string ranges = mi::CheckRowRanges(comm, n, firstRow, lastRow);
   if (!ranges.empty()) return InvalidOutcome(ranges);
   mi::Outcome local;
-  std::string problem;
+  std::string problem = missing ? std::string(missing) + " is NULL" : std::string();
   for (const RowsArg& m : matrices) {
     if (!problem.empty()) break;
     problem = mi::CheckRows(m.name, n, firstRow, lastRow, m.rowPointers, m.columnIndices, m.values);
@@ -90,11 +93,11 @@ int Factor(MPI_Comm comm, int n, int firstRow, int lastRow, const int* rowPointe
            const double* values, int matrixType, int stopIfNotPosDefinite, VQ_MpiFactorization** factorization) {
   VQ_ResetGlobalErrorsAndWarnings();
   if (factorization) *factorization = nullptr;
-  // Scalar arguments are the same on every process, so these verdicts need no exchange.
-  if (!factorization) return mi::Record(InvalidOutcome("the factorization argument is NULL"));
+  // Scalar arguments are the same on every process, so this verdict needs no exchange.
   if (matrixType != 2 && matrixType != -2)
     return mi::Record(InvalidOutcome("matrix type " + std::to_string(matrixType) + " is neither 2 nor -2"));
-  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, {{"K", rowPointers, columnIndices, values}}, {}, 0);
+  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, {{"K", rowPointers, columnIndices, values}}, {}, 0,
+                             factorization ? nullptr : "the factorization argument");
   if (o.Failed()) return mi::Record(o);
 
   std::unique_ptr<VQ_MpiFactorization> f;
@@ -197,7 +200,6 @@ int Lanczos(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowPoin
   if (eigenvalues && requested > 0) std::memset(eigenvalues, 0, sizeof(double) * requested);
   if (found) *found = 0;
   if (belowShift) *belowShift = 0;
-  if (!found || !eigenvalues) return mi::Record(InvalidOutcome("found and eigenvalues must not be NULL"));
   if (requested < 1 || n < 2) {
     mi::Outcome o;
     ei::ArpackInfoText(requested < 1 ? -2 : -1, o.message);
@@ -216,7 +218,8 @@ int Lanczos(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowPoin
   std::vector<std::pair<const char*, const double*>> slices;
   if (massDiagonal) slices.push_back({"mass diagonal", massDiagonal});
   const long long rows = static_cast<long long>(lastRow) - firstRow + 1;
-  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, rows);
+  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, rows,
+                             !found ? "found" : !eigenvalues ? "eigenvalues" : nullptr);
   if (o.Failed()) return mi::Record(o);
 
   // K − σ·B, its factorisation, and B·x (K·x in buckling mode).
@@ -309,8 +312,7 @@ int SturmCount(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowP
                const double* kValues, const double* massDiagonal, const int* bRowPointers, const int* bColumnIndices,
                const double* bValues, double sigma, int* below) {
   VQ_ResetGlobalErrorsAndWarnings();
-  if (!below) return mi::Record(InvalidOutcome("below must not be NULL"));
-  *below = 0;
+  if (below) *below = 0;
   const bool sparseB = bRowPointers != nullptr;
   if (sparseB == (massDiagonal != nullptr)) return mi::Record(InvalidOutcome("give B either as a diagonal or as rows"));
   if (!std::isfinite(sigma)) return mi::Record(InvalidOutcome("the shift is not a finite number"));
@@ -318,7 +320,8 @@ int SturmCount(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowP
   if (sparseB) matrices.push_back({"B", bRowPointers, bColumnIndices, bValues});
   std::vector<std::pair<const char*, const double*>> slices;
   if (massDiagonal) slices.push_back({"mass diagonal", massDiagonal});
-  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, static_cast<long long>(lastRow) - firstRow + 1);
+  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, static_cast<long long>(lastRow) - firstRow + 1,
+                             below ? nullptr : "below");
   if (o.Failed()) return mi::Record(o);
   mi::Outcome local;
   mi::LocalRows shifted;
