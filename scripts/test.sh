@@ -13,7 +13,8 @@ if [ "${1:-}" = "--sanitize" ]; then
   flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVQMATH_SANITIZE=ON -DVQMATH_BUILD_BENCH=OFF)
 fi
 
-bash scripts/install-deps.sh
+# --mpi: the distributed library and its tests (run under mpirun by ctest) are part of the suite.
+bash scripts/install-deps.sh --mpi
 
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B "$build" "${flags[@]}" >/dev/null

@@ -1,0 +1,158 @@
+#include "mpi/internal/ClusterSolver.h"
+
+#include "mpi/internal/BreakdownLocator.h"
+#include "sparse/internal/PardisoErrors.h"
+
+#include <mkl_cluster_sparse_solver.h>
+
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace vqmath {
+namespace mpi_internal {
+
+namespace {
+
+constexpr int kAnalysis = 11;
+constexpr int kFactorisation = 22;
+constexpr int kSolve = 33;
+constexpr int kReleaseAll = -1;
+
+}  // namespace
+
+ClusterSolver::ClusterSolver(MPI_Comm comm, int n, int firstRow, int lastRow)
+    : comm_(comm), fcomm_(static_cast<int>(MPI_Comm_c2f(comm))), n_(n), first_(firstRow), last_(lastRow) {}
+
+ClusterSolver::~ClusterSolver() { Release(); }
+
+void ClusterSolver::Defaults(int matrixType) {
+  std::memset(iparm_, 0, sizeof iparm_);
+  iparm_[0] = 1;    // our own values
+  iparm_[1] = 2;    // nested dissection
+  iparm_[7] = 2;    // iterative refinement steps
+  iparm_[9] = 8;    // pivot perturbation 1e-8
+  iparm_[17] = -1;  // report the non-zeros of the factor
+  iparm_[18] = -1;  // report the MFlop of the factorisation
+  iparm_[20] = 1;   // 1x1 and 2x2 Bunch-Kaufman pivoting
+  iparm_[26] = 0;
+  iparm_[27] = 0;   // double precision
+  iparm_[34] = 0;   // 1-based indices
+  iparm_[39] = 2;   // matrix, right-hand sides and solution distributed by rows
+  iparm_[40] = first_;
+  iparm_[41] = last_;
+  mtype_ = matrixType;
+}
+
+int ClusterSolver::Call(int phase, int nrhs, double* b, double* x) {
+  const int maxfct = 1, mnum = 1, msglvl = 0;
+  int error = 0;
+  double dummy = 0.0;
+  cluster_sparse_solver(handle_, &maxfct, &mnum, &mtype_, &phase, &n_, a_, ia_, ja_, nullptr, &nrhs, iparm_,
+                        &msglvl, b ? b : &dummy, x ? x : &dummy, &fcomm_, &error);
+  // The statistics live on the first process; every process reports the same ones.
+  // The domain bounds are each process's own.
+  MPI_Bcast(iparm_, 64, MPI_INT, 0, comm_);
+  iparm_[40] = first_;
+  iparm_[41] = last_;
+  int worst = error;
+  MPI_Allreduce(&error, &worst, 1, MPI_INT, MPI_MIN, comm_);
+  return worst;
+}
+
+void ClusterSolver::Release() {
+  if (!active_) return;
+  Call(kReleaseAll, 1, nullptr, nullptr);
+  std::memset(handle_, 0, sizeof handle_);
+  active_ = false;
+}
+
+Outcome ClusterSolver::FailureOf(int error, int matrixType) {
+  Outcome o;
+  const int status = internal::PardisoErrorStatus(error);
+  o.code = internal::TranslateSolverStatus(status, -83);
+  o.message = internal::PardisoErrorMessage(error);
+  if (status == internal::kSolverZeroPivot) o.instabilityDof = iparm_[29];
+  return o;
+}
+
+Outcome ClusterSolver::NotPositiveDefinite() {
+  Outcome o;
+  o.code = -3;
+  o.message = internal::PardisoErrorMessage(-4);
+  o.instabilityDof = 0;
+  const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_);
+  if (b.located && b.code == -3) o.instabilityDof = b.equation;
+  if (b.located && b.code == 0) o = Outcome();  // positive definite after all
+  return o;
+}
+
+Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, const double* values, int matrixType,
+                              bool stopIfNotPosDefinite) {
+  Release();
+  ia_ = rowPointers;
+  ja_ = columnIndices;
+  a_ = values;
+  negative_ = positive_ = 0;
+  pivotingWarning_ = false;
+  // Always the indefinite type: distributed over several processes, the positive definite type
+  // neither fails nor reports anything on a matrix that is not positive definite, while the
+  // indefinite type reports the inertia and the perturbed pivots that tell.
+  Defaults(-2);
+  active_ = true;
+  int error = Call(kAnalysis, 1, nullptr, nullptr);
+  if (error != 0) return FailureOf(error, matrixType);
+  error = Call(kFactorisation, 1, nullptr, nullptr);
+  if (error != 0) {
+    Outcome o = FailureOf(error, matrixType);
+    // Name the equation as the positive definite factorisation of the single-process solver does.
+    const Outcome pd = NotPositiveDefinite();
+    if (pd.code == -3 && pd.instabilityDof > 0) o = pd;
+    if (o.code != -3) o.instabilityDof = -1;
+    return o;
+  }
+  positive_ = iparm_[21];
+  negative_ = iparm_[22];
+  if (matrixType == 2) {
+    if (negative_ > 0 || iparm_[13] > 0) return NotPositiveDefinite();
+    return Outcome();
+  }
+  if (negative_ > 0) {
+    if (stopIfNotPosDefinite) {
+      Outcome o = NotPositiveDefinite();
+      o.code = -3;  // a failure in every case
+      if (o.message.empty()) o.message = internal::PardisoErrorMessage(-4);
+      return o;
+    }
+    pivotingWarning_ = true;
+  }
+  return Outcome();
+}
+
+Outcome ClusterSolver::Solve(int nrhs, const double* b, double* x) {
+  Outcome o;
+  if (!active_) {
+    o.code = -84;
+    o.message = "Sparse Solver Called before Decomposition\factorization Called";
+    return o;
+  }
+  const size_t count = static_cast<size_t>(LocalRows()) * nrhs;
+  std::vector<double> rhs;
+  try {
+    rhs.assign(b, b + count);
+  } catch (const std::bad_alloc&) {
+    o.code = -81;
+    o.message = internal::PardisoErrorMessage(-2);
+  }
+  // Every process takes part in the agreement, also one that could not allocate.
+  o = Agree(comm_, o);
+  if (o.Failed()) return o;
+  iparm_[7] = iparm_[13] == 0 ? 0 : 2;  // refinement only after perturbed pivots
+  iparm_[5] = 0;
+  const int error = Call(kSolve, nrhs, rhs.data(), x);
+  if (error != 0) return FailureOf(error, mtype_);
+  return o;
+}
+
+}  // namespace mpi_internal
+}  // namespace vqmath
