@@ -54,6 +54,12 @@
 #ifdef VQSOLVE_HAVE_VQ_EigenvalueAnalysis_ARPACK5
 #pragma weak VQ_EigenvalueAnalysis_ARPACK5
 #endif
+#ifdef VQSOLVE_HAVE_VQ_EigenvalueAnalysis_BlockLanczos
+#pragma weak VQ_EigenvalueAnalysis_BlockLanczos
+#endif
+#ifdef VQSOLVE_HAVE_VQ_EigenvalueAnalysis_BlockLanczos2
+#pragma weak VQ_EigenvalueAnalysis_BlockLanczos2
+#endif
 
 // True when the entry point is declared and the loaded library defines it.
 #define VQSOLVE_AVAILABLE(name) (::vqsolve::internal::Defined(reinterpret_cast<const void*>(&name)))

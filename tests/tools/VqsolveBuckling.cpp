@@ -56,7 +56,7 @@ TEST_F(VqsolveBuckling, PortalFrameFilesAgreeWithDenseLapackForEveryMethod)
         vqtest::DenseEigenvalues(vqtest::FromModel(frame.Stiffness()), vqtest::FromModel(frame.GeometricStiffness()));
     ASSERT_GE(reference.size(), 4u);
     int ran = 0;
-    for (const char* method : {"lanczos", "subspace", "lapack"}) {
+    for (const char* method : {"lanczos", "subspace", "lapack", "block"}) {
         const RunResult r = RunVqsolve({"buckling", "-K", File("K.mtx"), "-G", File("Kg.mtx"), "-n", "4", "--method",
                                         method, "--json"});
         if (r.exitCode == 2 && r.err.find("not available") != std::string::npos) continue;

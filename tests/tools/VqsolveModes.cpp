@@ -87,6 +87,8 @@ INSTANTIATE_TEST_SUITE_P(
     Methods, ModesOnShippedMatrices,
     ::testing::Values(DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "subspace", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "lanczos", 8},
+                      DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "block", 8},
+                      DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "block", 6},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "feast", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "lapack", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "jacobi", 8},
@@ -203,7 +205,7 @@ TEST_F(VqsolveModes, FeastFindsTheEigenvaluesOfTheInterval)
 TEST_F(VqsolveModes, LimitEndsTheSearchWithoutPartialResults)
 {
     const double limit = 0.5 * (spectrum_[4] + spectrum_[5]);
-    for (const char* method : {"subspace", "lanczos", "lapack"}) {
+    for (const char* method : {"subspace", "lanczos", "lapack", "block"}) {
         const Json report = RunModes({"modes", "-K", File("K.mtx"), "--lumped", File("m.mtx"), "-n", "9", "--method",
                                       method, "--limit", std::to_string(limit), "--json"});
         if (report.kind == Json::Kind::Null) continue;
