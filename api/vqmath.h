@@ -594,6 +594,86 @@ int VQ_EigenvalueAnalysis_ARPACK5(int n /* in */, int nev /* in */,
                                   int verbose /* in */);
 
 /* ============================================================================================ */
+/* Block shift-invert Lanczos eigenvalue entry points                                           */
+/* ============================================================================================ */
+/* @@SECTION block-lanczos@@ */
+/* Natural modes K phi = lambda M phi and buckling modes K phi = lambda Kg phi by thick-restart
+   block Lanczos on a shift-invert operator: K - shift*M (K - shift*Kg) is factored once by the
+   sparse direct solver (out of core when the library's solver type says so, with one retry that
+   enlarges the out-of-core memory), and the Krylov space grows by blocks of blockSize vectors,
+   each block one solve with blockSize right-hand sides. The eigenvalues nearest the shift are
+   found (for shift <= the lowest eigenvalue: the lowest ones), repeated eigenvalues with their
+   multiplicity; every returned pair satisfies ||K phi - lambda B phi|| / (||K||_1 ||phi||) <=
+   1e-10. Eigenvalues come back in ascending order; mode shapes are M-normalised (natural) or
+   K-normalised (buckling), mode k as the k-th run of n values (column-major n x nev). Rigid-body
+   modes need a negative shift (K itself is singular). Buckling at shift 0 works on K^-1 Kg (the
+   buckling factors smallest in magnitude); a non-zero shift selects those nearest it.
+
+   Common arguments:
+     n, nev          order of K and number of eigenpairs wanted (at most n; for a diagonal M at
+                     most the number of non-zero masses).
+     K, M, Kg        upper triangle in 1-based compressed rows (row pointers n+1, column indices
+                     and values nnz); the diagonal M is an array of n values.
+     selector        0 natural modes, 1 buckling modes, 2 natural modes eigenvalues only,
+                     3 buckling modes eigenvalues only; any other value is taken as 0 (as the
+                     ARPACK entry points number it).
+     blockSize       vectors per block; 0 lets the library choose (from nev, 4 to 16); values
+                     above n are reduced to n; negative values are invalid (-64).
+     maxIterations   restart cycles; 0 or less for the library's limit (300).
+     found           number of eigenpairs delivered (may be null).
+     eigenvalues     nev values, cleared on entry; modeShapes n*nev values or null.
+     shift           sigma of the spectral transformation.
+     limitActive     1: no eigenvalue above limit is sought; the search ends once the pairs up to
+     limit           the first one above it have converged (fewer than nev is then a full result).
+     workingDirectory folder for out-of-core files of the factorisation (null: current folder).
+     sturmCount      out, may be null: -1 when the results were not verified; otherwise the
+                     number of eigenvalues below a shift just above the largest one returned
+                     (relative 1e-6), from the inertia of one more factorisation. Verification
+                     is on when the environment variable VQMATH_EIGEN_VERIFICATION is "1". A count
+                     that shows an eigenvalue between the shift and the largest one returned that
+                     was not found is warning -23.
+
+   Returns 0 on success; 1 with error -22 in the registry when fewer eigenpairs than requested
+   converged within the restart limit (at least one; they are delivered); otherwise the negative
+   code: -1 memory, -2 / -3 / -9999 a failed factorisation (-3 with the instability equation in
+   VQ_GetInstabilityDOF), -20 no non-zero mass, -21 no pair converged, -64
+   "ERROR_INVALID_MATRICES: ..." for invalid input (n < 1, nev < 1, a missing eigenvalue array,
+   malformed compressed rows, NaN or infinite values, a negative block size). */
+
+/* K sparse, M diagonal: natural modes. */
+int VQ_EigenvalueAnalysis_BlockLanczos(int n /* in */, int nev /* in */,
+                                       const int* kRowPointers /* in: n+1 */,
+                                       const int* kColumnIndices /* in */,
+                                       const double* kValues /* in */,
+                                       const double* massDiagonal /* in: n */,
+                                       int blockSize /* in: 0 = chosen by the library */,
+                                       int maxIterations /* in */,
+                                       int* found /* out, may be null */,
+                                       double* eigenvalues /* out: nev */,
+                                       double* modeShapes /* out: n*nev, may be null */,
+                                       double shift /* in */, int limitActive /* in */,
+                                       double limit /* in */,
+                                       const char* workingDirectory /* in */,
+                                       int* sturmCount /* out, may be null */);
+/* K sparse, second matrix sparse: M (selector 0, 2) or Kg (selector 1, 3). */
+int VQ_EigenvalueAnalysis_BlockLanczos2(int n /* in */, int nev /* in */,
+                                        const int* kRowPointers /* in: n+1 */,
+                                        const int* kColumnIndices /* in */,
+                                        const double* kValues /* in */,
+                                        const int* bRowPointers /* in: n+1, M or Kg */,
+                                        const int* bColumnIndices /* in */,
+                                        const double* bValues /* in */, int selector /* in */,
+                                        int blockSize /* in: 0 = chosen by the library */,
+                                        int maxIterations /* in */,
+                                        int* found /* out, may be null */,
+                                        double* eigenvalues /* out: nev */,
+                                        double* modeShapes /* out: n*nev, may be null */,
+                                        double shift /* in */, int limitActive /* in */,
+                                        double limit /* in */,
+                                        const char* workingDirectory /* in */,
+                                        int* sturmCount /* out, may be null */);
+
+/* ============================================================================================ */
 /* Eigenvalue analysis entry points and keyed exchange                                          */
 /* ============================================================================================ */
 /* @@SECTION eigen-analysis@@ */

@@ -2,14 +2,16 @@
 // bench/run.sh.
 //
 //   natural modes, lumped mass:
-//     bench_suite_modes --method lanczos|subspace --K K.bin --M M.bin [--sigma 0] [--nev 20]
-//   buckling (K·φ = λ·Kg·φ, shift non-zero):
-//     bench_suite_modes --method lanczos --mode buckling --K K.bin --Kg Kg.bin --sigma s
+//     bench_suite_modes --method lanczos|subspace|block --K K.bin --M M.bin [--sigma 0] [--nev 20]
+//   buckling (K·φ = λ·Kg·φ, shift non-zero for lanczos):
+//     bench_suite_modes --method lanczos|block --mode buckling --K K.bin --Kg Kg.bin --sigma s
 //   common: [--set i=v ...] [--mtype 2|-2] [--workdir DIR/]
 //
 // lanczos runs VQ_EigenvalueAnalysis_ARPACK (diagonal mass) or, for buckling,
 // VQ_EigenvalueAnalysis_ARPACK2 (sparse Kg); subspace runs VQ_EigenvalueAnalysis_SubSpaceSolver
-// with its default tolerance. Mode shapes are requested (a host wants them) and checked by their
+// with its default tolerance; block runs VQ_EigenvalueAnalysis_BlockLanczos (diagonal mass) or
+// VQ_EigenvalueAnalysis_BlockLanczos2 (sparse Kg), verifying by a Sturm count when
+// VQMATH_EIGEN_VERIFICATION=1 (the record then says "verified" and gives the count). Mode shapes are requested (a host wants them) and checked by their
 // residuals. Prints one result line (see bench/peers/SuiteIO.h).
 #include "peers/SuiteIO.h"
 
@@ -22,7 +24,11 @@ int main(int argc, char** argv)
     Options opt(argc, argv);
     const std::string method = opt.Get("method", "lanczos");
     const bool buckling = opt.Get("mode", "modes") == "buckling";
-    Result result(method == "subspace" ? "ours-subspace" : "ours-lanczos");
+    const char* verification = std::getenv("VQMATH_EIGEN_VERIFICATION");
+    const bool verified = method == "block" && verification && std::string(verification) == "1";
+    Result result(method == "subspace" ? "ours-subspace"
+                  : method == "block"  ? (verified ? "ours-block-verified" : "ours-block")
+                                       : "ours-lanczos");
     result.Set("problem", buckling ? "buckling" : "modes");
     std::string error;
     Csr k, kg;
@@ -53,9 +59,11 @@ int main(int argc, char** argv)
     result.Set("nev", nev);
     result.Set("sigma", sigma);
     result.Set("entry", method == "subspace" ? "VQ_EigenvalueAnalysis_SubSpaceSolver"
+                        : method == "block"  ? (buckling ? "VQ_EigenvalueAnalysis_BlockLanczos2"
+                                                         : "VQ_EigenvalueAnalysis_BlockLanczos")
                         : buckling           ? "VQ_EigenvalueAnalysis_ARPACK2"
                                              : "VQ_EigenvalueAnalysis_ARPACK");
-    int found = 0, status = 0;
+    int found = 0, status = 0, sturm = -1;
     const double t0 = Now();
     const double cpu0 = CpuSeconds();
     if (method == "subspace") {
@@ -68,6 +76,15 @@ int main(int argc, char** argv)
                                                       k.values.data(), m.data(), VQ_GetSolverType(),
                                                       VQ_GetSolverMatrixType(), workdir.c_str(), 0, 0.0, 0, &found,
                                                       eigenvalues.data(), 1, modes.data(), sigma, 0, 0, 0.0);
+    } else if (method == "block" && buckling) {
+        status = VQ_EigenvalueAnalysis_BlockLanczos2(n, nev, k.rowPointers.data(), k.columnIndices.data(),
+                                                     k.values.data(), kg.rowPointers.data(), kg.columnIndices.data(),
+                                                     kg.values.data(), 1, 0, 0, &found, eigenvalues.data(),
+                                                     modes.data(), sigma, 0, 0.0, workdir.c_str(), &sturm);
+    } else if (method == "block") {
+        status = VQ_EigenvalueAnalysis_BlockLanczos(n, nev, k.rowPointers.data(), k.columnIndices.data(),
+                                                    k.values.data(), m.data(), 0, 0, &found, eigenvalues.data(),
+                                                    modes.data(), sigma, 0, 0.0, workdir.c_str(), &sturm);
     } else if (buckling) {
         status = VQ_EigenvalueAnalysis_ARPACK2(n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
                                                kg.rowPointers.data(), kg.columnIndices.data(), kg.values.data(), 4, 1,
@@ -92,6 +109,7 @@ int main(int argc, char** argv)
     result.Set("cpu_s", cpu);
     result.Set("nconv", found);
     if (status == 1) result.Set("partial", 1);
+    if (method == "block") result.Set("sturm_count", sturm);
     result.Set("lambda_first", eigenvalues[0]);
     result.Set("lambda_last", eigenvalues[found - 1]);
     result.SetList("lambdas", eigenvalues.data(), found);

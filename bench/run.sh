@@ -216,6 +216,9 @@ modes_run() { # CASE K M TIMEOUT
   [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method lanczos --K "$k" --M "$m" --workdir "$data/work/"
   measure modes "$c" default "$t" -- "$peers/bench_peer_arpack" --K "$k" --M "$m" ${iparm:+--iparm "$iparm"}
   [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method subspace --K "$k" --M "$m" --workdir "$data/work/"
+  # Block Lanczos without and with its Sturm count (one more factorisation).
+  [ "$library_ok" = 1 ] && measure modes "$c" default "$t" -- "$bin/bench_suite_modes" --method block --K "$k" --M "$m" --workdir "$data/work/"
+  [ "$library_ok" = 1 ] && measure modes "$c" default "$t" --env VQMATH_EIGEN_VERIFICATION=1 -- "$bin/bench_suite_modes" --method block --K "$k" --M "$m" --workdir "$data/work/"
   measure modes "$c" default "$t" --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_symgeigs" --K "$k" --M "$m" --factor cholmod
 }
 for c in $(printf '%s\n' "$smallest" "$modes_case" | uniq); do
@@ -241,6 +244,7 @@ if [ -f "$k" ]; then
   iparm=$(ls "$data"/frame.*.iparm 2>/dev/null | head -1 || true)
   b=(--mode buckling --K "$k" --Kg "$data/frame.Kg.bin" --sigma "$sigma")
   [ "$library_ok" = 1 ] && measure buckling frame default 300 -- "$bin/bench_suite_modes" --method lanczos "${b[@]}" --workdir "$data/work/"
+  [ "$library_ok" = 1 ] && measure buckling frame default 300 -- "$bin/bench_suite_modes" --method block "${b[@]}" --workdir "$data/work/"
   measure buckling frame default 300 -- "$peers/bench_peer_arpack" "${b[@]}" ${iparm:+--iparm "$iparm"}
   measure buckling frame default 300 --env "OMP_THREAD_LIMIT=$cores" -- "$peers/bench_peer_symgeigs" "${b[@]}" --factor cholmod
   measure buckling frame default 300 -- "$peers/bench_peer_symgeigs" "${b[@]}" --factor ldlt

@@ -18,7 +18,7 @@ using vqmath::models::CsrMatrix;
 
 int BucklingCommand(int argc, char** argv, int first)
 {
-    const std::vector<Method> methods = {Method::Lanczos, Method::Subspace, Method::Lapack, Method::Jacobi};
+    const std::vector<Method> methods = {Method::Block, Method::Lanczos, Method::Subspace, Method::Lapack, Method::Jacobi};
     std::string list;
     for (Method m : methods) list += (list.empty() ? "" : "|") + std::string(MethodName(m));
     std::vector<OptionInfo> specs = {
@@ -26,11 +26,11 @@ int BucklingCommand(int argc, char** argv, int first)
         {"-G", "FILE", "geometric stiffness matrix Kg"},
         {"--model", "MODEL", "a generated frame instead of files: column, portal"},
         {"-n", "N", "number of buckling factors (default 5)"},
-        {"--method", "NAME", list + " (default: lanczos)"},
+        {"--method", "NAME", list + " (default: block)"},
         {"--shift", "S", "look for buckling factors from S upwards"},
         {"-o", "FILE", "write the buckling modes (MatrixMarket array, one column per mode)"},
         {"--svg", "FILE", "draw the buckling modes of a generated model (one panel per mode)"},
-        {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2)"},
+        {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2); block: vectors per block"},
         {"--no-sturm", "", "skip the Sturm-sequence verification"},
     };
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
@@ -100,8 +100,8 @@ int BucklingCommand(int argc, char** argv, int first)
             }
         if (!chosen) throw InputError("no buckling method suits this problem");
     }
-    if (request.block > 0 && method != Method::Lanczos)
-        throw UsageError("vqsolve buckling: --block belongs to --method lanczos");
+    if (request.block > 0 && method != Method::Lanczos && method != Method::Block)
+        throw UsageError("vqsolve buckling: --block belongs to --method lanczos or block");
     request.wantVectors = true;
     request.outOfCoreMode = common.outOfCoreMode;
     request.workingDirectory = session.WorkingDirectory();

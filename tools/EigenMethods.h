@@ -12,10 +12,10 @@ namespace vqsolve {
 
 class Progress;
 
-enum class Method { Subspace, Lanczos, Feast, Ritz, Lapack, Jacobi };
+enum class Method { Subspace, Lanczos, Feast, Ritz, Lapack, Jacobi, Block };
 
 const char* MethodName(Method method);
-// "subspace", "lanczos", "feast", "ritz", "lapack", "jacobi"; false for anything else.
+// "subspace", "lanczos", "feast", "ritz", "lapack", "jacobi", "block"; false for anything else.
 bool ParseMethod(const std::string& name, Method& method);
 const std::vector<Method>& AllMethods();
 
@@ -33,7 +33,8 @@ struct EigenRequest {
     const std::vector<double>* load = nullptr;  // Ritz vectors start from this pattern:
     bool loadIsForce = false;                   //   a force as given, or a displacement (× B)
     double tolerance = 0.0;         // subspace convergence tolerance; 0: the library's (1e-6)
-    int block = 0;                  // Lanczos: modes per incremental pass (0: one run)
+    int block = 0;                  // Lanczos: modes per incremental pass (0: one run);
+                                    // block: vectors per block (0: the library's choice)
     bool wantVectors = true;
     bool buckling = false;          // B is the geometric stiffness
     int outOfCoreMode = 0;

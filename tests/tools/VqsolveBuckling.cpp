@@ -55,7 +55,7 @@ TEST_F(VqsolveBuckling, PortalFrameFilesAgreeWithDenseLapackForEveryMethod)
     const std::vector<double> reference =
         vqtest::DenseEigenvalues(vqtest::FromModel(frame.Stiffness()), vqtest::FromModel(frame.GeometricStiffness()));
     ASSERT_GE(reference.size(), 4u);
-    for (const char* method : {"lanczos", "subspace", "lapack"}) {
+    for (const char* method : {"lanczos", "subspace", "lapack", "block"}) {
         const RunResult r = RunVqsolve({"buckling", "-K", File("K.mtx"), "-G", File("Kg.mtx"), "-n", "4", "--method",
                                         method, "--json"});
         ASSERT_EQ(r.exitCode, 0) << method << ": " << r.err;

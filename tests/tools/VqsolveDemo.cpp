@@ -47,7 +47,7 @@ TEST(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults)
     const int count = static_cast<int>(report["modesRequested"].number);
     ASSERT_EQ(count, 12);
     const Json& methods = report["methods"];
-    ASSERT_EQ(methods.size(), 6u);
+    ASSERT_EQ(methods.size(), 7u);
     for (size_t m = 0; m < methods.size(); ++m) {
         const Json& run = methods[m];
         const std::string name = run["method"].text;
@@ -80,7 +80,7 @@ TEST(VqsolveDemo, TextReportHasOneComparisonRowPerMethod)
     VQSOLVE_REQUIRE();
     const RunResult r = RunVqsolve({"demo", "--size", "small", "-n", "4", "--no-svg"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    for (const char* method : {"subspace", "lanczos", "feast", "ritz", "lapack", "jacobi"})
+    for (const char* method : {"subspace", "lanczos", "feast", "ritz", "lapack", "jacobi", "block"})
         EXPECT_NE(r.out.find(std::string("\n    ") + method + " "), std::string::npos) << method << "\n" << r.out;
     EXPECT_NE(r.out.find("Sturm check"), std::string::npos);
     EXPECT_EQ(r.out.find("picture written"), std::string::npos);

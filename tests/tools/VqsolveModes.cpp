@@ -79,6 +79,8 @@ INSTANTIATE_TEST_SUITE_P(
     Methods, ModesOnShippedMatrices,
     ::testing::Values(DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "subspace", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "lanczos", 8},
+                      DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "block", 8},
+                      DataCase{"bcsstk07.mtx", "bcsstm07.mtx", false, "block", 6},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "feast", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "lapack", 8},
                       DataCase{"bcsstk05.mtx", "bcsstm05.mtx", true, "jacobi", 8},

@@ -1,0 +1,350 @@
+// Block shift-invert Lanczos: real structural pairs and generated solids against dense LAPACK,
+// residuals, repeated eigenvalues with their multiplicity, rigid-body modes below a negative
+// shift, buckling of the pinned column against Euler's loads, the Sturm count, the interval
+// limit, block sizes, out-of-core factorisation and the input checks of the entry points.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "eigen/VQ_BlockLanczosEigenSolver.h"
+#include "models/FrameModel.h"
+#include "support/EigenSupport.h"
+#include "support/ModelsSupport.h"
+#include "vqmath.h"
+
+namespace {
+
+using vqtest::Csr;
+using vqtest::EigenProblem;
+
+struct BlockOptions {
+  int selector = 0;
+  double shift = 0.0;
+  int block = 0;
+  bool limitActive = false;
+  double limit = 0.0;
+  bool verify = false;
+};
+
+struct BlockRun {
+  int code = 0;
+  int found = 0;
+  int sturm = -2;
+  int warning = 0;
+  std::vector<double> values, modes;
+};
+
+// Runs the entry point that fits the problem (diagonal or sparse second matrix).
+BlockRun RunBlock(const Csr& k, const Csr* b, const std::vector<double>* diagonal, int nev,
+                  const BlockOptions& o = {}) {
+  BlockRun r;
+  r.values.assign(static_cast<size_t>(nev), -1.0);
+  r.modes.assign(static_cast<size_t>(k.n) * nev, 0.0);
+  if (o.verify)
+    setenv("VQMATH_EIGEN_VERIFICATION", "1", 1);
+  else
+    unsetenv("VQMATH_EIGEN_VERIFICATION");
+  if (b)
+    r.code = VQ_EigenvalueAnalysis_BlockLanczos2(
+        k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+        b->rowPointers.data(), b->columnIndices.data(), b->values.data(), o.selector, o.block, 0,
+        &r.found, r.values.data(), r.modes.data(), o.shift, o.limitActive ? 1 : 0, o.limit,
+        nullptr, &r.sturm);
+  else
+    r.code = VQ_EigenvalueAnalysis_BlockLanczos(
+        k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), diagonal->data(),
+        o.block, 0, &r.found, r.values.data(), r.modes.data(), o.shift, o.limitActive ? 1 : 0,
+        o.limit, nullptr, &r.sturm);
+  unsetenv("VQMATH_EIGEN_VERIFICATION");
+  r.warning = VQ_GetLastWarningID();
+  r.values.resize(static_cast<size_t>(std::max(r.found, 0)));
+  r.modes.resize(static_cast<size_t>(k.n) * r.values.size());
+  return r;
+}
+
+BlockRun RunBlock(const EigenProblem& e, int nev, const BlockOptions& o = {}) {
+  return e.diagonal() ? RunBlock(e.k, nullptr, &e.lumped, nev, o) : RunBlock(e.k, &e.mass, nullptr, nev, o);
+}
+
+double OneNorm(const Csr& a) {
+  std::vector<double> sums(static_cast<size_t>(a.n), 0.0);
+  for (int i = 0; i < a.n; ++i)
+    for (int p = a.rowPointers[i] - 1; p < a.rowPointers[i + 1] - 1; ++p) {
+      sums[i] += std::fabs(a.values[p]);
+      if (a.columnIndices[p] - 1 != i) sums[a.columnIndices[p] - 1] += std::fabs(a.values[p]);
+    }
+  return *std::max_element(sums.begin(), sums.end());
+}
+
+// Largest ||K phi - lambda B phi|| / (||K||_1 ||phi||) over the delivered pairs.
+double LargestResidual(const Csr& k, const Csr& b, const BlockRun& r) {
+  const int n = k.n;
+  std::vector<double> kx(n), bx(n);
+  double worst = 0.0;
+  const double kNorm = OneNorm(k);
+  for (size_t j = 0; j < r.values.size(); ++j) {
+    const double* phi = &r.modes[j * n];
+    vqtest::Multiply(k, phi, kx.data());
+    vqtest::Multiply(b, phi, bx.data());
+    double res = 0.0, norm = 0.0;
+    for (int i = 0; i < n; ++i) {
+      res += std::pow(kx[i] - r.values[j] * bx[i], 2);
+      norm += phi[i] * phi[i];
+    }
+    worst = std::max(worst, std::sqrt(res) / (kNorm * std::sqrt(norm)));
+  }
+  return worst;
+}
+
+// The Sturm count the solver should report: the eigenvalues below a shift just above the largest
+// one found (a repeated eigenvalue cut by the count shows up with all its copies).
+int ExpectedSturmCount(const std::vector<double>& reference, const BlockRun& r, double shift) {
+  const double top = r.values.back();
+  const double sigma = top + 1e-6 * std::max(std::fabs(top), std::fabs(top - shift));
+  return static_cast<int>(std::count_if(reference.begin(), reference.end(),
+                                        [sigma](double v) { return v < sigma; }));
+}
+
+// Checks eigenvalues (relative 1e-10 of the larger of the value and the spectrum's scale, so
+// that zero eigenvalues are held to the same absolute accuracy), residuals, B-orthonormality.
+void ExpectMatchesDense(const EigenProblem& e, const BlockRun& r, int wanted, double tolerance = 1e-10) {
+  const Csr b = e.MassCsr();
+  const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
+  ASSERT_EQ(r.code, 0) << e.name;
+  ASSERT_EQ(r.found, wanted) << e.name;
+  const double scale = std::fabs(reference[wanted - 1]);
+  for (int i = 0; i < wanted; ++i)
+    EXPECT_NEAR(r.values[i], reference[i], tolerance * std::max(std::fabs(reference[i]), 1e-4 * scale))
+        << e.name << " eigenvalue " << i + 1;
+  EXPECT_LE(LargestResidual(e.k, b, r), 1e-10) << e.name;
+  EXPECT_LT(vqtest::MOrthonormalityError(b, r.found, r.modes.data()), 1e-9) << e.name;
+}
+
+TEST(BlockLanczos, RealStructuralPairsMatchDenseLapack) {
+  VQTEST_REQUIRE_DATA();
+  // number, modes wanted, block size (0: the library's choice), tolerance on the eigenvalues:
+  // bcsstm20's masses span many decades, and dsygv's Cholesky factor of it loses digits that the
+  // residual check (1e-10 for every pair) does not.
+  const struct {
+    const char* number;
+    int nev;
+    int block;
+    double tolerance;
+  } cases[] = {{"02", 10, 0, 1e-10}, {"05", 20, 0, 1e-10}, {"06", 12, 3, 1e-10},
+               {"07", 25, 0, 1e-10}, {"20", 20, 8, 1e-8},  {"22", 15, 0, 1e-10}};
+  for (const auto& c : cases) {
+    EigenProblem e;
+    ASSERT_TRUE(vqtest::RealProblem(c.number, e)) << c.number;
+    BlockOptions o;
+    o.block = c.block;
+    ExpectMatchesDense(e, RunBlock(e, c.nev, o), c.nev, c.tolerance);
+  }
+}
+
+TEST(BlockLanczos, GeneratedSolidsMatchDenseLapackAndVerifyBySturmCount) {
+  // nx, ny, nz, consistent mass, modes
+  const struct {
+    int nx, ny, nz;
+    bool consistent;
+    int nev;
+  } cases[] = {{6, 2, 2, false, 20}, {5, 2, 3, true, 15}, {4, 3, 3, false, 30}};
+  for (const auto& c : cases) {
+    const EigenProblem e = vqtest::SolidProblem(c.nx, c.ny, c.nz, c.consistent);
+    BlockOptions o;
+    o.verify = true;
+    const BlockRun r = RunBlock(e, c.nev, o);
+    ExpectMatchesDense(e, r, c.nev);
+    // The count below a shift just above the largest eigenvalue found is the number found (and
+    // the other copies of a repeated eigenvalue the count cut).
+    EXPECT_GE(r.sturm, r.found);
+    EXPECT_EQ(r.sturm, ExpectedSturmCount(vqtest::ReferenceEigenvalues(e), r, 0.0))
+        << c.nx << "x" << c.ny << "x" << c.nz;
+    EXPECT_EQ(r.warning, 0);
+  }
+  // Without verification no count is made.
+  const EigenProblem e = vqtest::SolidProblem(4, 2, 2, false);
+  EXPECT_EQ(RunBlock(e, 5).sturm, -1);
+}
+
+TEST(BlockLanczos, RepeatedEigenvaluesComeOutWithTheirMultiplicity) {
+  // A constructed pencil (random rotation of known eigenvalues, M = I) with a triple and pairs,
+  // and a bar of square section, whose bending modes come in pairs.
+  const std::vector<double> spectrum = {1, 1, 1, 2, 3, 3, 4, 5, 5, 5, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
+                                        15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30};
+  const EigenProblem rotated = vqtest::RotatedProblem(spectrum, 7u);
+  for (int block : {4, 5, 0}) {
+    BlockOptions o;
+    o.block = block;
+    o.verify = true;
+    const BlockRun r = RunBlock(rotated, 12, o);
+    ASSERT_EQ(r.code, 0);
+    ASSERT_EQ(r.found, 12);
+    for (int i = 0; i < 12; ++i) EXPECT_NEAR(r.values[i], spectrum[i], 1e-10 * spectrum[i]) << block;
+    EXPECT_EQ(r.sturm, 12);
+    EXPECT_EQ(r.warning, 0);
+  }
+  // A block of two sees only two copies of the fourfold eigenvalue 5: the Sturm count shows the
+  // two that are missing (warning -23).
+  BlockOptions small;
+  small.block = 2;
+  small.verify = true;
+  const BlockRun missed = RunBlock(rotated, 12, small);
+  EXPECT_EQ(missed.sturm, 14);
+  EXPECT_EQ(missed.warning, -23);
+  const EigenProblem bar = vqtest::SolidProblem(8, 2, 2, false);
+  const BlockRun r = RunBlock(bar, 10);
+  ExpectMatchesDense(bar, r, 10);
+  int pairs = 0;
+  for (int i = 0; i + 1 < r.found; ++i)
+    if (vqtest::RelDiff(r.values[i + 1], r.values[i]) < 1e-8) ++pairs;
+  EXPECT_GE(pairs, 2) << "the square bar's bending modes come in pairs";
+}
+
+TEST(BlockLanczos, RigidBodyModesAreFoundBelowANegativeShift) {
+  // A free solid: six zero eigenvalues, then the elastic ones; lumped and consistent mass.
+  for (bool consistent : {false, true}) {
+    const EigenProblem e = vqtest::SolidProblem(4, 2, 2, consistent, false);
+    const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
+    BlockOptions o;
+    o.shift = -0.01 * reference[6];
+    o.verify = true;
+    const BlockRun r = RunBlock(e, 12, o);
+    ExpectMatchesDense(e, r, 12);
+    for (int i = 0; i < 6; ++i) EXPECT_LT(std::fabs(r.values[i]), 1e-9 * reference[6]);
+    EXPECT_EQ(r.sturm, ExpectedSturmCount(reference, r, o.shift));
+    EXPECT_EQ(r.warning, 0);
+  }
+}
+
+TEST(BlockLanczos, PinnedColumnBucklesAtEulersLoads) {
+  vqmath::models::ColumnParameters c;
+  c.elements = 40;
+  const vqmath::models::FrameModel f = vqmath::models::FrameModel::PinnedColumn(c);
+  const Csr k = vqtest::FromModel(f.Stiffness()), kg = vqtest::FromModel(f.GeometricStiffness());
+  const std::vector<double> reference = vqtest::DenseEigenvalues(k, kg);
+  // Shift 0 (K^-1 Kg) and a shift below the first load (buckling transformation).
+  for (double shift : {0.0, 0.5 * c.EulerLoad(1)}) {
+    BlockOptions o;
+    o.selector = 1;
+    o.shift = shift;
+    o.verify = true;
+    const BlockRun r = RunBlock(k, &kg, nullptr, 5, o);
+    ASSERT_EQ(r.code, 0) << shift;
+    ASSERT_EQ(r.found, 5);
+    for (int mode = 1; mode <= 5; ++mode) {
+      EXPECT_LT(vqtest::RelDiff(r.values[mode - 1], c.EulerLoad(mode)), 2e-3) << mode;
+      EXPECT_NEAR(r.values[mode - 1], reference[mode - 1], 1e-10 * reference[mode - 1]) << mode;
+    }
+    EXPECT_LE(LargestResidual(k, kg, r), 1e-10);
+    EXPECT_EQ(r.sturm, 5) << shift;
+    EXPECT_EQ(r.warning, 0);
+  }
+}
+
+TEST(BlockLanczos, BlockSizesAndMassFormsAgree) {
+  // Any block size (1, odd, the library's, larger than the problem) and a diagonal M given as a
+  // diagonal or as compressed rows give the same eigenvalues.
+  const EigenProblem e = vqtest::SolidProblem(5, 2, 2, false);
+  const Csr m = vqtest::DiagonalCsr(e.lumped);
+  const BlockRun reference = RunBlock(e, 8);
+  ASSERT_EQ(reference.code, 0);
+  for (int block : {1, 3, 0, 10000}) {
+    BlockOptions o;
+    o.block = block;
+    for (const BlockRun& r : {RunBlock(e.k, nullptr, &e.lumped, 8, o), RunBlock(e.k, &m, nullptr, 8, o)}) {
+      ASSERT_EQ(r.code, 0) << block;
+      ASSERT_EQ(r.found, 8);
+      for (int i = 0; i < 8; ++i) EXPECT_NEAR(r.values[i], reference.values[i], 1e-10 * reference.values[i]);
+    }
+  }
+}
+
+TEST(BlockLanczos, IntervalLimitEndsTheSearch) {
+  const EigenProblem e = vqtest::SolidProblem(5, 2, 2, false);
+  const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
+  BlockOptions o;
+  o.limitActive = true;
+  o.limit = 0.5 * (reference[4] + reference[5]);
+  const BlockRun r = RunBlock(e, 12, o);
+  EXPECT_EQ(r.code, 0);
+  ASSERT_EQ(r.found, 5);
+  for (int i = 0; i < 5; ++i) EXPECT_NEAR(r.values[i], reference[i], 1e-10 * reference[i]);
+}
+
+TEST(BlockLanczos, OneFactorisationBlockSolvesAndOutOfCore) {
+  // The class: one factorisation per run (two with the Sturm count),  the same results with PARDISO out of core.
+  const EigenProblem e = vqtest::SolidProblem(6, 3, 3, false);
+  const Csr& k = e.k;
+  vqtest::ScratchDir dir;
+  std::vector<double> previous;
+  for (int ooc : {0, 2}) {
+    for (bool verify : {false, true}) {
+      VQ_BlockLanczosEigenSolver s(k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                                   nullptr, nullptr, nullptr, e.lumped.data(),
+                                   VQ_BlockLanczosEigenSolver::kNaturalModes, 20, ooc, -2,
+                                   dir.Path().c_str());
+      s.Set_BlockSize(8);
+      s.Set_VerifyWithSturmCount(verify);
+      ASSERT_EQ(s.Solve(), 0) << ooc;
+      ASSERT_EQ(s.GetNumFoundEigen(), 20);
+      EXPECT_EQ(s.Get_Factorizations(), verify ? 2 : 1);
+      EXPECT_EQ(s.Get_SturmCount(), verify ? 20 : -1);
+      EXPECT_LE(s.Get_LargestResidual(), 1e-10);
+      std::vector<double> values(20);
+      for (int i = 0; i < 20; ++i) values[i] = s.GetEigenValue(i + 1);
+      if (!previous.empty()) {
+        for (int i = 0; i < 20; ++i) EXPECT_NEAR(values[i], previous[i], 1e-10 * previous[i]);
+      }
+      previous = values;
+    }
+  }
+}
+
+TEST(BlockLanczos, EntryPointsRejectBadInput) {
+  const EigenProblem e = vqtest::SolidProblem(3, 2, 2, false);
+  const Csr& k = e.k;
+  const Csr m = vqtest::DiagonalCsr(e.lumped);
+  std::vector<double> values(4, 7.0), nanMass = e.lumped;
+  nanMass[2] = std::numeric_limits<double>::quiet_NaN();
+  int found = 9, sturm = 9;
+  const int* ia = k.rowPointers.data();
+  const int* ja = k.columnIndices.data();
+  const double* a = k.values.data();
+  const double* mass = e.lumped.data();
+  // n, nev, K row pointers, mass, block size, eigenvalue array
+  const struct {
+    const char* what;
+    int n, nev;
+    const int* ia;
+    const double* mass;
+    int block;
+    double* values;
+  } cases[] = {{"n = 0", 0, 4, ia, mass, 0, values.data()},
+               {"nev = 0", k.n, 0, ia, mass, 0, values.data()},
+               {"no K", k.n, 4, nullptr, mass, 0, values.data()},
+               {"no mass", k.n, 4, ia, nullptr, 0, values.data()},
+               {"NaN mass", k.n, 4, ia, nanMass.data(), 0, values.data()},
+               {"negative block", k.n, 4, ia, mass, -2, values.data()},
+               {"no eigenvalue array", k.n, 4, ia, mass, 0, nullptr}};
+  for (const auto& c : cases) {
+    found = sturm = 9;
+    EXPECT_EQ(VQ_EigenvalueAnalysis_BlockLanczos(c.n, c.nev, c.ia, ja, a, c.mass, c.block, 0, &found,
+                                                 c.values, nullptr, 0.0, 0, 0.0, nullptr, &sturm),
+              -64)
+        << c.what;
+    EXPECT_EQ(VQ_GetLastErrorID(), -64) << c.what;
+    EXPECT_EQ(found, 0) << c.what;
+    EXPECT_EQ(sturm, -1) << c.what;
+  }
+  EXPECT_EQ(VQ_EigenvalueAnalysis_BlockLanczos2(k.n, 4, ia, ja, a, nullptr, m.columnIndices.data(),
+                                                m.values.data(), 0, 0, 0, &found, values.data(),
+                                                nullptr, 0.0, 0, 0.0, nullptr, &sturm),
+            -64);
+}
+
+}  // namespace
