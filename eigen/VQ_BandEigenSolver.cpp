@@ -317,7 +317,14 @@ int VQ_BandEigenSolver::Solve(int maxModes) {
 int VQ_BandEigenSolver::ComputeResidualMode(const double* direction, double* mode,
                                             double* eigenvalue, double* fraction,
                                             double* modesFraction) {
-  if (!factor_ || !factor_->Factored()) return -84;
+  if (!factor_ || !counted_) return -84;
+  // The static solve wants the factorisation at the band's lowest counted point (just below the
+  // spectrum for a band from the bottom); the search has usually moved on from it.
+  if (!factor_->Factored() || factor_->Sigma() != countedLower_) {
+    if (!std::isfinite(countedLower_)) return -84;
+    const int status = factor_->Factor(countedLower_);
+    if (status != 0) return status;
+  }
   const ei::ResidualModeResult r =
       ei::ComputeResidualMode(*factor_, GetNumFoundEigen(), vectors_.data(), direction);
   if (r.status != 0) return r.status;

@@ -41,7 +41,10 @@
 // follows the out-of-core mode handed in.
 //
 // Residual mode: ComputeResidualMode completes the band's modes with the missing mass of a
-// direction, using the last factorisation of the search (see eigen/internal/ResidualMode.h).
+// direction (see eigen/internal/ResidualMode.h). Its static solve uses the factorisation at the
+// band's lowest counted point — for a band from the bottom just below the spectrum, so regular
+// also for a free structure — recomputed numerically on the kept analysis when the search has
+// moved on.
 //
 // Statuses (registry numbering): 0; −1 memory; −3 singular factorisation (equation in
 // Get_DOFNumForInstability); −81/−82/−83 other factorisation failures; −45/−46 slice solver

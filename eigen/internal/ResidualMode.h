@@ -22,6 +22,11 @@
 // eigenvalue below σ is among the modes (then all λⱼ − σ > 0); otherwise (r⊥ᵀ·M·x ≤ 0) the
 // Rayleigh quotient r⊥ᵀ·K·r⊥ / r⊥ᵀ·M·r⊥ is given instead.
 //
+// With σ < 0 (a factorisation that stays regular for a free structure) x is first refined into
+// the static response K⁻¹·M·r⊥ by the fixed point x ← (K − σ·M)⁻¹·(M·r⊥ − σ·M·x), which
+// converges whenever r⊥ holds no rigid-body motion (then σ = 0 above); otherwise the shifted
+// response stands.
+//
 // When the modes already hold the whole mass (r⊥ᵀ·M·r⊥ ≤ 1e-13·rᵀ·M·r) the residual mode is the
 // zero vector with eigenvalue 0 and its (vanishing) fraction.
 //
