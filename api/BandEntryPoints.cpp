@@ -26,6 +26,13 @@ namespace ei = vqmath::eigen_internal;
 
 constexpr int kNoMemory = -1;
 
+// The slices of the last band call, for VQ_GetBandSlices (process-wide, like the other results
+// kept between calls).
+std::vector<VQ_BandSlice>& LastSlices() {
+  static std::vector<VQ_BandSlice> slices;
+  return slices;
+}
+
 int CheckPencil(const ei::PencilArrays& p) {
   int code = vi::CheckUpperCsrFinite(p.n, p.kRowPointers, p.kColumnIndices, p.kValues, "K");
   if (code != 0) return code;
@@ -44,6 +51,7 @@ int RunBand(const ei::PencilArrays& p, double lower, double upper, int maxModes,
             int* found, double* eigenvalues, double* modeShapes, const char* workingDirectory) {
   VQ_ResetGlobalErrorsAndWarnings();
   try {
+    LastSlices().clear();
     if (bandCount) *bandCount = 0;
     if (found) *found = 0;
     if (maxModes > 0 && eigenvalues) std::memset(eigenvalues, 0, sizeof(double) * maxModes);
@@ -71,6 +79,7 @@ int RunBand(const ei::PencilArrays& p, double lower, double upper, int maxModes,
     VQ_BandEigenSolver solver(problem);
     const int status = solver.Solve(maxModes);
     if (bandCount) *bandCount = solver.GetBandCount();
+    if (status == 0) LastSlices() = solver.Slices();
     if (status != 0) {
       if (status == -3) vi::registry().instabilityDof = solver.Get_DOFNumForInstability();
       return Record(status, solver.GetErrorMessage());
@@ -185,6 +194,26 @@ int VQ_EigenvalueAnalysis_Band2(int n, const int* kRowPointers, const int* kColu
                         mValues, nullptr),
                  lower, upper, maxModes, bandCount, found, eigenvalues, modeShapes,
                  workingDirectory);
+}
+
+int VQ_GetBandSlices(int maxSlices, double* bounds, int* counts) {
+  const std::vector<VQ_BandSlice>& slices = LastSlices();
+  const int held = static_cast<int>(slices.size());
+  for (int i = 0; i < held && i < maxSlices; ++i) {
+    const VQ_BandSlice& s = slices[i];
+    if (bounds) {
+      bounds[3 * i] = s.lower;
+      bounds[3 * i + 1] = s.upper;
+      bounds[3 * i + 2] = s.shift;
+    }
+    if (counts) {
+      counts[4 * i] = s.countLower;
+      counts[4 * i + 1] = s.countUpper;
+      counts[4 * i + 2] = s.countAtShift;
+      counts[4 * i + 3] = s.found;
+    }
+  }
+  return held;
 }
 
 int VQ_ResidualMode(int n, const int* kRowPointers, const int* kColumnIndices,

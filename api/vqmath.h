@@ -765,6 +765,15 @@ int VQ_EigenvalueAnalysis_Band2(int n /* in */, const int* kRowPointers /* in: n
                                 double* modeShapes /* out: n*maxModes, or null */,
                                 const char* workingDirectory /* in, or null */);
 
+/* The Sturm proof of the last VQ_EigenvalueAnalysis_Band/_Band2 call, one slice after the other
+   (ascending): bounds[3*i .. 3*i+2] = the slice's lower end, upper end and shift; counts[4*i ..
+   4*i+3] = eigenvalues below its lower end, below its upper end and below its shift (negative
+   pivots of K - sigma*M), and the eigenpairs found in it. Copies at most maxSlices slices (either
+   array may be null) and returns the number of slices held (0 before any band call or for an
+   empty band). */
+int VQ_GetBandSlices(int maxSlices /* in */, double* bounds /* out: 3*maxSlices, or null */,
+                     int* counts /* out: 4*maxSlices, or null */);
+
 /* The residual (missing-mass) mode of a direction r (e.g. a unit translation per dof) for nModes
    M-normalised modes: r_perp = r - Phi*Phi'*M*r, M-normalised, M-orthogonal to the modes. Its
    effective mass (psi'*M*r)^2 is exactly what the modes miss of r'*M*r, so modes + residual mode

@@ -208,7 +208,10 @@ int VQ_BandEigenSolver::SolveSlice(VQ_BandSlice& slice) {
   const int n = problem_.n;
   const int count = slice.countUpper - slice.countLower;
   slice.shift = slice.lower + 0.5 * (slice.upper - slice.lower);
-  if (count == 0) return 0;
+  if (count == 0) {
+    slice.countAtShift = slice.countLower;
+    return 0;
+  }
   const double window = kBorderWindow * scale_;
   // Pairs kept by the slices before this one near its lower border.
   std::vector<int> neighbours;

@@ -1,6 +1,7 @@
 // vqsolve modes: the lowest natural modes K·φ = λ·M·φ by a method of choice, with frequencies,
 // the Sturm-sequence verification and the cumulative effective mass.
 
+#include "BandModes.h"
 #include "Commands.h"
 #include "EigenMethods.h"
 #include "GeneratedModel.h"
@@ -49,6 +50,7 @@ int ModesCommand(int argc, char** argv, int first)
         {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2)"},
         {"--no-sturm", "", "skip the Sturm-sequence verification"},
     };
+    for (auto& s : BandOptionSpecs()) specs.push_back(s);
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
     CommandLine line("modes", specs, argc, argv, first);
     if (line.Help()) {
@@ -142,6 +144,20 @@ int ModesCommand(int argc, char** argv, int first)
         pencil.diagonal = &lumped;
 
     LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
+    if (BandRequested(line)) {
+        BandInput band;
+        band.pencil = &pencil;
+        band.direction = &pattern;
+        band.directionName = patternName;
+        band.kName = kName;
+        band.mName = mName;
+        if (model) band.description = model->description;
+        band.workingDirectory = session.WorkingDirectory();
+        band.threads = session.Threads();
+        return RunBandModes(line, common, band, progress);
+    }
+    if (line.Has("--residual") || line.Has("--max-modes"))
+        throw UsageError("vqsolve modes: --residual and --max-modes belong to --band or --band-eig");
     if (!MethodAvailable(method, pencil))
         throw InputError(Format("method %s is not available in this build%s", MethodName(method),
                                 pencil.b ? " for a consistent mass" : ""));
