@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
+#include <cstdlib>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -234,12 +235,30 @@ TEST(BandSpecialCases, EmptyBandAndCapAndBadBounds) {
   for (int i = cap; i < cap + 3; ++i) EXPECT_EQ(values[i], -7.0);
   for (size_t i = static_cast<size_t>(n) * cap; i < shapes.size(); ++i) ASSERT_EQ(shapes[i], -7.0);
 
+  char* message = VQ_GetLastErrorMessage();
+  EXPECT_STREQ(message, "More Eigenvalues in the Band than the Caller Can Take");
+  std::free(message);
+
   struct Bad { double lower, upper; };
   for (const Bad& b : {Bad{2.0, 1.0}, Bad{0.0, std::numeric_limits<double>::infinity()},
                        Bad{std::nan(""), 1.0}}) {
     r = RunBand(e, b.lower, b.upper, 4);
     EXPECT_EQ(r.code, -92) << b.lower << " " << b.upper;
   }
+}
+
+// Out of core: the same band through PARDISO's out-of-core factorisation.
+TEST(BandSpecialCases, OutOfCoreFactorisation) {
+  const EigenProblem e = vqtest::SolidProblem(6, 2, 3, true);
+  const std::vector<double> ev = vqtest::ReferenceEigenvalues(e);
+  double lower = 0.0, upper = 0.0;
+  MidpointBand(ev, 2, 20, lower, upper);
+  vqtest::ScratchDir scratch;
+  VQ_SetWorkingDir(scratch.Path().c_str());
+  VQ_SetParameterL(1001, 2);
+  const BandRun r = RunBand(e, lower, upper, 30);
+  VQ_SetParameterL(1001, 0);
+  ExpectBand(e, ev, r, lower, upper);
 }
 
 }  // namespace
