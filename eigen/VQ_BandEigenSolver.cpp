@@ -235,12 +235,10 @@ int VQ_BandEigenSolver::SolveSlice(VQ_BandSlice& slice) {
     if (sliceSolver_->Solve(request, out) != 0) return Fail(out.status, out.message);
     slice.operatorApplications += out.operatorApplications;
     std::vector<double> keptValues, keptVectors;
-    const bool last = slice.upper >= countedUpper_;
     for (size_t i = 0; i < out.values.size(); ++i) {
       const double v = out.values[i];
       if (v < slice.lower - window || v > slice.upper + window) continue;
       if (v < countedLower_ || v > countedUpper_) continue;
-      if (!last && v > slice.upper + window) continue;
       double* x = &out.vectors[i * static_cast<size_t>(n)];
       // Remove what a neighbour already holds of this vector.
       if (v < slice.lower + window && !neighbours.empty()) {
