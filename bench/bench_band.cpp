@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
   const int equations = argc > 1 ? std::atoi(argv[1]) : 100000;
   const int modes = argc > 2 ? std::atoi(argv[2]) : 100;
   const std::string workdir = argc > 3 ? argv[3] : "/tmp/";
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);  // rows survive a time limit that ends the run
   VQ_InitializeLibrary();
 
   vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(equations));
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
       mCols.data(), lumped.data(), 4, 0, -1, &arpackFound, arpack.data(), shapes.data(), 0.0,
       workdir.c_str(), 0);
   const double arpackSeconds = Now() - t0;
+  std::fprintf(stderr, "ARPACK: %.2f s\n", arpackSeconds);
   if (arpackCode != 0 || arpackFound < modes) {
     std::printf("ARPACK failed (%d, %d found): no band to compare\n", arpackCode, arpackFound);
     return 1;
@@ -81,6 +83,7 @@ int main(int argc, char** argv) {
       lumped.data(), -DBL_MAX, upper, cap, &bandCount, &bandFound, band.data(), shapes.data(),
       workdir.c_str());
   const double bandSeconds = Now() - t0;
+  std::fprintf(stderr, "band: %.2f s\n", bandSeconds);
   const int slices = VQ_GetBandSlices(0, nullptr, nullptr);
   std::vector<int> counts(4 * static_cast<size_t>(std::max(slices, 1)));
   VQ_GetBandSlices(slices, nullptr, counts.data());
