@@ -60,6 +60,10 @@ const char* ErrorText(int code) {
     case -85:
       return "Pivoting Applied for Small or Zero Pivots. Solution Successfully Completed. "
              "Negative Eigenvalues Found.";
+    // Band search.
+    case -90: return "More Eigenvalues in the Band than the Caller Can Take";
+    case -91: return "Eigenvalues of the Band Missed (Sturm Count not Reached)";
+    case -92: return "Invalid Band Bounds";
     default: return "Unclassified";
   }
 }

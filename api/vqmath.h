@@ -857,6 +857,92 @@ int VQ_GetEigenVerification(void);
 double VQ_SetSingularPivotRatio(double ratio /* in */);
 double VQ_GetSingularPivotRatio(void);
 
+/* Band eigenvalue analysis and residual (missing-mass) modes                                   */
+/* ============================================================================================ */
+
+/* Every eigenpair of K*phi = lambda*M*phi with lower <= lambda <= upper, and the exact number of
+   them proven by inertia (Sturm) counts: the negative pivots of K - sigma*M factored at both
+   ends. A band holding more than about 40 modes is cut into slices at shifts chosen from the
+   counts (bisection), each slice is solved by shift-invert Lanczos around its own shift and
+   checked against its counts; repeated eigenvalues at a slice border are kept once. Mode shapes
+   are M-normalised, eigenvalues ascending.
+     n                      order of K (and M)
+     K                      upper triangle, 1-based compressed rows
+     massDiagonal           lumped mass, n values (_Band); _Band2 takes M in compressed rows
+     lower                  lambda_a; -DBL_MAX (or -INFINITY, or any value below the spectrum)
+                            means "every eigenvalue below upper"; a band starting below 0
+                            holds a free structure's rigid-body modes
+     upper                  lambda_b, finite, not below lower; an eigenvalue on an edge (to 1e-9
+                            relative) is inside the band
+     maxModes               the most eigenpairs the caller's arrays take
+     bandCount              the exact count of eigenvalues in the band, also when it exceeds
+                            maxModes
+     found                  the eigenpairs delivered (= bandCount on success)
+     eigenvalues            maxModes doubles (cleared on entry); modeShapes n*maxModes doubles or
+                            null (no shapes); nothing is written past found entries
+     workingDirectory       folder for out-of-core files; null: the library's working directory
+   The library's out-of-core mode (VQ_SetParameterL 1001) applies. Returns 0 (also for an empty
+   band: bandCount 0), or: -90 the band holds more than maxModes (bandCount set, nothing else
+   written); -91 a slice did not yield the modes its counts prove; -92 invalid bounds (NaN, lower
+   above upper, upper not finite); -64 invalid arrays; -3 a singular factorisation (instability
+   DOF); -81/-82/-83 other sparse solver failures; -45 a Lanczos failure; -1 memory. */
+int VQ_EigenvalueAnalysis_Band(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                               const int* kColumnIndices /* in */, const double* kValues /* in */,
+                               const double* massDiagonal /* in: n */, double lower /* in */,
+                               double upper /* in */, int maxModes /* in */,
+                               int* bandCount /* out */, int* found /* out */,
+                               double* eigenvalues /* out: maxModes */,
+                               double* modeShapes /* out: n*maxModes, or null */,
+                               const char* workingDirectory /* in, or null */);
+int VQ_EigenvalueAnalysis_Band2(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                                const int* kColumnIndices /* in */, const double* kValues /* in */,
+                                const int* mRowPointers /* in: n+1 */,
+                                const int* mColumnIndices /* in */, const double* mValues /* in */,
+                                double lower /* in */, double upper /* in */, int maxModes /* in */,
+                                int* bandCount /* out */, int* found /* out */,
+                                double* eigenvalues /* out: maxModes */,
+                                double* modeShapes /* out: n*maxModes, or null */,
+                                const char* workingDirectory /* in, or null */);
+
+/* The Sturm proof of the last VQ_EigenvalueAnalysis_Band/_Band2 call, one slice after the other
+   (ascending): bounds[3*i .. 3*i+2] = the slice's lower end, upper end and shift; counts[4*i ..
+   4*i+3] = eigenvalues below its lower end, below its upper end and below its shift (negative
+   pivots of K - sigma*M), and the eigenpairs found in it. Copies at most maxSlices slices (either
+   array may be null) and returns the number of slices held (0 before any band call or for an
+   empty band). */
+int VQ_GetBandSlices(int maxSlices /* in */, double* bounds /* out: 3*maxSlices, or null */,
+                     int* counts /* out: 4*maxSlices, or null */);
+
+/* The residual (missing-mass) mode of a direction r (e.g. a unit translation per dof) for nModes
+   M-normalised modes: r_perp = r - Phi*Phi'*M*r, M-normalised, M-orthogonal to the modes. Its
+   effective mass (psi'*M*r)^2 is exactly what the modes miss of r'*M*r, so modes + residual mode
+   hold 100 % of the mass in that direction (the static response K^-1*M*r_perp would hold less
+   unless parallel to r_perp). Its eigenvalue is the one with which this single mode reproduces
+   the static response that the missing modes contribute along r_perp:
+   lambda = sigma + r_perp'*M*r_perp / (r_perp'*M*(K - sigma*M)^-1*M*r_perp), a weighted
+   harmonic mean of the missing eigenvalues, from one factorisation of K (sigma = 0), or of
+   K - sigma*M with a small sigma < 0 when K is singular (free structure).
+     modeShapes             n*nModes, M-normalised (nModes may be 0)
+     direction              n values
+     residualMode           out: n values (zeros when the modes already hold the whole mass)
+     residualEigenvalue     out: its eigenvalue
+     effectiveMassFraction  out: its effective mass / r'*M*r
+   Returns 0, -20 no mass in the direction, -64 invalid arrays, -3 an indefinite or singular
+   factorisation, -81/-82/-83 sparse solver failures, -1 memory. */
+int VQ_ResidualMode(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                    const int* kColumnIndices /* in */, const double* kValues /* in */,
+                    const double* massDiagonal /* in: n */, int nModes /* in */,
+                    const double* modeShapes /* in: n*nModes */, const double* direction /* in: n */,
+                    double* residualMode /* out: n */, double* residualEigenvalue /* out */,
+                    double* effectiveMassFraction /* out */);
+int VQ_ResidualMode2(int n /* in */, const int* kRowPointers /* in: n+1 */,
+                     const int* kColumnIndices /* in */, const double* kValues /* in */,
+                     const int* mRowPointers /* in: n+1 */, const int* mColumnIndices /* in */,
+                     const double* mValues /* in */, int nModes /* in */,
+                     const double* modeShapes /* in: n*nModes */,
+                     const double* direction /* in: n */, double* residualMode /* out: n */,
+                     double* residualEigenvalue /* out */, double* effectiveMassFraction /* out */);
+
 #ifdef __cplusplus
 }
 #endif

@@ -330,13 +330,30 @@ if [ "$modes_case" != "$smallest" ] && [ -f "$data/$modes_case.K.bin" ]; then
   fi
 fi
 
-# ---- optional: the other benchmark programs, each with its own table ---------------------------
 appendix=()
+# ---- band search: every mode below a frequency holding about 100 modes at the modal size ---------
+# The band search against ARPACK asked for the same modes at sigma = 0 and FEAST over the same
+# interval, in one process (bench_band prints its own table, appended to the report).
+if [ "$library_ok" = 1 ] && fits 300; then
+  if cmake --build "$build" -j "$jobs" --target bench_band >/dev/null 2>&1; then
+    mkdir -p "$data/programs"
+    log "band search at $modes_case (at most 600 s)"
+    timeout 600 "$bin/bench_band" "$modes_size" 100 "$data/work/" > "$data/programs/bench_band.txt" 2>&1 ||
+      echo "(ended with status $?)" >> "$data/programs/bench_band.txt"
+    appendix+=(--appendix "$data/programs/bench_band.txt")
+  else
+    log "bench_band did not build"
+  fi
+else
+  log "skipped the band search: time budget"
+fi
+
+# ---- optional: the other benchmark programs, each with its own table ---------------------------
 if [ "$with_programs" = 1 ] && [ "$library_ok" = 1 ]; then
   mkdir -p "$data/programs"
   for src in bench/bench_*.cpp; do
     name=$(basename "$src" .cpp)
-    case "$name" in bench_suite_*) continue ;; esac
+    case "$name" in bench_suite_* | bench_band) continue ;; esac
     left=$(( budget - $(elapsed) ))
     if [ "$left" -lt 60 ]; then log "skipped $name: time budget"; continue; fi
     cmake --build "$build" -j "$jobs" --target "$name" >/dev/null 2>&1 || { log "$name did not build"; continue; }

@@ -1,6 +1,7 @@
 // vqsolve modes: the lowest natural modes K·φ = λ·M·φ by a method of choice, with frequencies,
 // the Sturm-sequence verification and the cumulative effective mass.
 
+#include "BandModes.h"
 #include "Commands.h"
 #include "EigenMethods.h"
 #include "GeneratedModel.h"
@@ -50,6 +51,7 @@ int ModesCommand(int argc, char** argv, int first)
         {"--block", "N", "lanczos: find the modes in incremental passes of N (at least 2); block: vectors per block"},
         {"--no-sturm", "", "skip the Sturm-sequence verification"},
     };
+    for (auto& s : BandOptionSpecs()) specs.push_back(s);
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
     CommandLine line("modes", specs, argc, argv, first);
     if (line.Help()) {
@@ -146,6 +148,20 @@ int ModesCommand(int argc, char** argv, int first)
 
     LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
     if (line.Has("--no-sturm")) VQ_SetEigenVerification(0);
+    if (BandRequested(line)) {
+        BandInput band;
+        band.pencil = &pencil;
+        band.direction = &pattern;
+        band.directionName = patternName;
+        band.kName = kName;
+        band.mName = mName;
+        if (model) band.description = model->description;
+        band.workingDirectory = session.WorkingDirectory();
+        band.threads = session.Threads();
+        return RunBandModes(line, common, band, progress);
+    }
+    if (line.Has("--residual") || line.Has("--max-modes"))
+        throw UsageError("vqsolve modes: --residual and --max-modes belong to --band or --band-eig");
     request.load = &pattern;
     request.wantVectors = true;
     request.outOfCoreMode = common.outOfCoreMode;
