@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "api/internal/CsrValidation.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/VQ_BandEigenSolver.h"
 #include "eigen/internal/ResidualMode.h"
 #include "eigen/internal/ShiftedFactorization.h"

@@ -14,7 +14,7 @@
 
 #include "api/internal/CsrValidation.h"
 #include "api/internal/EigenEntryFrame.h"
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/VQ_BlockLanczosEigenSolver.h"
 #include "vqmath.h"
 
@@ -25,12 +25,9 @@ namespace vi = vqmath::internal;
 constexpr int kSelectorBuckling = 1;
 constexpr int kSelectorValuesOnly = 2;
 
-// Whether the results are verified by a Sturm count (one more factorisation). The process
-// environment decides: VQMATH_EIGEN_VERIFICATION=1 switches it on; it is off otherwise.
-bool VerificationRequested() {
-  const char* value = std::getenv("VQMATH_EIGEN_VERIFICATION");
-  return value && value[0] == '1' && value[1] == '\0';
-}
+// Whether the results are verified by a Sturm count (one more factorisation): the process-wide
+// verification switch (VQ_SetEigenVerification), off unless the host turns it on.
+bool VerificationRequested() { return VQ_GetEigenVerification() != 0; }
 
 struct Call {
   int n = 0;

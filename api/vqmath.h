@@ -629,7 +629,7 @@ int VQ_EigenvalueAnalysis_ARPACK5(int n /* in */, int nev /* in */,
      sturmCount      out, may be null: -1 when the results were not verified; otherwise the
                      number of eigenvalues below a shift just above the largest one returned
                      (relative 1e-6), from the inertia of one more factorisation. Verification
-                     is on when the environment variable VQMATH_EIGEN_VERIFICATION is "1". A count
+                     is on when VQ_SetEigenVerification(1) was called. A count
                      that shows an eigenvalue between the shift and the largest one returned that
                      was not found is warning -23.
 

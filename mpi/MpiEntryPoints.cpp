@@ -3,7 +3,7 @@
 // outcome recorded in libvqmath's registry on every process.
 #include "vqmath_mpi.h"
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 #include "eigen/internal/ArpackMessages.h"
 #include "mpi/internal/ClusterSolver.h"
 #include "mpi/internal/DistributedRows.h"

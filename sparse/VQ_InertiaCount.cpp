@@ -63,6 +63,8 @@ int VQ_InertiaCount::CountBelow(double sigma, int* count) {
     VQ_SparseSolver solver(n_, shifted.GetDataPointer(), shifted.GetRowVectorPointer(),
                            shifted.GetColumnVectorPointer(), 1, nullptr, oocMode_, -2, 0,
                            workingDirectory_.c_str(), nullptr);
+    // Only the inertia is wanted: a shift on or next to an eigenvalue is no failure here.
+    solver.Set_JudgeSingularity(false);
     const int status = solver.Decomposition(true, true);
     if (status != 0) {
       int code = kUnclassifiedSolverError;

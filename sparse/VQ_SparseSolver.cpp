@@ -185,6 +185,7 @@ void VQ_SparseSolver::CopyConfiguration(const VQ_SparseSolver& o) {
   permutation_.reset();
   permutationSize_ = 0;
   singularPivotRatio_ = o.singularPivotRatio_;
+  judgeSingularity_ = o.judgeSingularity_;
   smallestPivotRatio_ = 0.0;
   smallestPivotEquation_ = 0;
   pivotMatrixDiagonal_.clear();
@@ -529,8 +530,9 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
 
     // An equation without stiffness makes the matrix singular whatever the factorisation would
     // make of it (PARDISO perturbs the zero pivot and carries on).
-    if (const int equation = SingularityCheck::EquationWithoutStiffness(n_, values_, rowPointers_,
-                                                                        columnIndices_)) {
+    if (const int equation = judgeSingularity_ ? SingularityCheck::EquationWithoutStiffness(
+                                                     n_, values_, rowPointers_, columnIndices_)
+                                               : 0) {
       ReportSingular(equation);
       return;
     }
@@ -613,7 +615,7 @@ void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
 
     // The library's one rule for a singular matrix; rounding-level pivots of either sign are a
     // singularity, not an indefinite matrix.
-    if (!JudgePivots(args)) return;
+    if (judgeSingularity_ && !JudgePivots(args)) return;
 
     if (negativePivots_ > 0) {
       if (stopIfNotPosDefinite_) {
@@ -764,6 +766,8 @@ double VQ_SparseSolver::Set_SingularPivotRatio(double ratio) {
 }
 
 double VQ_SparseSolver::Get_SingularPivotRatio() const { return singularPivotRatio_; }
+
+void VQ_SparseSolver::Set_JudgeSingularity(bool judge) { judgeSingularity_ = judge; }
 double VQ_SparseSolver::Get_SmallestPivotRatio() const { return smallestPivotRatio_; }
 int VQ_SparseSolver::Get_SmallestPivotEquation() const { return smallestPivotEquation_; }
 int VQ_SparseSolver::Get_DOFNumForInstability() const { return instabilityEquation_; }

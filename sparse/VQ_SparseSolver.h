@@ -162,6 +162,9 @@ class VQ_SparseSolver {
   // or more, is ignored).
   double Set_SingularPivotRatio(double ratio);
   double Get_SingularPivotRatio() const;
+  // Off: the factorisation is wanted for its inertia only (a Sturm count), so neither an
+  // equation without stiffness nor a vanishing pivot fails it. On by default.
+  void Set_JudgeSingularity(bool judge);
   // Smallest |pivot| / |diagonal| of the last factorisation and its equation (1-based), 0 when
   // PARDISO could not report the pivots.
   double Get_SmallestPivotRatio() const;
@@ -249,6 +252,7 @@ class VQ_SparseSolver {
   // The singularity rule and what the last factorisation showed of it. The pivots come back
   // through PARDISO's diagonal access, which every factorisation switches on for itself.
   double singularPivotRatio_ = 0.0;
+  bool judgeSingularity_ = true;
   double smallestPivotRatio_ = 0.0;
   int smallestPivotEquation_ = 0;
   std::vector<double> pivotMatrixDiagonal_;  // equation order

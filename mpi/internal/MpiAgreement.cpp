@@ -1,6 +1,6 @@
 #include "mpi/internal/MpiAgreement.h"
 
-#include "api/internal/GlobalState.h"
+#include "core/GlobalState.h"
 
 #include <cstring>
 #include <vector>

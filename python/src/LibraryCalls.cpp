@@ -229,6 +229,20 @@ Outcome Eigen(const EigenCall& call, const UpperCsr& k, const UpperCsr& b, doubl
             code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, kr, kc, kv, br, bc, bv, 4, selector, -1,
                                                  &found, values, shapes, call.shift,
                                                  Directory(settings), 0);
+    } else if (call.method == "block") {
+        // Block shift-invert Lanczos: the eigenvalues nearest the shift, block size chosen by
+        // the library unless given. Verification is the module's own (the Sturm check).
+        const int selector = (call.buckling ? 1 : 0) | (want ? 0 : 2);
+        double* shapes = want ? vectors : nullptr;
+        int sturm = -1;
+        if (diagonal && !call.buckling)
+            code = VQ_EigenvalueAnalysis_BlockLanczos(n, nev, kr, kc, kv, d.data(), call.block, 0, &found,
+                                                      values, shapes, call.shift, 0, 0.0, Directory(settings),
+                                                      &sturm);
+        else
+            code = VQ_EigenvalueAnalysis_BlockLanczos2(n, nev, kr, kc, kv, br, bc, bv, selector, call.block, 0,
+                                                       &found, values, shapes, call.shift, 0, 0.0,
+                                                       Directory(settings), &sturm);
     } else if (call.method == "subspace") {
         std::vector<double> scratch;
         double* shapes = vectors;

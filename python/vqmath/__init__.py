@@ -522,8 +522,6 @@ def _finish(Km, Bm, values, shapes, *, method, o, verify, bounded, direction, re
 def _check_common(method, k, n, tol, direction):
     if method not in METHODS:
         raise ValueError(f"unknown method {method!r}; choose one of {', '.join(METHODS)}")
-    if method == "block":
-        raise ValueError("method 'block' is not available in this build of vqmath")
     if int(k) < 1:
         raise ValueError("k must be at least 1")
     if method in _DENSE_LIMIT and n > _DENSE_LIMIT[method]:
@@ -545,7 +543,7 @@ def _select(values, shapes, k, lower, upper):
     return values[keep], (shapes[:, keep] if shapes is not None else None)
 
 
-def modes(K, M, k: int = 6, *, method: str = "lanczos", shift: Optional[float] = None,
+def modes(K, M, k: int = 6, *, method: str = "block", shift: Optional[float] = None,
           tol: float = 0.0, interval: Optional[Sequence[float]] = None, direction=None,
           residual: bool = False, verify: bool = True, return_eigenvectors: bool = True,
           block: int = 0, load=None, settings: Optional[Settings] = None) -> ModesResult:
@@ -559,8 +557,10 @@ def modes(K, M, k: int = 6, *, method: str = "lanczos", shift: Optional[float] =
         Mass; a 1-D array is a lumped (diagonal) mass.
     k : int
         Number of modes (6 by default, as for eigsh).
-    method : {'lanczos', 'subspace', 'feast', 'ritz', 'lapack', 'jacobi'}
-        'lanczos' (default): shift-invert ARPACK, eigenvalues to machine precision.
+    method : {'block', 'lanczos', 'subspace', 'feast', 'ritz', 'lapack', 'jacobi'}
+        'block' (default): block shift-invert Lanczos, one factorisation and solves with
+        many right-hand sides, residuals below 1e-10. 'lanczos': shift-invert ARPACK,
+        eigenvalues to machine precision.
         'subspace': subspace iteration (tolerance tol, default 1e-6). 'feast': contour
         integral on an interval (from Sturm counts when not given). 'ritz': load-dependent
         Ritz vectors (approximate). 'lapack', 'jacobi': dense, small models only.
@@ -578,7 +578,8 @@ def modes(K, M, k: int = 6, *, method: str = "lanczos", shift: Optional[float] =
         Check the result by Sturm counts (default on); a mismatch warns SturmWarning.
     return_eigenvectors : bool
     block : int
-        Lanczos in passes of this many modes (>= 2; 0: one run).
+        'block': the block size (0: chosen by the library); 'lanczos': passes of this
+        many modes (>= 2; 0: one run).
     load : ndarray (n,), optional
         Ritz vectors: the load pattern to start from (default: ones).
     settings : Settings, optional

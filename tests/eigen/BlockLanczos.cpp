@@ -45,10 +45,7 @@ BlockRun RunBlock(const Csr& k, const Csr* b, const std::vector<double>* diagona
   BlockRun r;
   r.values.assign(static_cast<size_t>(nev), -1.0);
   r.modes.assign(static_cast<size_t>(k.n) * nev, 0.0);
-  if (o.verify)
-    setenv("VQMATH_EIGEN_VERIFICATION", "1", 1);
-  else
-    unsetenv("VQMATH_EIGEN_VERIFICATION");
+  VQ_SetEigenVerification(o.verify ? 1 : 0);
   if (b)
     r.code = VQ_EigenvalueAnalysis_BlockLanczos2(
         k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
@@ -60,7 +57,7 @@ BlockRun RunBlock(const Csr& k, const Csr* b, const std::vector<double>* diagona
         k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), diagonal->data(),
         o.block, 0, &r.found, r.values.data(), r.modes.data(), o.shift, o.limitActive ? 1 : 0,
         o.limit, nullptr, &r.sturm);
-  unsetenv("VQMATH_EIGEN_VERIFICATION");
+  VQ_SetEigenVerification(0);
   r.warning = VQ_GetLastWarningID();
   r.values.resize(static_cast<size_t>(std::max(r.found, 0)));
   r.modes.resize(static_cast<size_t>(k.n) * r.values.size());
