@@ -89,6 +89,9 @@ int ShiftedFactorization::Factor(double sigma) {
       solver_.reset(new VQ_SparseSolver(n_, shifted_.data(), rows_.data(), cols_.data(), 1, nullptr,
                                         oocMode_, kIndefinite, 0, workingDirectory_.c_str(),
                                         nullptr));
+      // Counts and slices need the inertia of K - sigma M wherever sigma lands; a shift on an
+      // eigenvalue shows as perturbed pivots, which this class answers by moving the shift.
+      solver_->Set_JudgeSingularity(false);
       analysed_ = false;
     }
   } catch (const std::bad_alloc&) {

@@ -104,7 +104,7 @@ TEST_F(EigenEntryPoints, SingularStiffnessFailsTheRigidBodyCheckWithItsEquation)
 }
 
 TEST_F(EigenEntryPoints, DispatcherRunsEachMethodOnALumpedMass) {
-  vqmath::models::SolidModel model({6, 2, 2});
+  vqmath::models::SolidModel model({6, 3, 2});
   Csr k = vqtest::FromModel(model.Stiffness());
   const std::vector<double>& mass = model.LumpedMass();
   std::vector<double> ref = vqtest::DenseEigenvalues(k, vqtest::DiagonalCsr(mass));

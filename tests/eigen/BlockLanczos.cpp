@@ -185,14 +185,19 @@ TEST(BlockLanczos, RepeatedEigenvaluesComeOutWithTheirMultiplicity) {
     EXPECT_EQ(r.sturm, 12);
     EXPECT_EQ(r.warning, 0);
   }
-  // A block of two sees only two copies of the fourfold eigenvalue 5: the Sturm count shows the
-  // two that are missing (warning -23).
+  // A block of two may see only two copies of the fourfold eigenvalue 5 (whether rounding brings
+  // the others in depends on the kernels): the Sturm count is the true number of eigenvalues up to
+  // the largest returned, and any copy left out shows as warning -23.
   BlockOptions small;
   small.block = 2;
   small.verify = true;
   const BlockRun missed = RunBlock(rotated, 12, small);
-  EXPECT_EQ(missed.sturm, 14);
-  EXPECT_EQ(missed.warning, -23);
+  ASSERT_GT(missed.found, 0);
+  const double largest = missed.values[static_cast<size_t>(missed.found) - 1];
+  const int truth = static_cast<int>(
+      std::count_if(spectrum.begin(), spectrum.end(), [&](double v) { return v <= largest * (1 + 1e-6); }));
+  EXPECT_EQ(missed.sturm, truth);
+  EXPECT_EQ(missed.warning, truth > missed.found ? -23 : 0);
   const EigenProblem bar = vqtest::SolidProblem(8, 2, 2, false);
   const BlockRun r = RunBlock(bar, 10);
   ExpectMatchesDense(bar, r, 10);
