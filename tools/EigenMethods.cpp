@@ -304,8 +304,14 @@ void RunFeast(const Pencil& pencil, const EigenRequest& request, EigenOutcome& o
         int counted = 0;
         call.Stage("FEAST: bracketing the interval by Sturm counts");
         upper = UpperBoundFor(pencil, nev, from, options, &counted);
-        if (request.hasLimit) upper = std::min(upper, request.limit);
         lower = request.hasShift ? request.shift : -1e-3 * upper;
+        // The library searches its interval in four equal parts from the bottom, one FEAST run
+        // each, until it has the wanted count: the bracket is made the lowest quarter, so one
+        // run finds every wanted mode.
+        if (request.hasLimit)
+            upper = std::min(upper, request.limit);
+        else
+            upper = lower + 4.0 * (upper - lower);
         out.note = Format("interval [%.6g, %.6g] from Sturm counts", lower, upper);
     } else {
         out.note = Format("interval [%.6g, %.6g]", lower, upper);

@@ -117,17 +117,18 @@ double UpperBoundFor(const Pencil& pencil, int count, double lowerBound, const D
         if (!c.message.empty()) throw SolverError(c.code, c.message);
         if (c.negativePivots >= count) {
             if (counted) *counted = c.negativePivots;
-            // Tighten when far too many lie below: FEAST's subspace must hold them all.
-            if (c.negativePivots > 2 * count + 10 && attempt < 58) {
+            // Tighten when too many lie below: FEAST's search space (1.5 times the wanted
+            // count) must hold them all, or FEAST runs again with a larger one.
+            if (c.negativePivots > count + count / 2 && attempt < 58) {
                 double lo = previous, hi = sigma;
-                for (int b = 0; b < 8; ++b) {
+                for (int b = 0; b < 12; ++b) {
                     const double mid = 0.5 * (lo + hi);
                     const SturmCount m = CountBelow(pencil, mid, options);
                     if (!m.message.empty()) throw SolverError(m.code, m.message);
                     if (m.negativePivots >= count) {
                         hi = mid;
                         if (counted) *counted = m.negativePivots;
-                        if (m.negativePivots <= count + count / 2 + 2) break;
+                        if (m.negativePivots <= count + count / 2) break;
                     } else {
                         lo = mid;
                     }
