@@ -5,6 +5,7 @@
 
 #include <mkl_cluster_sparse_solver.h>
 
+#include <climits>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -18,6 +19,15 @@ constexpr int kAnalysis = 11;
 constexpr int kFactorisation = 22;
 constexpr int kSolve = 33;
 constexpr int kReleaseAll = -1;
+constexpr char kSingularMessage[] = "Instability Detected (Ill-conditioned or Singular Matrix Found)";
+
+Outcome Singular(int equation, const std::string& message) {
+  Outcome o;
+  o.code = -3;
+  o.instabilityDof = equation;
+  o.message = message.empty() ? kSingularMessage : message;
+  return o;
+}
 
 }  // namespace
 
@@ -82,9 +92,30 @@ Outcome ClusterSolver::NotPositiveDefinite() {
   o.message = internal::PardisoErrorMessage(-4);
   o.instabilityDof = 0;
   const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_);
-  if (b.located && b.code == -3) o.instabilityDof = b.equation;
+  if (b.located && b.code == -3) {
+    o.instabilityDof = b.equation;
+    if (!b.message.empty()) o.message = b.message;
+  }
   if (b.located && b.code == 0) o = Outcome();  // positive definite after all
   return o;
+}
+
+int ClusterSolver::EquationWithoutStiffness() const {
+  int first = INT_MAX;
+  for (int r = 0; r < last_ - first_ + 1 && first == INT_MAX; ++r) {
+    const int row = first_ + r;
+    bool stiff = false;
+    for (int p = ia_[r] - 1; p < ia_[r + 1] - 1 && !stiff; ++p) stiff = ja_[p] == row && a_[p] != 0.0;
+    if (!stiff) first = row;
+  }
+  MPI_Allreduce(MPI_IN_PLACE, &first, 1, MPI_INT, MPI_MIN, comm_);
+  return first == INT_MAX ? 0 : first;
+}
+
+Outcome ClusterSolver::JudgePerturbedPivots(int matrixType) {
+  const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_, matrixType);
+  if (b.located && b.code == -3 && b.message == kSingularMessage) return Singular(b.equation, b.message);
+  return Outcome();
 }
 
 Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, const double* values, int matrixType,
@@ -99,6 +130,11 @@ Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, 
   // neither fails nor reports anything on a matrix that is not positive definite, while the
   // indefinite type reports the inertia and the perturbed pivots that tell.
   Defaults(-2);
+  // An equation without stiffness is singular whatever the factorisation makes of it (it would
+  // perturb the zero pivot and carry on).
+  if (judgeSingularity_) {
+    if (const int equation = EquationWithoutStiffness()) return Singular(equation, kSingularMessage);
+  }
   active_ = true;
   int error = Call(kAnalysis, 1, nullptr, nullptr);
   if (error != 0) return FailureOf(error, matrixType);
@@ -113,6 +149,12 @@ Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, 
   }
   positive_ = iparm_[21];
   negative_ = iparm_[22];
+  // Vanished pivots show only as perturbed ones here; the single-process solver judges them, as
+  // it does before a positive definite breakdown or a stop at negative pivots.
+  if (judgeSingularity_ && iparm_[13] > 0) {
+    const Outcome singular = JudgePerturbedPivots(matrixType == 2 ? 2 : -2);
+    if (singular.Failed()) return singular;
+  }
   if (matrixType == 2) {
     if (negative_ > 0 || iparm_[13] > 0) return NotPositiveDefinite();
     return Outcome();
