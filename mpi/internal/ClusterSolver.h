@@ -64,6 +64,11 @@ class ClusterSolver {
   // After perturbed pivots: the single-process verdict on the same matrix (-3 with its equation
   // when a pivot vanished), or success.
   Outcome JudgePerturbedPivots(int matrixType);
+  // The pivots themselves stay hidden in the cluster solver, and a pivot at the rounding level
+  // need not be perturbed. A vanishing pivot shows in a solve, though: for K·z = b with a known z,
+  // the error of the computed z grows like the rounding over the smallest pivot ratio. A large
+  // error has the single-process solver judge the matrix (JudgePerturbedPivots).
+  Outcome ProbeSingularity(int matrixType);
 
   MPI_Comm comm_;
   int fcomm_;
