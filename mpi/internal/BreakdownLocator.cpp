@@ -2,6 +2,8 @@
 
 #include "vqmath.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <vector>
 
@@ -9,7 +11,7 @@ namespace vqmath {
 namespace mpi_internal {
 
 Breakdown LocateBreakdown(MPI_Comm comm, int n, int firstRow, int lastRow, const int* rowPointers,
-                          const int* columnIndices, const double* values) {
+                          const int* columnIndices, const double* values, int matrixType) {
   Breakdown b;
   int rank = 0, size = 1;
   MPI_Comm_rank(comm, &rank);
@@ -51,22 +53,30 @@ Breakdown LocateBreakdown(MPI_Comm comm, int n, int firstRow, int lastRow, const
   MPI_Gatherv(values, nnz, MPI_DOUBLE, allValues.data(), nnzCounts.data(), nnzDisp.data(), MPI_DOUBLE, 0, comm);
 
   int result[3] = {0, 0, 0};
+  char message[512] = {};
   if (rank == 0) {
     try {
       std::vector<int> pointers(static_cast<size_t>(n) + 1, 1);
       for (int i = 0; i < n; ++i) pointers[i + 1] = pointers[i] + allLengths[i];
       std::vector<double> rhs(static_cast<size_t>(n), 0.0), x(static_cast<size_t>(n), 0.0);
       int params[64] = {};
-      const int code = VQ_DirectSparseSolver(n, 1, pointers.data(), columns.data(), allValues.data(), rhs.data(), 0, 2,
+      const int code = VQ_DirectSparseSolver(n, 1, pointers.data(), columns.data(), allValues.data(), rhs.data(), 0, matrixType,
                                              params, 0, "", 1, 0, x.data(), 0, nullptr, nullptr, 0, 0);
       result[0] = 1;
       result[1] = code;
       result[2] = code == -3 ? VQ_GetInstabilityDOF() : 0;
+      if (code != 0) {
+        char* text = VQ_GetLastErrorMessage();
+        if (text) std::strncpy(message, text, sizeof message - 1);
+        std::free(text);
+      }
     } catch (const std::bad_alloc&) {
       result[0] = 0;
     }
   }
   MPI_Bcast(result, 3, MPI_INT, 0, comm);
+  MPI_Bcast(message, static_cast<int>(sizeof message), MPI_CHAR, 0, comm);
+  b.message = message;
   b.located = result[0] == 1;
   b.code = result[1];
   b.equation = result[2];

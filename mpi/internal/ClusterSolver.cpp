@@ -1,10 +1,13 @@
 #include "mpi/internal/ClusterSolver.h"
 
 #include "mpi/internal/BreakdownLocator.h"
+#include "mpi/internal/DistributedRows.h"
 #include "sparse/internal/PardisoErrors.h"
 
 #include <mkl_cluster_sparse_solver.h>
 
+#include <climits>
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -18,6 +21,18 @@ constexpr int kAnalysis = 11;
 constexpr int kFactorisation = 22;
 constexpr int kSolve = 33;
 constexpr int kReleaseAll = -1;
+// Relative error of the probing solve above which the matrix is judged by the single-process
+// solver: a pivot ratio of 1e-10 leaves an error of about 1e-6, well-conditioned structures 1e-12.
+constexpr double kProbeError = 1e-8;
+constexpr char kSingularMessage[] = "Instability Detected (Ill-conditioned or Singular Matrix Found)";
+
+Outcome Singular(int equation, const std::string& message) {
+  Outcome o;
+  o.code = -3;
+  o.instabilityDof = equation;
+  o.message = message.empty() ? kSingularMessage : message;
+  return o;
+}
 
 }  // namespace
 
@@ -82,9 +97,59 @@ Outcome ClusterSolver::NotPositiveDefinite() {
   o.message = internal::PardisoErrorMessage(-4);
   o.instabilityDof = 0;
   const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_);
-  if (b.located && b.code == -3) o.instabilityDof = b.equation;
+  if (b.located && b.code == -3) {
+    o.instabilityDof = b.equation;
+    if (!b.message.empty()) o.message = b.message;
+  }
   if (b.located && b.code == 0) o = Outcome();  // positive definite after all
   return o;
+}
+
+int ClusterSolver::EquationWithoutStiffness() const {
+  int first = INT_MAX;
+  for (int r = 0; r < last_ - first_ + 1 && first == INT_MAX; ++r) {
+    const int row = first_ + r;
+    bool stiff = false;
+    for (int p = ia_[r] - 1; p < ia_[r + 1] - 1 && !stiff; ++p) stiff = ja_[p] == row && a_[p] != 0.0;
+    if (!stiff) first = row;
+  }
+  MPI_Allreduce(MPI_IN_PLACE, &first, 1, MPI_INT, MPI_MIN, comm_);
+  return first == INT_MAX ? 0 : first;
+}
+
+Outcome ClusterSolver::JudgePerturbedPivots(int matrixType) {
+  const Breakdown b = LocateBreakdown(comm_, n_, first_, last_, ia_, ja_, a_, matrixType);
+  if (b.located && b.code == -3 && b.message == kSingularMessage) return Singular(b.equation, b.message);
+  return Outcome();
+}
+
+Outcome ClusterSolver::ProbeSingularity(int matrixType) {
+  const int rows = LocalRows();
+  int ok = 1;
+  std::vector<double> z, b, y;
+  try {
+    z.resize(static_cast<size_t>(rows));
+    b.resize(z.size());
+    y.resize(z.size());
+    // Not a multiple of any rigid-body motion: varies from equation to equation.
+    for (int r = 0; r < rows; ++r) z[r] = 1.0 + static_cast<double>((first_ + r) * 7919LL % 1009) / 1009.0;
+    DistributedProduct product(comm_, n_, first_, last_, ia_, ja_, a_);
+    product.Apply(z.data(), b.data());
+  } catch (const std::bad_alloc&) {
+    ok = 0;
+  }
+  MPI_Allreduce(MPI_IN_PLACE, &ok, 1, MPI_INT, MPI_MIN, comm_);
+  if (!ok) return Outcome();  // nothing to probe with: the factorisation stands
+  if (Solve(1, b.data(), y.data()).Failed()) return JudgePerturbedPivots(matrixType);
+  double sums[2] = {0.0, 0.0};
+  for (int r = 0; r < rows; ++r) {
+    sums[0] += (y[r] - z[r]) * (y[r] - z[r]);
+    sums[1] += z[r] * z[r];
+  }
+  MPI_Allreduce(MPI_IN_PLACE, sums, 2, MPI_DOUBLE, MPI_SUM, comm_);
+  const double error = std::sqrt(sums[0] / sums[1]);
+  if (std::isfinite(error) && error <= kProbeError) return Outcome();
+  return JudgePerturbedPivots(matrixType);
 }
 
 Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, const double* values, int matrixType,
@@ -99,6 +164,11 @@ Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, 
   // neither fails nor reports anything on a matrix that is not positive definite, while the
   // indefinite type reports the inertia and the perturbed pivots that tell.
   Defaults(-2);
+  // An equation without stiffness is singular whatever the factorisation makes of it (it would
+  // perturb the zero pivot and carry on).
+  if (judgeSingularity_) {
+    if (const int equation = EquationWithoutStiffness()) return Singular(equation, kSingularMessage);
+  }
   active_ = true;
   int error = Call(kAnalysis, 1, nullptr, nullptr);
   if (error != 0) return FailureOf(error, matrixType);
@@ -113,6 +183,13 @@ Outcome ClusterSolver::Factor(const int* rowPointers, const int* columnIndices, 
   }
   positive_ = iparm_[21];
   negative_ = iparm_[22];
+  // Vanished pivots show only as perturbed ones here; the single-process solver judges them, as
+  // it does before a positive definite breakdown or a stop at negative pivots.
+  if (judgeSingularity_ && (matrixType != 2 || negative_ == 0)) {
+    const int type = matrixType == 2 ? 2 : -2;
+    const Outcome singular = iparm_[13] > 0 ? JudgePerturbedPivots(type) : ProbeSingularity(type);
+    if (singular.Failed()) return singular;
+  }
   if (matrixType == 2) {
     if (negative_ > 0 || iparm_[13] > 0) return NotPositiveDefinite();
     return Outcome();

@@ -9,6 +9,11 @@
 // positive definite type, negative or perturbed pivots are such a breakdown; with
 // stopIfNotPosDefinite negative pivots are one for the indefinite type as well.
 //
+// It follows the library's singularity rule: an equation without stiffness (zero or missing
+// diagonal), or a pivot below the singular pivot ratio times its diagonal, fails the
+// factorisation with -3 "Instability Detected" and the equation the single-process library
+// names. A factorisation wanted for its inertia only (a Sturm count) turns the rule off.
+//
 // Every member is collective over the communicator; every result is the same on all processes.
 #pragma once
 
@@ -34,6 +39,9 @@ class ClusterSolver {
   // X = K⁻¹·B for nrhs local slices (local rows × nrhs); b is not changed.
   Outcome Solve(int nrhs, const double* b, double* x);
 
+  // Off: neither an equation without stiffness nor a vanishing pivot fails Factor. On by default.
+  void SetJudgeSingularity(bool judge) { judgeSingularity_ = judge; }
+
   int NegativePivots() const { return negative_; }
   int PositivePivots() const { return positive_; }
   // True when the indefinite factorisation succeeded with negative pivots (pivoting warning).
@@ -51,6 +59,16 @@ class ClusterSolver {
   // A positive definite factorisation on one process names the equation of the breakdown, or
   // finds none (success).
   Outcome NotPositiveDefinite();
+  // The first equation (global, 1-based) without stiffness on any process, or 0.
+  int EquationWithoutStiffness() const;
+  // After perturbed pivots: the single-process verdict on the same matrix (-3 with its equation
+  // when a pivot vanished), or success.
+  Outcome JudgePerturbedPivots(int matrixType);
+  // The pivots themselves stay hidden in the cluster solver, and a pivot at the rounding level
+  // need not be perturbed. A vanishing pivot shows in a solve, though: for K·z = b with a known z,
+  // the error of the computed z grows like the rounding over the smallest pivot ratio. A large
+  // error has the single-process solver judge the matrix (JudgePerturbedPivots).
+  Outcome ProbeSingularity(int matrixType);
 
   MPI_Comm comm_;
   int fcomm_;
@@ -64,6 +82,7 @@ class ClusterSolver {
   const double* a_ = nullptr;
   int negative_ = 0, positive_ = 0;
   bool pivotingWarning_ = false;
+  bool judgeSingularity_ = true;
 };
 
 }  // namespace mpi_internal

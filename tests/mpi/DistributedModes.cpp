@@ -7,6 +7,7 @@
 #include "vqmath_mpi.h"
 
 #include <gtest/gtest.h>
+#include <mkl_lapacke.h>
 
 #include <algorithm>
 #include <cmath>
@@ -129,9 +130,31 @@ double WorstResidual(const Problem& p, const Result& r)
     return worst;
 }
 
-// The comparison every case makes: the same eigenvalues, the same count below the shift and
-// the same Sturm count just above the highest eigenvalue, small residuals.
-void ExpectSameAsSingleProcess(const Problem& p, int nev, double shift)
+// The lowest eigenvalues of the whole problem by dense LAPACK (dsygv).
+std::vector<double> DenseEigenvalues(const Problem& p)
+{
+    const int n = p.k.n;
+    auto dense = [n](const CsrMatrix& a) {
+        std::vector<double> d(static_cast<size_t>(n) * n, 0.0);
+        for (int i = 0; i < n; ++i)
+            for (int q = a.rowPointers[i] - 1; q < a.rowPointers[i + 1] - 1; ++q) {
+                const int j = a.columnIndices[q] - 1;
+                d[static_cast<size_t>(i) * n + j] = d[static_cast<size_t>(j) * n + i] = a.values[q];
+            }
+        return d;
+    };
+    std::vector<double> k = dense(p.k), b(static_cast<size_t>(n) * n, 0.0), w(static_cast<size_t>(n));
+    if (p.b.n > 0)
+        b = dense(p.b);
+    else
+        for (int i = 0; i < n; ++i) b[static_cast<size_t>(i) * n + i] = p.mass[i];
+    EXPECT_EQ(0, LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, 'N', 'U', n, k.data(), n, b.data(), n, w.data()));
+    return w;
+}
+
+// The comparison every case makes: the same eigenvalues (to `agree`, relative), the same count
+// below the shift and the same Sturm count just above the highest eigenvalue, small residuals.
+void ExpectSameAsSingleProcess(const Problem& p, int nev, double shift, double agree = 1e-10)
 {
     const Result ref = SingleProcess(p, nev, shift);
     const Result got = Distributed(p, nev, shift);
@@ -139,7 +162,7 @@ void ExpectSameAsSingleProcess(const Problem& p, int nev, double shift)
     ASSERT_EQ(0, got.code) << mpitest::LastMessage();
     ASSERT_EQ(ref.found, got.found);
     for (int m = 0; m < got.found; ++m)
-        EXPECT_LE(std::fabs(got.values[m] - ref.values[m]), 1e-10 * std::fabs(ref.values[m])) << "mode " << m + 1;
+        EXPECT_LE(std::fabs(got.values[m] - ref.values[m]), agree * std::fabs(ref.values[m])) << "mode " << m + 1;
     EXPECT_EQ(mpitest::SingleProcessNegativePivots(ShiftedWhole(p, shift)), got.below);
     const double sigma = got.values.back() * (1.0 + 1e-5);
     const int sturm = DistributedSturm(p, sigma);
@@ -173,18 +196,27 @@ TEST(DistributedModes, GeneratedSolidsEqualTheSingleProcessLanczos)
 
 TEST(DistributedModes, SharedStructuresWithLumpedAndConsistentMass)
 {
+    // bcsstk20 is ill-conditioned (about 4e12): its lowest eigenvalues are fixed only to some 1e-9
+    // relative (two dense LAPACK drivers differ by 7e-9), so factorisations that round differently
+    // agree to that level, with each other and with dense LAPACK.
     struct Case {
         const char *k, *m;
         bool lumped;
+        double agree;
     };
-    for (const Case c : {Case{"bcsstk20.mtx", "bcsstm20.mtx", true}, Case{"bcsstk07.mtx", "bcsstm07.mtx", false}}) {
+    for (const Case c : {Case{"bcsstk20.mtx", "bcsstm20.mtx", true, 2e-8}, Case{"bcsstk07.mtx", "bcsstm07.mtx", false, 1e-10}}) {
         CsrMatrix k, m;
         if (!mpitest::ReadShared(c.k, k) || !mpitest::ReadShared(c.m, m))
             GTEST_SKIP() << "shared structural matrices not found (" << c.k << ")";
         SCOPED_TRACE(c.k);
         const std::vector<double> diagonal = vqmath::models::Diagonal(m);
         const Problem p = c.lumped ? Split(k, nullptr, &diagonal, false) : Split(k, &m, nullptr, false);
-        ExpectSameAsSingleProcess(p, 8, 0.0);
+        ExpectSameAsSingleProcess(p, 8, 0.0, c.agree);
+        const std::vector<double> exact = DenseEigenvalues(p);
+        const Result got = Distributed(p, 8, 0.0);
+        ASSERT_EQ(8, got.found);
+        for (int m = 0; m < got.found; ++m)
+            EXPECT_LE(std::fabs(got.values[m] - exact[m]), std::max(c.agree, 1e-9) * exact[m]) << "mode " << m + 1;
     }
 }
 

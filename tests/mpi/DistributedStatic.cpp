@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 namespace {
@@ -96,7 +97,14 @@ TEST(DistributedStatic, GeneratedSolidsEqualTheSingleProcessSolution)
 
 TEST(DistributedStatic, SharedStructuresEqualTheSingleProcessSolution)
 {
-    for (const char* name : {"bcsstk06.mtx", "bcsstk20.mtx"}) {
+    // bcsstk20 is ill-conditioned (about 4e12): factorisations that round differently agree to
+    // some 1e-10 only, so its solution is held to the residual of the single-process one as well.
+    struct Case {
+        const char* name;
+        double agree;
+    };
+    for (const Case c : {Case{"bcsstk06.mtx", 1e-10}, Case{"bcsstk20.mtx", 1e-9}}) {
+        const char* name = c.name;
         CsrMatrix k;
         if (!mpitest::ReadShared(name, k)) GTEST_SKIP() << "shared structural matrices not found (" << name << ")";
         SCOPED_TRACE(name);
@@ -106,7 +114,20 @@ TEST(DistributedStatic, SharedStructuresEqualTheSingleProcessSolution)
         const Reference got = Distributed(mpitest::SliceRows(k, mpitest::MyRows(k.n)), f, 2, -2, 0);
         ASSERT_EQ(0, ref.code);
         ASSERT_EQ(0, got.code) << got.message;
-        EXPECT_LE(mpitest::RelativeDifference(got.x, ref.x), 1e-10);
+        EXPECT_LE(mpitest::RelativeDifference(got.x, ref.x), c.agree);
+        for (int r = 0; r < 2; ++r) {
+            const auto column = [&](const std::vector<double>& v) {
+                return std::vector<double>(v.begin() + static_cast<long>(r) * k.n, v.begin() + static_cast<long>(r + 1) * k.n);
+            };
+            const std::vector<double> load = column(f);
+            const auto residual = [&](const std::vector<double>& x) {
+                const std::vector<double> kx = vqmath::models::Multiply(k, column(x));
+                double e = 0.0;
+                for (int i = 0; i < k.n; ++i) e += (kx[i] - load[i]) * (kx[i] - load[i]);
+                return std::sqrt(e);
+            };
+            EXPECT_LE(residual(got.x), 10.0 * residual(ref.x)) << "load case " << r + 1;
+        }
         EXPECT_EQ(ref.positive, got.positive);
         EXPECT_EQ(ref.negative, got.negative);
     }
@@ -161,18 +182,40 @@ TEST(DistributedStatic, SingularModelReportsTheSameEquation)
     struct Case {
         int matrixType, stop;
     };
-    // The indefinite type perturbs the zero pivot and solves, in both libraries.
-    for (const Case c : {Case{2, 0}, Case{2, 1}, Case{-2, 1}}) {
+    // Singular for either type, stopping at negative pivots or not.
+    for (const Case c : {Case{2, 0}, Case{2, 1}, Case{-2, 0}, Case{-2, 1}}) {
         SCOPED_TRACE(c.matrixType);
         const Reference ref = SingleProcess(k, f, 1, c.matrixType, c.stop);
         const Reference got = Distributed(local, f, 1, c.matrixType, c.stop);
-        EXPECT_EQ(c.matrixType == 2 ? -3 : 0, ref.code);
+        EXPECT_EQ(-3, ref.code);
         EXPECT_EQ(ref.code, got.code);
-        if (c.matrixType == 2) EXPECT_EQ(j, ref.dof);
+        EXPECT_EQ(j, ref.dof);
         EXPECT_EQ(ref.dof, got.dof);
         EXPECT_EQ(ref.message, got.message);
         const std::vector<std::string> all = mpitest::GatherStrings(std::to_string(got.dof) + " " + got.message);
         for (const std::string& s : all) EXPECT_EQ(all[0], s);
+    }
+}
+
+TEST(DistributedStatic, FreeBodyVanishingPivotReportsTheSameEquation)
+{
+    // Unclamped: six rigid-body modes leave pivots at the rounding level, which the factorisation
+    // only perturbs; both libraries call the matrix singular at the same equation.
+    SolidParameters p = SolidModel::ForEquations(1500);
+    p.clamped = false;
+    const SolidModel whole(p);
+    const int n = whole.NumEquations();
+    const DistributedSolid part(p, mpitest::MyRows(n));
+    const std::vector<double> f(static_cast<size_t>(n), 1.0);
+    for (const int matrixType : {2, -2}) {
+        SCOPED_TRACE(matrixType);
+        const Reference ref = SingleProcess(whole.Stiffness(), f, 1, matrixType, 0);
+        const Reference got = Distributed(part.Stiffness(), f, 1, matrixType, 0);
+        EXPECT_EQ(-3, ref.code);
+        EXPECT_EQ(ref.code, got.code);
+        EXPECT_GE(ref.dof, 1);
+        EXPECT_EQ(ref.dof, got.dof);
+        EXPECT_EQ(ref.message, got.message);
     }
 }
 
