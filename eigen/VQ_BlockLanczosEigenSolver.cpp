@@ -74,6 +74,7 @@ struct VQ_BlockLanczosEigenSolver::Basis {
   int b = 0;
   int mMax = 0;      // active columns at which a cycle ends
   int capacity = 0;  // columns of V: active + one residual block
+  int span = 0;      // most W-orthonormal columns there can be: n, or the masses of a diagonal M
   int locked = 0;    // leading columns whose pairs are locked
   std::vector<double> V, WV, H;
   std::vector<double> X, WX, X0, C, R, T;
@@ -262,7 +263,7 @@ int VQ_BlockLanczosEigenSolver::NormaliseBlock(Basis& s, int basisCount, double*
                                                int count, double* r) {
   const int n = s.n;
   const int b = s.b;
-  const int room = std::min(s.capacity - basisCount, n - basisCount);
+  const int room = std::min(s.capacity - basisCount, s.span - basisCount);
   std::fill(r, r + static_cast<Index>(b) * b, 0.0);
   if (count < 1 || room < 1) return 0;
   const Index bytes = sizeof(double) * static_cast<Index>(n) * count;
@@ -365,7 +366,7 @@ int VQ_BlockLanczosEigenSolver::NormaliseBlock(Basis& s, int basisCount, double*
       continue;
     }
     // The Krylov space cannot grow from this column: continue with a random direction.
-    if (basisCount + kept >= n) continue;
+    if (basisCount + kept >= s.span) continue;
     for (int i = 0; i < n; ++i) v[static_cast<Index>(i)] = uniform(random_);
     const double randomBefore = cblas_dnrm2(n, v.data(), 1);
     orthogonaliseAll(v.data());
@@ -581,7 +582,12 @@ int VQ_BlockLanczosEigenSolver::Solve() {
     Basis s;
     s.n = n;
     s.b = block_;
-    s.mMax = std::min(n, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
+    // A diagonal M with massless equations is only positive semi-definite: its inner product
+    // admits no more orthonormal vectors than it has masses, and the Krylov space of the
+    // operator is exhausted there. Columns beyond would be rounding noise in the massless
+    // equations that spoils every Ritz vector.
+    s.span = kind_ == kNaturalModes && bDiagonal_ ? std::min(n, numMassDOF_) : n;
+    s.mMax = std::min(s.span, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
     s.capacity = std::min(n, s.mMax + block_);
     const Index cap = static_cast<Index>(s.capacity);
     const Index nb = static_cast<Index>(n) * block_;

@@ -457,7 +457,9 @@ def _buckling_shift(Km, Bm, s) -> float:
     """A positive sigma below the lowest buckling factor (no negative pivot of K - sigma Kg)."""
     kd, gd = Km.diagonal(), Bm.diagonal()
     ok = (kd > 0) & (gd > 0)
-    sigma = float(np.min(kd[ok] / gd[ok])) if ok.any() else 1.0
+    # Below every ratio k_ii / g_ii: at one of them K - sigma Kg has a zero diagonal entry,
+    # which the factorisation of the shifted matrix rejects as singular.
+    sigma = 0.5 * float(np.min(kd[ok] / gd[ok])) if ok.any() else 1.0
     for _ in range(30):
         if _count(Km, Bm, sigma, s) == 0:
             break
@@ -519,7 +521,7 @@ def _finish(Km, Bm, values, shapes, *, method, o, verify, bounded, direction, re
     return result
 
 
-def _check_common(method, k, n, tol, direction):
+def _check_common(method, k, n, tol, direction, block=0):
     if method not in METHODS:
         raise ValueError(f"unknown method {method!r}; choose one of {', '.join(METHODS)}")
     if int(k) < 1:
@@ -529,6 +531,8 @@ def _check_common(method, k, n, tol, direction):
                          f"{_DENSE_LIMIT[method]}")
     if not np.isfinite(tol) or tol < 0:
         raise ValueError("tol must be a finite number >= 0")
+    if int(block) < 0:
+        raise ValueError("block must be >= 0 (0: chosen by the library)")
     if direction is not None:
         d = np.asarray(direction)
         if d.shape != (n,):
@@ -565,7 +569,7 @@ def modes(K, M, k: int = 6, *, method: str = "block", shift: Optional[float] = N
         integral on an interval (from Sturm counts when not given). 'ritz': load-dependent
         Ritz vectors (approximate). 'lapack', 'jacobi': dense, small models only.
     shift : float, optional
-        Modes nearest (lanczos) or above (subspace) this eigenvalue.
+        Modes nearest (block, lanczos) or above (subspace) this eigenvalue.
     tol : float
         Convergence tolerance of subspace iteration (0: the library's).
     interval : (float, float), optional
@@ -603,7 +607,7 @@ def modes(K, M, k: int = 6, *, method: str = "block", shift: Optional[float] = N
     s = _settings(settings)
     Km, Mm = _pencil(K, M, "M")
     n = Km.n
-    _check_common(method, k, n, tol, direction)
+    _check_common(method, k, n, tol, direction, block)
     lower, upper = -np.inf, np.inf
     if interval is not None:
         lower, upper = (float(v) for v in interval)
@@ -634,7 +638,7 @@ def modes(K, M, k: int = 6, *, method: str = "block", shift: Optional[float] = N
     values, shapes, o = _solve_eigen(method, Km, Mm, k, shift=sigma, tol=tol, lower=lower_call,
                                      upper=upper_call, block=block, buckling=False,
                                      vectors=want, load=load, load_is_force=True, s=s)
-    low = lower if np.isfinite(lower) else (shift if shift is not None and method != "lanczos" else -np.inf)
+    low = lower if np.isfinite(lower) else (shift if shift is not None and method not in ("lanczos", "block") else -np.inf)
     values, shapes = _select(values, shapes, k, low, upper)
     bounded = np.isfinite(lower) or shift is not None
     result = _finish(Km, Mm, values, shapes, method=method, o=o, verify=verify and method != "ritz",
@@ -726,9 +730,10 @@ def buckling(K, Kg, k: int = 6, *, method: str = "lanczos", shift: Optional[floa
     Kg : sparse matrix, ndarray, or 1-D diagonal
         Geometric stiffness of the reference load.
     k : int
-    method : {'lanczos', 'subspace', 'lapack', 'jacobi'}
+    method : {'lanczos', 'block', 'subspace', 'lapack', 'jacobi'}
     shift : float, optional
         Lanczos: a positive sigma below the lowest factor (found by Sturm counts otherwise).
+        Block: 0 by default (the factors smallest in magnitude, from K^-1 Kg).
     tol, residual, verify, return_eigenvectors, block, settings : as for :func:`modes`
 
     Returns
@@ -746,10 +751,10 @@ def buckling(K, Kg, k: int = 6, *, method: str = "lanczos", shift: Optional[floa
     """
     s = _settings(settings)
     Km, Gm = _pencil(K, Kg, "Kg")
-    _check_common(method, k, Km.n, tol, None)
+    _check_common(method, k, Km.n, tol, None, block)
     if method in ("feast", "ritz"):
         raise ValueError(f"method {method!r} needs a positive definite second matrix; "
-                         "use lanczos, subspace, lapack or jacobi for buckling")
+                         "use block, lanczos, subspace, lapack or jacobi for buckling")
     if shift is not None and not np.isfinite(shift):
         raise ValueError("shift must be finite")
     k = min(int(k), Km.n)

@@ -43,7 +43,7 @@ def test_singular_model_raises_error_with_the_equation():
     assert e.message and str(e).startswith("vqmath error -3: ")
 
 
-@pytest.mark.parametrize("method", ["lanczos", "subspace", "feast", "lapack", "jacobi"])
+@pytest.mark.parametrize("method", ["block", "lanczos", "subspace", "feast", "lapack", "jacobi"])
 @pytest.mark.parametrize("mass", ["lumped", "consistent"])
 def test_modes_match_eigh(solid, method, mass):
     K, lumped, M = solid
@@ -105,12 +105,21 @@ def test_band_finds_every_mode_with_its_sturm_proof(solid):
     assert len(empty.eigenvalues) == 0 and empty.sturm_count == 0
 
 
-@pytest.mark.parametrize("method", ["lanczos", "lapack", "subspace"])
+@pytest.mark.parametrize("method", ["block", "lanczos", "lapack", "subspace"])
 def test_buckling_matches_eigh(solid, method):
     K, _, Kg = solid   # the consistent mass serves as a positive definite geometric stiffness
     w, _ = dense_eigh(K, Kg)
     r = vqmath.buckling(K, Kg, 5, method=method)
     np.testing.assert_allclose(r.eigenvalues, w[:5], rtol=1e-6 if method == "subspace" else 1e-9)
+    assert r.sturm_passed
+
+
+@pytest.mark.parametrize("method", ["block", "lanczos"])
+def test_buckling_of_a_diagonal_pencil(method):
+    # K - sigma Kg has a zero diagonal at sigma = k_ii / g_ii: no shift may sit there.
+    K, G = sp.diags([4.0, 6.0, 9.0]).tocsr(), np.array([2.0, 1.0, 1.0])
+    r = vqmath.buckling(K, G, 2, method=method)
+    np.testing.assert_allclose(r.eigenvalues, [2.0, 6.0], rtol=1e-12)
     assert r.sturm_passed
 
 
