@@ -34,7 +34,9 @@ ctest --output-on-failure -j "$jobs" --timeout 600 || status=$?
 
 # The pytest suite of the Python module runs inside ctest (python.pytest); say so when it could
 # not be built or run here.
-if [ ! -d python/vqmath ]; then
+if [ "$build" = build-sanitize ]; then
+  echo "test.sh: Python tests are not part of the sanitizer build (the interpreter is not instrumented)"
+elif [ ! -d python/vqmath ]; then
   echo "test.sh: Python tests skipped: the module was not built (needs python3-dev and pybind11-dev)"
 elif ! ctest -N -R '^python\.pytest$' | grep -q 'python.pytest'; then
   echo "test.sh: Python tests skipped: the build's python3 lacks pytest, numpy or scipy"
