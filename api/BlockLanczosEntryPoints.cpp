@@ -116,6 +116,30 @@ int Run(const Call& c) {
   }
 }
 
+// The arguments both entry points share.
+Call CommonCall(int n, int nev, const int* kRowPointers, const int* kColumnIndices,
+                const double* kValues, int blockSize, int maxIterations, int* found,
+                double* eigenvalues, double* modeShapes, double shift, int limitActive,
+                double limit, const char* workingDirectory, int* sturmCount) {
+  Call c;
+  c.n = n;
+  c.nev = nev;
+  c.kia = kRowPointers;
+  c.kja = kColumnIndices;
+  c.ka = kValues;
+  c.blockSize = blockSize;
+  c.maxIterations = maxIterations;
+  c.found = found;
+  c.eigenvalues = eigenvalues;
+  c.modeShapes = modeShapes;
+  c.shift = shift;
+  c.limitActive = limitActive != 0;
+  c.limit = limit;
+  c.workingDirectory = workingDirectory;
+  c.sturmCount = sturmCount;
+  return c;
+}
+
 }  // namespace
 
 extern "C" {
@@ -127,23 +151,10 @@ int VQ_EigenvalueAnalysis_BlockLanczos(int n, int nev, const int* kRowPointers,
                                        double* modeShapes, double shift, int limitActive,
                                        double limit, const char* workingDirectory,
                                        int* sturmCount) {
-  Call c;
-  c.n = n;
-  c.nev = nev;
-  c.kia = kRowPointers;
-  c.kja = kColumnIndices;
-  c.ka = kValues;
+  Call c = CommonCall(n, nev, kRowPointers, kColumnIndices, kValues, blockSize, maxIterations, found,
+                      eigenvalues, modeShapes, shift, limitActive, limit, workingDirectory,
+                      sturmCount);
   c.bDiagonal = massDiagonal;
-  c.blockSize = blockSize;
-  c.maxIterations = maxIterations;
-  c.found = found;
-  c.eigenvalues = eigenvalues;
-  c.modeShapes = modeShapes;
-  c.shift = shift;
-  c.limitActive = limitActive != 0;
-  c.limit = limit;
-  c.workingDirectory = workingDirectory;
-  c.sturmCount = sturmCount;
   return Run(c);
 }
 
@@ -155,26 +166,13 @@ int VQ_EigenvalueAnalysis_BlockLanczos2(int n, int nev, const int* kRowPointers,
                                         double* modeShapes, double shift, int limitActive,
                                         double limit, const char* workingDirectory,
                                         int* sturmCount) {
-  Call c;
-  c.n = n;
-  c.nev = nev;
-  c.kia = kRowPointers;
-  c.kja = kColumnIndices;
-  c.ka = kValues;
+  Call c = CommonCall(n, nev, kRowPointers, kColumnIndices, kValues, blockSize, maxIterations, found,
+                      eigenvalues, modeShapes, shift, limitActive, limit, workingDirectory,
+                      sturmCount);
   c.bia = bRowPointers;
   c.bja = bColumnIndices;
   c.ba = bValues;
   c.selector = (selector >= 0 && selector <= 3) ? selector : 0;
-  c.blockSize = blockSize;
-  c.maxIterations = maxIterations;
-  c.found = found;
-  c.eigenvalues = eigenvalues;
-  c.modeShapes = modeShapes;
-  c.shift = shift;
-  c.limitActive = limitActive != 0;
-  c.limit = limit;
-  c.workingDirectory = workingDirectory;
-  c.sturmCount = sturmCount;
   if (!c.bia && n > 0) {
     VQ_ResetGlobalErrorsAndWarnings();
     vi::ClearEigenOutputs(nev, eigenvalues, found);
