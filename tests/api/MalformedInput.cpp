@@ -126,14 +126,15 @@ std::vector<Case> Cases() {
 enum class Entry {
   SparseSolverDirect, DirectSparseSolver, SolveAdvanced,
   ProductKernel, ProductNative, ProductMkl, ProductNativeDispatch, MatrixProductMkl, WriteMatrix,
-  Subspace, Ritz, Feast, Lapack, Jacobi, Arpack
+  Subspace, Ritz, Feast, Lapack, Jacobi, Arpack, BlockLanczos, Band, SturmCount, ResidualMode
 };
 const char* const kEntryNames[] = {"SparseSolverDirect", "DirectSparseSolver", "SolveAdvanced", "ProductKernel",
                                    "ProductNative", "ProductMkl", "ProductNativeDispatch", "MatrixProductMkl",
-                                   "WriteMatrix", "Subspace", "Ritz", "Feast", "Lapack", "Jacobi", "Arpack"};
+                                   "WriteMatrix", "Subspace", "Ritz", "Feast", "Lapack", "Jacobi", "Arpack",
+                                   "BlockLanczos", "Band", "SturmCount", "ResidualMode"};
 std::vector<Entry> Entries() {
   std::vector<Entry> all;
-  for (int e = 0; e <= static_cast<int>(Entry::Arpack); ++e) all.push_back(static_cast<Entry>(e));
+  for (int e = 0; e <= static_cast<int>(Entry::ResidualMode); ++e) all.push_back(static_cast<Entry>(e));
   return all;
 }
 
@@ -146,7 +147,8 @@ struct Call {
   const Case& c;
   GuardedArray<int> rp, ci;
   GuardedArray<double> v, mass, rhs, out, vectors;
-  int found = -5;
+  int found = -5, count = -5;
+  double scalars[2] = {-3.25, -3.25};
   explicit Call(const Case& cs)
       : c(cs),
         rp(cs.rowPointers.size()),
@@ -194,6 +196,15 @@ struct Call {
       case Entry::Arpack:
         return VQ_EigenvalueAnalysis_ARPACK(c.n, c.nev, r, col, val, m, 4, 0, 0, &found, out.data(),
                                             vectors.data(), 0.0, "", 0);
+      case Entry::BlockLanczos:
+        return VQ_EigenvalueAnalysis_BlockLanczos(c.n, c.nev, r, col, val, m, 0, 0, &found, out.data(),
+                                                  vectors.data(), 0.0, 0, 0.0, "", &count);
+      case Entry::Band:
+        return VQ_EigenvalueAnalysis_Band(c.n, r, col, val, m, -1.0, 3.0, c.nev, &count, &found, out.data(),
+                                          vectors.data(), "");
+      case Entry::SturmCount: return VQ_SturmCount(c.n, r, col, val, m, 1.0, &count);
+      case Entry::ResidualMode:
+        return VQ_ResidualMode(c.n, r, col, val, m, 0, nullptr, rhs.data(), out.data(), &scalars[0], &scalars[1]);
     }
     return 0;
   }
@@ -203,14 +214,20 @@ struct Call {
   }
 };
 
+// The dense paths deliver all eigenvalues, a band all it holds, a count or a residual mode none.
+bool TakesCount(Entry e) {
+  return e != Entry::Lapack && e != Entry::Jacobi && e != Entry::Band && e != Entry::SturmCount &&
+         e != Entry::ResidualMode;
+}
+
 // Every entry point with every case that concerns its family.
 std::vector<std::pair<Entry, int>> Combinations() {
   std::vector<std::pair<Entry, int>> all;
   const std::vector<Case> cases = Cases();
   for (Entry e : Entries())
     for (size_t k = 0; k < cases.size(); ++k)
-      if ((cases[k].families & FamilyOf(e)) && (cases[k].nev > 0 || (e != Entry::Lapack && e != Entry::Jacobi)))
-        all.emplace_back(e, static_cast<int>(k));  // the dense paths deliver all eigenvalues
+      if ((cases[k].families & FamilyOf(e)) && (cases[k].nev > 0 || TakesCount(e)))
+        all.emplace_back(e, static_cast<int>(k));
   return all;
 }
 
@@ -235,6 +252,7 @@ TEST_P(MalformedInput, IsRejectedWithItsDescriptionAndTouchesNothing) {
   if (arpackCount) fragments = {"must be positive"};
   if (family == kEigen && c.eigenProblem && std::string(c.eigenProblem) == "NaN or infinite")
     fragments = {"NaN", "infinite", "not finite"};
+  if (family == kEigen && c.nullMass) fragments.push_back("M: array is null");
   for (bool inPlace : {true, false}) {
     if (inPlace && family != kSolve) continue;
     SCOPED_TRACE(inPlace ? "in place" : "into a separate array");

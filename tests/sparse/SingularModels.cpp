@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -138,6 +139,19 @@ VQ_SysMatrixHandle Handle(const Csr& k) {
   return h;
 }
 
+// A solution through a system-matrix handle: 0 Solve, 1 SolveMult, 2 Resolve.
+std::function<int(const Model&)> HandlePath(int which) {
+  return [which](const Model& m) {
+    VQ_SysMatrixHandle h = Handle(m.k);
+    VQ_SysVectorHandle f = VQ_SysVectorCreate(m.k.n, 1.0), x = VQ_SysVectorCreate(m.k.n, 0.0);
+    const int code = which == 0   ? VQ_SysMatrixSolve(h, f, x)
+                     : which == 1 ? VQ_SysMatrixSolveMult(h, 1, &f, &x)
+                                  : VQ_SysMatrixResolve(h, f, x);
+    VQ_SysVectorEnd(f), VQ_SysVectorEnd(x), VQ_SysMatrixEnd(h);
+    return code;
+  };
+}
+
 // Every path that factors K, each returning its code.
 struct Path {
   const char* name;
@@ -168,30 +182,9 @@ std::vector<Path> Paths() {
                                       m.k.values.data(), f.data(), 0, -2, nullptr, 0,
                                       dir.Path().c_str(), 0, 0, nullptr, 0, nullptr, nullptr, 0, 0);
        }},
-      {"VQ_SysMatrixSolve",
-       [=](const Model& m) {
-         VQ_SysMatrixHandle h = Handle(m.k);
-         VQ_SysVectorHandle f = VQ_SysVectorCreate(m.k.n, 1.0), x = VQ_SysVectorCreate(m.k.n, 0.0);
-         const int code = VQ_SysMatrixSolve(h, f, x);
-         VQ_SysVectorEnd(f), VQ_SysVectorEnd(x), VQ_SysMatrixEnd(h);
-         return code;
-       }},
-      {"VQ_SysMatrixSolveMult",
-       [=](const Model& m) {
-         VQ_SysMatrixHandle h = Handle(m.k);
-         VQ_SysVectorHandle f = VQ_SysVectorCreate(m.k.n, 1.0), x = VQ_SysVectorCreate(m.k.n, 0.0);
-         const int code = VQ_SysMatrixSolveMult(h, 1, &f, &x);
-         VQ_SysVectorEnd(f), VQ_SysVectorEnd(x), VQ_SysMatrixEnd(h);
-         return code;
-       }},
-      {"VQ_SysMatrixResolve",
-       [=](const Model& m) {
-         VQ_SysMatrixHandle h = Handle(m.k);
-         VQ_SysVectorHandle f = VQ_SysVectorCreate(m.k.n, 1.0), x = VQ_SysVectorCreate(m.k.n, 0.0);
-         const int code = VQ_SysMatrixResolve(h, f, x);
-         VQ_SysVectorEnd(f), VQ_SysVectorEnd(x), VQ_SysMatrixEnd(h);
-         return code;
-       }},
+      {"VQ_SysMatrixSolve", HandlePath(0)},
+      {"VQ_SysMatrixSolveMult", HandlePath(1)},
+      {"VQ_SysMatrixResolve", HandlePath(2)},
       {"VQ_SysMatrixSolveAdvanced, new and refactored",
        [=](const Model& m) {
          std::vector<double> f = ones(m), x(f.size());
@@ -345,29 +338,24 @@ TEST(SingularModels, ShiftedEigenFactorisationsAreJudgedAsThemselves) {
   EXPECT_LT(vqtest::RelDiff(near[1], exact[4]), 1e-6);
 
   // The shifted matrix itself: K - sigma M with four negative pivots factors as regular.
-  const Csr shifted = vqtest::ShiftedByDiagonal(k, m, shift);
-  VQ_SparseSolver solver(shifted.n, const_cast<double*>(shifted.values.data()),
-                         const_cast<int*>(shifted.rowPointers.data()),
-                         const_cast<int*>(shifted.columnIndices.data()), 1, nullptr, 0, -2, 0,
-                         dir.Path().c_str(), nullptr);
-  EXPECT_EQ(0, solver.Decomposition(true, true));
-  EXPECT_EQ(4, solver.Get_NumberOfNegativeEigenvalues());
+  Csr shifted = vqtest::ShiftedByDiagonal(k, m, shift);
+  auto solverOf = [&dir](Csr& a) {
+    return std::make_unique<VQ_SparseSolver>(a.n, a.values.data(), a.rowPointers.data(), a.columnIndices.data(), 1,
+                                             nullptr, 0, -2, 0, dir.Path().c_str(), nullptr);
+  };
+  auto solver = solverOf(shifted);
+  EXPECT_EQ(0, solver->Decomposition(true, true));
+  EXPECT_EQ(4, solver->Get_NumberOfNegativeEigenvalues());
   // Equation 4 without stiffness: under a shift its mass makes it a regular (rigid-body) equation;
   // without mass as well it is singular there.
   Csr massless = Springs(5, {{1, 2, 1.0}, {2, 3, 1.0}, {3, 5, 1.0}});
-  const Csr shiftedMassless = vqtest::ShiftedByDiagonal(massless, {1.0, 1.0, 1.0, 1.0, 1.0}, -0.5);
-  VQ_SparseSolver other(5, const_cast<double*>(shiftedMassless.values.data()),
-                        const_cast<int*>(shiftedMassless.rowPointers.data()),
-                        const_cast<int*>(shiftedMassless.columnIndices.data()), 1, nullptr, 0, -2, 0,
-                        dir.Path().c_str(), nullptr);
-  EXPECT_EQ(0, other.Decomposition(true, true)) << "mass makes a rigid-body mode regular under a shift";
-  const Csr noMass = vqtest::ShiftedByDiagonal(massless, {1.0, 1.0, 1.0, 0.0, 1.0}, -0.5);
-  VQ_SparseSolver none(5, const_cast<double*>(noMass.values.data()),
-                       const_cast<int*>(noMass.rowPointers.data()),
-                       const_cast<int*>(noMass.columnIndices.data()), 1, nullptr, 0, -2, 0,
-                       dir.Path().c_str(), nullptr);
-  EXPECT_EQ(-1, none.Decomposition(true, true));
-  EXPECT_EQ(4, none.Get_DOFNumForInstability());
+  Csr shiftedMassless = vqtest::ShiftedByDiagonal(massless, {1.0, 1.0, 1.0, 1.0, 1.0}, -0.5);
+  EXPECT_EQ(0, solverOf(shiftedMassless)->Decomposition(true, true))
+      << "mass makes a rigid-body mode regular under a shift";
+  Csr noMass = vqtest::ShiftedByDiagonal(massless, {1.0, 1.0, 1.0, 0.0, 1.0}, -0.5);
+  auto none = solverOf(noMass);
+  EXPECT_EQ(-1, none->Decomposition(true, true));
+  EXPECT_EQ(4, none->Get_DOFNumForInstability());
 }
 
 TEST(SingularModels, TheRatioIsAProcessWideSettingCopiedBySolvers) {
