@@ -12,9 +12,12 @@
 #include <numeric>
 
 #include "dense/VQ_DiagonalMatrix.h"
-#include "eigen/internal/SymmetricProduct.h"
+#include "eigen/internal/SparseShiftInvertOperator.h"
+#include "sparse/internal/SymmetricProduct.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
+
+namespace ei = vqmath::eigen_internal;
 
 namespace {
 
@@ -146,14 +149,14 @@ double VQ_BlockLanczosEigenSolver::ToEigenvalue(double theta) const {
 
 bool VQ_BlockLanczosEigenSolver::ApplyW(const double* x, double* y, int columns) const {
   // W = M for natural modes, K for buckling modes.
-  return kind_ == kNaturalModes ? bProduct_->Apply(x, y, columns)
-                                : kProduct_->Apply(x, y, columns);
+  return (kind_ == kNaturalModes ? bProduct_->Apply(x, y, columns)
+                                 : kProduct_->Apply(x, y, columns)) == 0;
 }
 
 bool VQ_BlockLanczosEigenSolver::ApplyRhs(const double* x, const double* wx, double* y,
                                           int columns) const {
   // The matrix OP applies before the solve: W itself, except K^-1 Kg for buckling at shift 0.
-  if (inverseBuckling_) return bProduct_->Apply(x, y, columns);
+  if (inverseBuckling_) return bProduct_->Apply(x, y, columns) == 0;
   std::memcpy(y, wx, sizeof(double) * static_cast<Index>(numEquations_) * columns);
   return true;
 }
@@ -231,9 +234,8 @@ bool VQ_BlockLanczosEigenSolver::ExpandBlock(Basis& s, int first, int count, dou
     Fail(-9999);
     return false;
   }
-  solver_->Set_LoadVector(0, count, s.T.data());
-  solver_->Set_ResultVector(x);
-  const int solved = solver_->Solve();
+  ei::SparseShiftInvertOperator op(kind_ == kNaturalModes ? *bProduct_ : *kProduct_, *solver_);
+  const int solved = op.SolveBlock(s.T.data(), x, n, count);
   ++blockSolves_;
   if (solved != 0) {
     Fail(solved == -4 || solved == -5 ? -1 : -9999);
@@ -493,7 +495,8 @@ bool VQ_BlockLanczosEigenSolver::AcceptPairs(Basis& s, int active, int count) {
   cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, count, active, 1.0, s.V.data(), n,
               q.data(), active, 0.0, phi, n);
   std::vector<double> kphi(static_cast<Index>(n) * count), bphi(static_cast<Index>(n) * count);
-  if (!kProduct_->Apply(phi, kphi.data(), count) || !bProduct_->Apply(phi, bphi.data(), count)) {
+  if (kProduct_->Apply(phi, kphi.data(), count) != 0 ||
+      bProduct_->Apply(phi, bphi.data(), count) != 0) {
     Fail(-9999);
     return false;
   }
