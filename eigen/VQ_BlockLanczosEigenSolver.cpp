@@ -572,6 +572,78 @@ void VQ_BlockLanczosEigenSolver::VerifyBySturmCount() {
 
 // ---- the run -----------------------------------------------------------------------------------
 
+void VQ_BlockLanczosEigenSolver::SizeBasis(Basis& s) {
+  const int n = numEquations_;
+  s.n = n;
+  s.b = block_;
+  // A diagonal M with massless equations is only positive semi-definite: its inner product
+  // admits no more orthonormal vectors than it has masses, and the Krylov space of the
+  // operator is exhausted there. Columns beyond would be rounding noise in the massless
+  // equations that spoils every Ritz vector.
+  s.span = kind_ == kNaturalModes && bDiagonal_ ? std::min(n, numMassDOF_) : n;
+  s.mMax = std::min(s.span, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
+  s.capacity = std::min(n, s.mMax + block_);
+  const Index cap = static_cast<Index>(s.capacity);
+  const Index nb = static_cast<Index>(n) * block_;
+  s.V.assign(static_cast<Index>(n) * cap, 0.0);
+  s.WV.assign(static_cast<Index>(n) * cap, 0.0);
+  s.H.assign(cap * cap, 0.0);
+  s.X.assign(nb, 0.0);
+  s.WX.assign(nb, 0.0);
+  s.X0.assign(nb, 0.0);
+  s.T.assign(std::max(nb, cap), 0.0);
+  s.C.assign(cap * block_, 0.0);
+  s.R.assign(std::max(cap * block_, static_cast<Index>(block_) * block_), 0.0);
+  s.beforeNorms.assign(static_cast<Index>(block_), 0.0);
+}
+
+bool VQ_BlockLanczosEigenSolver::ExpandToCycleSize(Basis& s, int& active, int& pending) {
+  const int n = s.n;
+  std::vector<double> r(static_cast<Index>(block_) * block_);
+  while (pending > 0 && active + pending <= s.mMax) {
+    const int first = active;
+    const int count = pending;
+    const int total = active + pending;
+    if (!ExpandBlock(s, first, count, s.X.data())) return false;
+    for (int j = 0; j < count; ++j)
+      s.beforeNorms[j] = cblas_dnrm2(n, s.X.data() + static_cast<Index>(j) * n, 1);
+    Orthogonalise(s, total, s.X.data(), count, s.C.data());
+    for (int j = 0; j < count; ++j) {
+      for (int i = 0; i < total; ++i)
+        s.h(i, first + j) = i < s.locked ? 0.0 : s.C[static_cast<Index>(j) * total + i];
+    }
+    const int kept = NormaliseBlock(s, total, s.X.data(), s.WX.data(), count, r.data());
+    if (kept < 0) {
+      Fail(-9999);
+      return false;
+    }
+    for (int j = 0; j < count; ++j)
+      for (int i = 0; i < kept; ++i) s.h(total + i, first + j) = r[static_cast<Index>(j) * block_ + i];
+    active = total;
+    pending = kept;
+  }
+  return true;
+}
+
+int VQ_BlockLanczosEigenSolver::CountConverged(const Basis& s, int active, double tolerance,
+                                               int& lockable, bool& limitReached) const {
+  // Converged pairs, nearest the shift first.
+  const double thetaMax = std::fabs(s.theta[s.order[0]]);
+  int converged = 0;
+  lockable = 0;
+  limitReached = false;
+  while (converged < active && converged < wanted_) {
+    const int i = s.order[converged];
+    const double bound = std::max(tolerance * std::fabs(s.theta[i]), 10.0 * kEpsilon * thetaMax);
+    if (!(s.estimate[i] <= bound)) break;
+    if (lockable == converged && s.estimate[i] <= kLockShare * bound) ++lockable;
+    if (limitActive_ && ToEigenvalue(s.theta[i]) > limit_) limitReached = true;
+    ++converged;
+    if (limitReached) break;
+  }
+  return converged;
+}
+
 int VQ_BlockLanczosEigenSolver::Solve() {
   if (status_ != 0) return status_;
   numFoundEigen_ = 0;
@@ -581,31 +653,8 @@ int VQ_BlockLanczosEigenSolver::Solve() {
   SetWarningMessage(0);
   try {
     if (!Prepare() || !Factorise()) return status_;
-    const int n = numEquations_;
     Basis s;
-    s.n = n;
-    s.b = block_;
-    // A diagonal M with massless equations is only positive semi-definite: its inner product
-    // admits no more orthonormal vectors than it has masses, and the Krylov space of the
-    // operator is exhausted there. Columns beyond would be rounding noise in the massless
-    // equations that spoils every Ritz vector.
-    s.span = kind_ == kNaturalModes && bDiagonal_ ? std::min(n, numMassDOF_) : n;
-    s.mMax = std::min(s.span, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
-    s.capacity = std::min(n, s.mMax + block_);
-    const Index cap = static_cast<Index>(s.capacity);
-    const Index nb = static_cast<Index>(n) * block_;
-    s.V.assign(static_cast<Index>(n) * cap, 0.0);
-    s.WV.assign(static_cast<Index>(n) * cap, 0.0);
-    s.H.assign(cap * cap, 0.0);
-    s.X.assign(nb, 0.0);
-    s.WX.assign(nb, 0.0);
-    s.X0.assign(nb, 0.0);
-    s.T.assign(std::max(nb, cap), 0.0);
-    s.C.assign(cap * block_, 0.0);
-    s.R.assign(std::max(cap * block_, static_cast<Index>(block_) * block_), 0.0);
-    s.beforeNorms.assign(static_cast<Index>(block_), 0.0);
-    std::vector<double> r(static_cast<Index>(block_) * block_);
-
+    SizeBasis(s);
     int active = 0;
     int pending = 0;
     if (!StartBlock(s, pending)) return status_;
@@ -614,48 +663,15 @@ int VQ_BlockLanczosEigenSolver::Solve() {
     double tolerance = kFirstTolerance;
     bool limitStopped = false;
     for (int cycle = 0; cycle < maxCycles; ++cycle) {
-      // Block expansion up to the cycle's size.
-      while (pending > 0 && active + pending <= s.mMax) {
-        const int first = active;
-        const int count = pending;
-        const int total = active + pending;
-        if (!ExpandBlock(s, first, count, s.X.data())) return status_;
-        for (int j = 0; j < count; ++j)
-          s.beforeNorms[j] = cblas_dnrm2(n, s.X.data() + static_cast<Index>(j) * n, 1);
-        Orthogonalise(s, total, s.X.data(), count, s.C.data());
-        for (int j = 0; j < count; ++j) {
-          for (int i = 0; i < total; ++i)
-            s.h(i, first + j) = i < s.locked ? 0.0 : s.C[static_cast<Index>(j) * total + i];
-        }
-        const int kept = NormaliseBlock(s, total, s.X.data(), s.WX.data(), count, r.data());
-        if (kept < 0) {
-          Fail(-9999);
-          return status_;
-        }
-        for (int j = 0; j < count; ++j)
-          for (int i = 0; i < kept; ++i) s.h(total + i, first + j) = r[static_cast<Index>(j) * block_ + i];
-        active = total;
-        pending = kept;
-      }
-
+      if (!ExpandToCycleSize(s, active, pending)) return status_;
       if (!SolveProjected(s, active, pending)) {
         Fail(-9999);
         return status_;
       }
-      // Converged pairs, nearest the shift first; the run is done when the wanted ones are.
-      const double thetaMax = std::fabs(s.theta[s.order[0]]);
-      int converged = 0;
+      // The run is done when the wanted pairs have converged.
       int lockable = 0;
       bool limitReached = false;
-      while (converged < active && converged < wanted_) {
-        const int i = s.order[converged];
-        const double bound = std::max(tolerance * std::fabs(s.theta[i]), 10.0 * kEpsilon * thetaMax);
-        if (!(s.estimate[i] <= bound)) break;
-        if (lockable == converged && s.estimate[i] <= kLockShare * bound) ++lockable;
-        if (limitActive_ && ToEigenvalue(s.theta[i]) > limit_) limitReached = true;
-        ++converged;
-        if (limitReached) break;
-      }
+      const int converged = CountConverged(s, active, tolerance, lockable, limitReached);
       const bool done = converged >= wanted_ || limitReached || pending == 0;
       if (done && converged > 0) {
         if (AcceptPairs(s, active, converged)) {

@@ -132,6 +132,12 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
   std::unique_ptr<VQ_SparseSymMatrix> MakeShifted(double sigma) const;
   bool Factorise();
   bool StartBlock(Basis& s, int& kept);
+  // Steps of Solve: the basis sized for the run, the block expansion up to a cycle's size, and
+  // the count of converged pairs nearest the shift (with those that can be locked).
+  void SizeBasis(Basis& s);
+  bool ExpandToCycleSize(Basis& s, int& active, int& pending);
+  int CountConverged(const Basis& s, int active, double tolerance, int& lockable,
+                     bool& limitReached) const;
   bool ExpandBlock(Basis& s, int first, int count, double* x);
   void Orthogonalise(Basis& s, int basisCount, double* x, int count, double* coefficients);
   int NormaliseBlock(Basis& s, int basisCount, double* x, double* wx, int count, double* r);

@@ -65,7 +65,12 @@ class ShiftedFactorization : public ShiftInvertOperator {
 
   // y = M·x and y = (K − σ·M)⁻¹·r with the last factorisation (ShiftInvertOperator).
   int ApplyB(const double* x, double* y) override { return m_.Apply(x, y); }
-  int Solve(const double* r, double* y) override;
+  int Solve(const double* r, double* y) override { return SolveBlock(r, y, n_, 1); }
+  // The same on blocks of column-major vectors, each block in one call.
+  int ApplyBBlock(const double* x, double* y, int n, int columns) override {
+    return m_.Apply(x, y, columns);
+  }
+  int SolveBlock(const double* r, double* y, int n, int columns) override;
   // y = K·x.
   int ApplyK(const double* x, double* y) const { return k_.Apply(x, y); }
   const vqmath::internal::SymmetricProduct& MassProduct() const { return m_; }
