@@ -203,6 +203,12 @@ std::unique_ptr<VQ_SparseSymMatrix> VQ_BlockLanczosEigenSolver::MakeShifted(doub
 }
 
 bool VQ_BlockLanczosEigenSolver::Factorise() {
+  if (external_) {
+    // The caller's factorisation of K - s M serves every solve.
+    if (kind_ == kNaturalModes) return true;
+    Fail(-64);
+    return false;
+  }
   // K - s B on the union of both patterns (also for s = 0, so that a later shift for the Sturm
   // count keeps the pattern and the analysis).
   shifted_ = MakeShifted(inverseBuckling_ ? 0.0 : shift_);
@@ -234,8 +240,13 @@ bool VQ_BlockLanczosEigenSolver::ExpandBlock(Basis& s, int first, int count, dou
     Fail(-9999);
     return false;
   }
-  ei::SparseShiftInvertOperator op(kind_ == kNaturalModes ? *bProduct_ : *kProduct_, *solver_);
-  const int solved = op.SolveBlock(s.T.data(), x, n, count);
+  int solved;
+  if (external_) {
+    solved = external_->SolveBlock(s.T.data(), x, n, count);
+  } else {
+    ei::SparseShiftInvertOperator op(kind_ == kNaturalModes ? *bProduct_ : *kProduct_, *solver_);
+    solved = op.SolveBlock(s.T.data(), x, n, count);
+  }
   ++blockSolves_;
   if (solved != 0) {
     Fail(solved == -4 || solved == -5 ? -1 : -9999);
@@ -708,7 +719,7 @@ int VQ_BlockLanczosEigenSolver::Solve() {
       Fail(-21);
       return status_;
     }
-    if (verify_) VerifyBySturmCount();
+    if (verify_ && !external_) VerifyBySturmCount();
     if (numFoundEigen_ < wanted_ && !limitStopped) Fail(-22);
     return status_;
   } catch (const std::bad_alloc&) {

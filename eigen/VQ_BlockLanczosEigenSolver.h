@@ -79,6 +79,9 @@ namespace vqmath {
 namespace internal {
 class SymmetricProduct;
 }
+namespace eigen_internal {
+class ShiftInvertOperator;
+}
 }  // namespace vqmath
 
 class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
@@ -108,6 +111,10 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
     limit_ = limit;
   }
   void Set_VerifyWithSturmCount(bool on) { verify_ = on; }
+  // A factorisation of K - shift B held by the caller (natural modes): the run factors nothing
+  // and solves through op, which must outlive the run; the Sturm verification is left to the
+  // caller, who has the inertia of that factorisation. Null returns to the solver's own factor.
+  void Set_ShiftInvertOperator(vqmath::eigen_internal::ShiftInvertOperator* op) { external_ = op; }
 
   // ---- run and results --------------------------------------------------------------------------
   // Returns the status (also GetStatus()). Eigenvalues and vectors through the base accessors.
@@ -178,6 +185,7 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
   std::unique_ptr<vqmath::internal::SymmetricProduct> kProduct_;
   std::unique_ptr<vqmath::internal::SymmetricProduct> bProduct_;
   VQ_SparseSolver* solver_ = nullptr;  // factor of K - s B (owned)
+  vqmath::eigen_internal::ShiftInvertOperator* external_ = nullptr;  // the caller's factor
   std::mt19937_64 random_;
 };
 
