@@ -14,7 +14,6 @@ using vqmath::internal::OutOfCoreRetry;
 TEST(OutOfCoreRetry, CoreSizeIsTheLargerNeedInMegabytesPlusOne) {
   EXPECT_EQ(OutOfCoreRetry::CoreSizeMb(1500, 800, 900), 2);  // max(1500, 1700) / 1000 + 1
   EXPECT_EQ(OutOfCoreRetry::CoreSizeMb(2999, 0, 0), 3);
-  EXPECT_EQ(OutOfCoreRetry::CoreSizeMb(0, 0, 0), 1);
   int iparm[64] = {};
   iparm[14] = 5000;
   iparm[15] = 4000;

@@ -86,10 +86,3 @@ TEST(SymmetricProduct, DiagonalOnlyPatternIsScaledUnlessTheKernelIsAsked) {
   EXPECT_DOUBLE_EQ(y[0], 1e3);
   EXPECT_DOUBLE_EQ(y[1], 6.0);
 }
-
-TEST(SymmetricProduct, UnsetProductFails) {
-  SymmetricProduct a;
-  double x = 1.0, y = 0.0;
-  EXPECT_FALSE(a.Ok());
-  EXPECT_EQ(a.Apply(&x, &y), -1);
-}
