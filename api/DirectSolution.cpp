@@ -20,6 +20,7 @@
 #include "api/internal/DirectSolverSettings.h"
 #include "core/GlobalState.h"
 #include "sparse/VQ_SparseSolver.h"
+#include "sparse/internal/OutOfCoreRetry.h"
 #include "vqmath.h"
 
 namespace vi = vqmath::internal;
@@ -124,20 +125,11 @@ int SolveOnce(const DirectCall& c) {
 
 // The solution with its single out-of-core retry.
 int SolveWithRetry(DirectCall c, bool retryAllowed) {
-  int code = SolveOnce(c);
-  if ((code == -81 || code == -82) && c.solverType == 2 && retryAllowed && c.keptParams) {
-    // PARDISO's memory figures of the failed attempt, in kilobytes: peak of the analysis, and the
-    // permanent memory plus what factorisation and solution need.
-    const long long p14 = c.keptParams[14];
-    const long long p15 = c.keptParams[15];
-    const long long p62 = c.keptParams[62];
-    const long long mb = std::max(p14, p15 + p62) / 1000 + 1;
-    const int coreSize = static_cast<int>(std::min<long long>(mb, 0x7fffffff));
-    vi::SetEnvInt("MKL_PARDISO_OOC_MAX_CORE_SIZE", coreSize);
-    vi::settings().oocMaxCoreSize = coreSize;
-    code = SolveOnce(c);
-  }
-  return code;
+  // PARDISO's memory figures of the failed attempt come back in the kept parameters.
+  return vi::OutOfCoreRetry::Run([&]() { return SolveOnce(c); },
+                                 [](int code) { return code == -81 || code == -82; },
+                                 [&]() -> const int* { return c.keptParams; },
+                                 c.solverType == 2 && retryAllowed);
 }
 
 }  // namespace

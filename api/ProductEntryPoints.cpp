@@ -9,52 +9,26 @@
 #include <string>
 
 #include <mkl_cblas.h>
-#include <mkl_spblas.h>
 
 #include "api/internal/CsrValidation.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"
+#include "sparse/internal/SymmetricProduct.h"
 #include "vqmath.h"
 
 namespace vi = vqmath::internal;
 
 namespace {
 
-// MKL's view of an upper-triangle CSR matrix (1-based), borrowing the caller's arrays: MKL's
-// create call copies nothing, and the handle is destroyed on every path.
-class SymmetricUpperCsr {
- public:
-  SymmetricUpperCsr(int n, const double* values, const int* rowPointers, const int* columnIndices) {
-    status_ = mkl_sparse_d_create_csr(&handle_, SPARSE_INDEX_BASE_ONE, n, n,
-                                      const_cast<int*>(rowPointers), const_cast<int*>(rowPointers) + 1,
-                                      const_cast<int*>(columnIndices), const_cast<double*>(values));
-    descr_.type = SPARSE_MATRIX_TYPE_SYMMETRIC;
-    descr_.mode = SPARSE_FILL_MODE_UPPER;
-    descr_.diag = SPARSE_DIAG_NON_UNIT;
-  }
-  ~SymmetricUpperCsr() {
-    if (status_ == SPARSE_STATUS_SUCCESS) mkl_sparse_destroy(handle_);
-  }
-  SymmetricUpperCsr(const SymmetricUpperCsr&) = delete;
-  SymmetricUpperCsr& operator=(const SymmetricUpperCsr&) = delete;
-
-  bool ok() const { return status_ == SPARSE_STATUS_SUCCESS; }
-
-  // y = A x
-  sparse_status_t Multiply(const double* x, double* y) const {
-    return mkl_sparse_d_mv(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, handle_, descr_, x, 0.0, y);
-  }
-  // Y = A X for ncols columns, column-major with leading dimension n.
-  sparse_status_t Multiply(int n, int ncols, const double* X, double* Y) const {
-    return mkl_sparse_d_mm(SPARSE_OPERATION_NON_TRANSPOSE, 1.0, handle_, descr_,
-                           SPARSE_LAYOUT_COLUMN_MAJOR, X, ncols, n, 0.0, Y, n);
-  }
-
- private:
-  sparse_matrix_t handle_ = nullptr;
-  matrix_descr descr_{};
-  sparse_status_t status_ = SPARSE_STATUS_NOT_INITIALIZED;
-};
+// y = A·x for `columns` columns with the library's symmetric product on the caller's arrays
+// (borrowed, not copied). These entry points are MKL's kernel whatever the pattern, so a matrix
+// storing only its diagonal is not taken as a scaling.
+int KernelApply(int n, const double* values, const int* rowPointers, const int* columnIndices,
+                const double* x, double* y, int columns) {
+  vi::SymmetricProduct a;
+  a.SetSparse(n, rowPointers, columnIndices, values, 0, vi::SymmetricProduct::DiagonalOnly::kKernel);
+  return a.Apply(x, y, columns);
+}
 
 int CheckVectors(const double* x, const double* y) {
   if (!x) return vi::RecordInvalidInput("input vector x is null");
@@ -66,9 +40,7 @@ int KernelProduct(int n, const double* values, const int* rowPointers, const int
                   const double* x, double* y) {
   if (int code = vi::CheckUpperCsr(n, rowPointers, columnIndices, values)) return code;
   if (int code = CheckVectors(x, y)) return code;
-  SymmetricUpperCsr a(n, values, rowPointers, columnIndices);
-  if (!a.ok()) return -1;
-  return a.Multiply(x, y) == SPARSE_STATUS_SUCCESS ? 0 : -1;
+  return KernelApply(n, values, rowPointers, columnIndices, x, y, 1);
 }
 
 }  // namespace
@@ -121,15 +93,8 @@ int VQ_SparseSymmMatrixMatrixMultiplication_MKL(int n, int ncols, const double* 
     if (ncols < 1) return 0;
     if (int code = vi::CheckUpperCsr(n, rowPointers, columnIndices, values)) return code;
     if (int code = CheckVectors(X, Y)) return code;
-    SymmetricUpperCsr a(n, values, rowPointers, columnIndices);
-    if (!a.ok()) return -1;
     // All columns in one call of the kernel; column j of Y is A times column j of X.
-    if (a.Multiply(n, ncols, X, Y) == SPARSE_STATUS_SUCCESS) return 0;
-    for (int j = 0; j < ncols; ++j) {
-      const long long offset = static_cast<long long>(j) * n;
-      if (a.Multiply(X + offset, Y + offset) != SPARSE_STATUS_SUCCESS) return -1;
-    }
-    return 0;
+    return KernelApply(n, values, rowPointers, columnIndices, X, Y, ncols);
   } catch (...) {
     return -1;
   }

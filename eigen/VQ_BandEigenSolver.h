@@ -108,7 +108,8 @@ class VQ_BandEigenSolver {
   // Modes per slice (≥ 1; default 40).
   void Set_SliceSize(int modes);
   int Get_SliceSize() const { return sliceSize_; }
-  // Replaces the slice solver (ARPACK shift-invert Lanczos by default).
+  // Replaces the slice solver (ARPACK shift-invert Lanczos by default; BlockSliceSolver runs the
+  // block Lanczos method on each slice's own factorisation).
   void Set_SliceSolver(std::unique_ptr<vqmath::eigen_internal::SliceSolver> solver);
 
   // Counts the band only (two factorisations). Returns the status.

@@ -12,9 +12,12 @@
 #include <numeric>
 
 #include "dense/VQ_DiagonalMatrix.h"
-#include "eigen/internal/SymmetricProduct.h"
+#include "eigen/internal/SparseShiftInvertOperator.h"
+#include "sparse/internal/SymmetricProduct.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
+
+namespace ei = vqmath::eigen_internal;
 
 namespace {
 
@@ -146,14 +149,14 @@ double VQ_BlockLanczosEigenSolver::ToEigenvalue(double theta) const {
 
 bool VQ_BlockLanczosEigenSolver::ApplyW(const double* x, double* y, int columns) const {
   // W = M for natural modes, K for buckling modes.
-  return kind_ == kNaturalModes ? bProduct_->Apply(x, y, columns)
-                                : kProduct_->Apply(x, y, columns);
+  return (kind_ == kNaturalModes ? bProduct_->Apply(x, y, columns)
+                                 : kProduct_->Apply(x, y, columns)) == 0;
 }
 
 bool VQ_BlockLanczosEigenSolver::ApplyRhs(const double* x, const double* wx, double* y,
                                           int columns) const {
   // The matrix OP applies before the solve: W itself, except K^-1 Kg for buckling at shift 0.
-  if (inverseBuckling_) return bProduct_->Apply(x, y, columns);
+  if (inverseBuckling_) return bProduct_->Apply(x, y, columns) == 0;
   std::memcpy(y, wx, sizeof(double) * static_cast<Index>(numEquations_) * columns);
   return true;
 }
@@ -200,6 +203,12 @@ std::unique_ptr<VQ_SparseSymMatrix> VQ_BlockLanczosEigenSolver::MakeShifted(doub
 }
 
 bool VQ_BlockLanczosEigenSolver::Factorise() {
+  if (external_) {
+    // The caller's factorisation of K - s M serves every solve.
+    if (kind_ == kNaturalModes) return true;
+    Fail(-64);
+    return false;
+  }
   // K - s B on the union of both patterns (also for s = 0, so that a later shift for the Sturm
   // count keeps the pattern and the analysis).
   shifted_ = MakeShifted(inverseBuckling_ ? 0.0 : shift_);
@@ -231,9 +240,13 @@ bool VQ_BlockLanczosEigenSolver::ExpandBlock(Basis& s, int first, int count, dou
     Fail(-9999);
     return false;
   }
-  solver_->Set_LoadVector(0, count, s.T.data());
-  solver_->Set_ResultVector(x);
-  const int solved = solver_->Solve();
+  int solved;
+  if (external_) {
+    solved = external_->SolveBlock(s.T.data(), x, n, count);
+  } else {
+    ei::SparseShiftInvertOperator op(kind_ == kNaturalModes ? *bProduct_ : *kProduct_, *solver_);
+    solved = op.SolveBlock(s.T.data(), x, n, count);
+  }
   ++blockSolves_;
   if (solved != 0) {
     Fail(solved == -4 || solved == -5 ? -1 : -9999);
@@ -493,7 +506,8 @@ bool VQ_BlockLanczosEigenSolver::AcceptPairs(Basis& s, int active, int count) {
   cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, count, active, 1.0, s.V.data(), n,
               q.data(), active, 0.0, phi, n);
   std::vector<double> kphi(static_cast<Index>(n) * count), bphi(static_cast<Index>(n) * count);
-  if (!kProduct_->Apply(phi, kphi.data(), count) || !bProduct_->Apply(phi, bphi.data(), count)) {
+  if (kProduct_->Apply(phi, kphi.data(), count) != 0 ||
+      bProduct_->Apply(phi, bphi.data(), count) != 0) {
     Fail(-9999);
     return false;
   }
@@ -569,6 +583,78 @@ void VQ_BlockLanczosEigenSolver::VerifyBySturmCount() {
 
 // ---- the run -----------------------------------------------------------------------------------
 
+void VQ_BlockLanczosEigenSolver::SizeBasis(Basis& s) {
+  const int n = numEquations_;
+  s.n = n;
+  s.b = block_;
+  // A diagonal M with massless equations is only positive semi-definite: its inner product
+  // admits no more orthonormal vectors than it has masses, and the Krylov space of the
+  // operator is exhausted there. Columns beyond would be rounding noise in the massless
+  // equations that spoils every Ritz vector.
+  s.span = kind_ == kNaturalModes && bDiagonal_ ? std::min(n, numMassDOF_) : n;
+  s.mMax = std::min(s.span, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
+  s.capacity = std::min(n, s.mMax + block_);
+  const Index cap = static_cast<Index>(s.capacity);
+  const Index nb = static_cast<Index>(n) * block_;
+  s.V.assign(static_cast<Index>(n) * cap, 0.0);
+  s.WV.assign(static_cast<Index>(n) * cap, 0.0);
+  s.H.assign(cap * cap, 0.0);
+  s.X.assign(nb, 0.0);
+  s.WX.assign(nb, 0.0);
+  s.X0.assign(nb, 0.0);
+  s.T.assign(std::max(nb, cap), 0.0);
+  s.C.assign(cap * block_, 0.0);
+  s.R.assign(std::max(cap * block_, static_cast<Index>(block_) * block_), 0.0);
+  s.beforeNorms.assign(static_cast<Index>(block_), 0.0);
+}
+
+bool VQ_BlockLanczosEigenSolver::ExpandToCycleSize(Basis& s, int& active, int& pending) {
+  const int n = s.n;
+  std::vector<double> r(static_cast<Index>(block_) * block_);
+  while (pending > 0 && active + pending <= s.mMax) {
+    const int first = active;
+    const int count = pending;
+    const int total = active + pending;
+    if (!ExpandBlock(s, first, count, s.X.data())) return false;
+    for (int j = 0; j < count; ++j)
+      s.beforeNorms[j] = cblas_dnrm2(n, s.X.data() + static_cast<Index>(j) * n, 1);
+    Orthogonalise(s, total, s.X.data(), count, s.C.data());
+    for (int j = 0; j < count; ++j) {
+      for (int i = 0; i < total; ++i)
+        s.h(i, first + j) = i < s.locked ? 0.0 : s.C[static_cast<Index>(j) * total + i];
+    }
+    const int kept = NormaliseBlock(s, total, s.X.data(), s.WX.data(), count, r.data());
+    if (kept < 0) {
+      Fail(-9999);
+      return false;
+    }
+    for (int j = 0; j < count; ++j)
+      for (int i = 0; i < kept; ++i) s.h(total + i, first + j) = r[static_cast<Index>(j) * block_ + i];
+    active = total;
+    pending = kept;
+  }
+  return true;
+}
+
+int VQ_BlockLanczosEigenSolver::CountConverged(const Basis& s, int active, double tolerance,
+                                               int& lockable, bool& limitReached) const {
+  // Converged pairs, nearest the shift first.
+  const double thetaMax = std::fabs(s.theta[s.order[0]]);
+  int converged = 0;
+  lockable = 0;
+  limitReached = false;
+  while (converged < active && converged < wanted_) {
+    const int i = s.order[converged];
+    const double bound = std::max(tolerance * std::fabs(s.theta[i]), 10.0 * kEpsilon * thetaMax);
+    if (!(s.estimate[i] <= bound)) break;
+    if (lockable == converged && s.estimate[i] <= kLockShare * bound) ++lockable;
+    if (limitActive_ && ToEigenvalue(s.theta[i]) > limit_) limitReached = true;
+    ++converged;
+    if (limitReached) break;
+  }
+  return converged;
+}
+
 int VQ_BlockLanczosEigenSolver::Solve() {
   if (status_ != 0) return status_;
   numFoundEigen_ = 0;
@@ -578,31 +664,8 @@ int VQ_BlockLanczosEigenSolver::Solve() {
   SetWarningMessage(0);
   try {
     if (!Prepare() || !Factorise()) return status_;
-    const int n = numEquations_;
     Basis s;
-    s.n = n;
-    s.b = block_;
-    // A diagonal M with massless equations is only positive semi-definite: its inner product
-    // admits no more orthonormal vectors than it has masses, and the Krylov space of the
-    // operator is exhausted there. Columns beyond would be rounding noise in the massless
-    // equations that spoils every Ritz vector.
-    s.span = kind_ == kNaturalModes && bDiagonal_ ? std::min(n, numMassDOF_) : n;
-    s.mMax = std::min(s.span, std::max({2 * wanted_ + block_, wanted_ + 3 * block_, kDegree * block_}));
-    s.capacity = std::min(n, s.mMax + block_);
-    const Index cap = static_cast<Index>(s.capacity);
-    const Index nb = static_cast<Index>(n) * block_;
-    s.V.assign(static_cast<Index>(n) * cap, 0.0);
-    s.WV.assign(static_cast<Index>(n) * cap, 0.0);
-    s.H.assign(cap * cap, 0.0);
-    s.X.assign(nb, 0.0);
-    s.WX.assign(nb, 0.0);
-    s.X0.assign(nb, 0.0);
-    s.T.assign(std::max(nb, cap), 0.0);
-    s.C.assign(cap * block_, 0.0);
-    s.R.assign(std::max(cap * block_, static_cast<Index>(block_) * block_), 0.0);
-    s.beforeNorms.assign(static_cast<Index>(block_), 0.0);
-    std::vector<double> r(static_cast<Index>(block_) * block_);
-
+    SizeBasis(s);
     int active = 0;
     int pending = 0;
     if (!StartBlock(s, pending)) return status_;
@@ -611,48 +674,15 @@ int VQ_BlockLanczosEigenSolver::Solve() {
     double tolerance = kFirstTolerance;
     bool limitStopped = false;
     for (int cycle = 0; cycle < maxCycles; ++cycle) {
-      // Block expansion up to the cycle's size.
-      while (pending > 0 && active + pending <= s.mMax) {
-        const int first = active;
-        const int count = pending;
-        const int total = active + pending;
-        if (!ExpandBlock(s, first, count, s.X.data())) return status_;
-        for (int j = 0; j < count; ++j)
-          s.beforeNorms[j] = cblas_dnrm2(n, s.X.data() + static_cast<Index>(j) * n, 1);
-        Orthogonalise(s, total, s.X.data(), count, s.C.data());
-        for (int j = 0; j < count; ++j) {
-          for (int i = 0; i < total; ++i)
-            s.h(i, first + j) = i < s.locked ? 0.0 : s.C[static_cast<Index>(j) * total + i];
-        }
-        const int kept = NormaliseBlock(s, total, s.X.data(), s.WX.data(), count, r.data());
-        if (kept < 0) {
-          Fail(-9999);
-          return status_;
-        }
-        for (int j = 0; j < count; ++j)
-          for (int i = 0; i < kept; ++i) s.h(total + i, first + j) = r[static_cast<Index>(j) * block_ + i];
-        active = total;
-        pending = kept;
-      }
-
+      if (!ExpandToCycleSize(s, active, pending)) return status_;
       if (!SolveProjected(s, active, pending)) {
         Fail(-9999);
         return status_;
       }
-      // Converged pairs, nearest the shift first; the run is done when the wanted ones are.
-      const double thetaMax = std::fabs(s.theta[s.order[0]]);
-      int converged = 0;
+      // The run is done when the wanted pairs have converged.
       int lockable = 0;
       bool limitReached = false;
-      while (converged < active && converged < wanted_) {
-        const int i = s.order[converged];
-        const double bound = std::max(tolerance * std::fabs(s.theta[i]), 10.0 * kEpsilon * thetaMax);
-        if (!(s.estimate[i] <= bound)) break;
-        if (lockable == converged && s.estimate[i] <= kLockShare * bound) ++lockable;
-        if (limitActive_ && ToEigenvalue(s.theta[i]) > limit_) limitReached = true;
-        ++converged;
-        if (limitReached) break;
-      }
+      const int converged = CountConverged(s, active, tolerance, lockable, limitReached);
       const bool done = converged >= wanted_ || limitReached || pending == 0;
       if (done && converged > 0) {
         if (AcceptPairs(s, active, converged)) {
@@ -689,7 +719,7 @@ int VQ_BlockLanczosEigenSolver::Solve() {
       Fail(-21);
       return status_;
     }
-    if (verify_) VerifyBySturmCount();
+    if (verify_ && !external_) VerifyBySturmCount();
     if (numFoundEigen_ < wanted_ && !limitStopped) Fail(-22);
     return status_;
   } catch (const std::bad_alloc&) {

@@ -79,6 +79,9 @@ namespace vqmath {
 namespace internal {
 class SymmetricProduct;
 }
+namespace eigen_internal {
+class ShiftInvertOperator;
+}
 }  // namespace vqmath
 
 class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
@@ -108,6 +111,10 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
     limit_ = limit;
   }
   void Set_VerifyWithSturmCount(bool on) { verify_ = on; }
+  // A factorisation of K - shift B held by the caller (natural modes): the run factors nothing
+  // and solves through op, which must outlive the run; the Sturm verification is left to the
+  // caller, who has the inertia of that factorisation. Null returns to the solver's own factor.
+  void Set_ShiftInvertOperator(vqmath::eigen_internal::ShiftInvertOperator* op) { external_ = op; }
 
   // ---- run and results --------------------------------------------------------------------------
   // Returns the status (also GetStatus()). Eigenvalues and vectors through the base accessors.
@@ -132,6 +139,12 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
   std::unique_ptr<VQ_SparseSymMatrix> MakeShifted(double sigma) const;
   bool Factorise();
   bool StartBlock(Basis& s, int& kept);
+  // Steps of Solve: the basis sized for the run, the block expansion up to a cycle's size, and
+  // the count of converged pairs nearest the shift (with those that can be locked).
+  void SizeBasis(Basis& s);
+  bool ExpandToCycleSize(Basis& s, int& active, int& pending);
+  int CountConverged(const Basis& s, int active, double tolerance, int& lockable,
+                     bool& limitReached) const;
   bool ExpandBlock(Basis& s, int first, int count, double* x);
   void Orthogonalise(Basis& s, int basisCount, double* x, int count, double* coefficients);
   int NormaliseBlock(Basis& s, int basisCount, double* x, double* wx, int count, double* r);
@@ -172,6 +185,7 @@ class VQ_BlockLanczosEigenSolver : public VQ_EigenSolver {
   std::unique_ptr<vqmath::internal::SymmetricProduct> kProduct_;
   std::unique_ptr<vqmath::internal::SymmetricProduct> bProduct_;
   VQ_SparseSolver* solver_ = nullptr;  // factor of K - s B (owned)
+  vqmath::eigen_internal::ShiftInvertOperator* external_ = nullptr;  // the caller's factor
   std::mt19937_64 random_;
 };
 

@@ -15,7 +15,8 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_SymMatrix.h"
 #include "eigen/internal/GeneralizedJacobi.h"
-#include "eigen/internal/SymmetricProduct.h"
+#include "sparse/internal/SymmetricProduct.h"
+#include "sparse/internal/OutOfCoreRetry.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 
@@ -93,13 +94,6 @@ void VQ_EigenSolver::CreateSolver(std::string fileName, VQ_SparseSolver** solver
   }
 }
 
-int VQ_EigenSolver::OutOfCoreRetryCoreSize(int peakSymbolicKb, int permanentSymbolicKb,
-                                           int minOocKb) {
-  const long long need =
-      std::max<long long>(peakSymbolicKb, static_cast<long long>(permanentSymbolicKb) + minOocKb);
-  return static_cast<int>(need / 1000 + 1);
-}
-
 int VQ_EigenSolver::CreateSolverAndDecompose(std::string fileName, VQ_SparseSolver** solver,
                                              bool readFromFile, VQ_Matrix* rhs) {
   return DecomposeWithRetry(fileName, solver, readFromFile, rhs, nullptr, nullptr);
@@ -109,26 +103,24 @@ int VQ_EigenSolver::DecomposeWithRetry(const std::string& fileName, VQ_SparseSol
                                        bool readFromFile, VQ_Matrix* rhs,
                                        void (*configure)(VQ_SparseSolver*, void*), void* context) {
   if (!solver) return VQ_SparseSolver::kStatusOutOfMemory;
-  CreateSolver(fileName, solver, readFromFile, rhs);
-  if (!*solver) return VQ_SparseSolver::kStatusOutOfMemory;
-  if (configure) configure(*solver, context);
   // Decomposition = analysis + factorisation in this thread, the factorised flag, and the copy of
   // the 64 PARDISO parameters to the global report when the host set the global array.
-  int result = (*solver)->Decomposition(true, true);
-  if ((result == VQ_SparseSolver::kStatusOutOfMemory ||
-       result == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore) &&
-      oocMode_ == 2) {
-    // PARDISO's report (1-based iparm(15), iparm(16), iparm(63)): peak and permanent memory of
-    // the symbolic phase and the minimum out-of-core memory, in kilobytes.
-    const int size = OutOfCoreRetryCoreSize((*solver)->Get_iParm(14), (*solver)->Get_iParm(15),
-                                            (*solver)->Get_iParm(62));
-    vqmath::internal::SetOocMaxCoreSize(size);
+  auto attempt = [&]() {
     CreateSolver(fileName, solver, readFromFile, rhs);
-    if (!*solver) return VQ_SparseSolver::kStatusOutOfMemory;
+    if (!*solver) return static_cast<int>(VQ_SparseSolver::kStatusOutOfMemory);
     if (configure) configure(*solver, context);
-    result = (*solver)->Decomposition(true, true);
-  }
-  return result;
+    return (*solver)->Decomposition(true, true);
+  };
+  int report[64] = {};
+  auto outOfMemory = [&](int result) {
+    return *solver && (result == VQ_SparseSolver::kStatusOutOfMemory ||
+                       result == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore);
+  };
+  auto failedReport = [&]() -> const int* {
+    (*solver)->SaveSolverInfo(report);
+    return report;
+  };
+  return vqmath::internal::OutOfCoreRetry::Run(attempt, outOfMemory, failedReport, oocMode_ == 2);
 }
 
 void VQ_EigenSolver::MapDecompositionResult(int result, const VQ_SparseSolver* solver) {
@@ -187,7 +179,7 @@ double VQ_EigenSolver::CalculateRayleighQuotient(VQ_ColVector& x, VQ_SparseSymMa
   vqmath::internal::SymmetricProduct product(A);
   if (!product.Ok()) return 0.0;
   VQ_ColVector y(x.NumRows());
-  if (!product.Apply(x.GetDataPointer(), y.GetDataPointer(), 1)) return 0.0;
+  if (product.Apply(x.GetDataPointer(), y.GetDataPointer()) != 0) return 0.0;
   return x.Dot(y) / x.Dot(x);
 }
 
@@ -201,7 +193,7 @@ void VQ_EigenSolver::Gram_Schmidt_Orthogonalization(VQ_Matrix& X, VQ_Matrix& Y, 
   double* x = X.GetDataPointer();
   const std::size_t nn = static_cast<std::size_t>(n);
   std::vector<double> w(nn * static_cast<std::size_t>(count));
-  if (!weight.Apply(x, w.data(), count)) return;
+  if (weight.Apply(x, w.data(), count) != 0) return;
   // Modified Gram-Schmidt in the M inner product; w keeps M times each column up to date.
   for (int j = 0; j < count; ++j) {
     double* xj = x + j * nn;

@@ -91,10 +91,6 @@ class VQ_EigenSolver {
   // Maps a decomposition result onto the status as CheckForRigidBodyModes does (0 leaves the
   // status); the instability DOF is taken from solver for a singular matrix.
   void MapDecompositionResult(int result, const VQ_SparseSolver* solver);
-  // Core size (megabytes) for the out-of-core retry from PARDISO's report: peak memory of the
-  // symbolic phase, its permanent memory and the minimum out-of-core memory (kilobytes):
-  // max(peak, permanent + minimum) / 1000 + 1.
-  static int OutOfCoreRetryCoreSize(int peakSymbolicKb, int permanentSymbolicKb, int minOocKb);
 
   // ---- small numerical helpers ------------------------------------------------------------------
   // (x' A x) / (x' x).

@@ -17,10 +17,12 @@
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_SymMatrix.h"
 #include "eigen/VQ_EigenSolver.h"
-#include "eigen/internal/ArpackOperators.h"
+#include "eigen/internal/SparseShiftInvertOperator.h"
 #include "sparse/VQ_SparseSolver.h"
+#include "sparse/internal/SymmetricProduct.h"
 
 namespace ei = vqmath::eigen_internal;
+namespace vi = vqmath::internal;
 
 namespace {
 
@@ -239,275 +241,327 @@ void VQ_LDRitzVectors::ResetResults() {
   errNorm2_ = VQ_ColVector();
 }
 
+// The work of one run: the load, the factorisation of K, the products with M and K, the generated
+// vectors X (M-orthonormal) with M·X, and the final vectors with their estimates.
+struct VQ_LDRitzVectors::RitzRun {
+  int n = 0;
+  size_t un = 0;
+  int count = 0;          // vectors wanted
+  bool lanczos = false;   // three-term recurrence instead of full Gram–Schmidt
+  bool asForce = false;   // the load is a force (else a pattern multiplied by M)
+  bool repeatPasses = true;
+  std::vector<double> f;  // the load: the caller's vector, or ones
+  std::unique_ptr<VQ_SparseSolver> solver;
+  vi::SymmetricProduct mass, stiffness;
+  std::unique_ptr<ei::SparseShiftInvertOperator> op;  // M·x and K⁻¹·r
+  std::vector<double> X, MX, y, my, rhs, c;
+  int made = 0;
+  int* gramSchmidtPasses = nullptr;
+  // Results of the reduced problem: q vectors φ (n × q) and their estimates, ascending.
+  int q = 0;
+  std::vector<double> kr;
+  std::vector<double> phi, lambda;
+
+  // M-norm of v (mv = M·v formed on the way); −1 when v'·M·v is negative.
+  double MNorm(const double* v, double* mv) const {
+    mass.Apply(v, mv);
+    const double s = cblas_ddot(n, v, 1, mv, 1);
+    return s > 0.0 ? std::sqrt(s) : (s == 0.0 ? 0.0 : -1.0);
+  }
+  // One Gram–Schmidt pass of y against the first k vectors: c = (MX)ᵀ·y, y −= X·c.
+  void Pass(int k) {
+    if (k == 0) return;
+    cblas_dgemv(CblasColMajor, CblasTrans, n, k, 1.0, MX.data(), n, y.data(), 1, 0.0, c.data(), 1);
+    cblas_dgemv(CblasColMajor, CblasNoTrans, n, k, -1.0, X.data(), n, c.data(), 1, 1.0, y.data(),
+                1);
+    ++*gramSchmidtPasses;
+  }
+  // Gram–Schmidt against all k earlier vectors, repeated while a pass removed more than half of
+  // the norm (when repetition is allowed). Returns the M-norm left.
+  double Orthogonalise(int k, double before, bool repeat) {
+    double now = before;
+    for (int p = 0; p < std::max(k, 1); ++p) {
+      Pass(k);
+      const double left = MNorm(y.data(), my.data());
+      if (left < 0.0) return left;
+      const bool cancelled = left < kRepeatPass * now;
+      now = left;
+      if (!repeat || !cancelled) break;
+    }
+    return now;
+  }
+  // y / norm becomes the next vector.
+  void Accept(double norm) {
+    const double s = 1.0 / norm;
+    for (size_t i = 0; i < un; ++i) {
+      X[Cells(made, n) + i] = y[i] * s;
+      MX[Cells(made, n) + i] = my[i] * s;
+    }
+    ++made;
+  }
+};
+
+bool VQ_LDRitzVectors::PrepareRitzRun(RitzRun& r, unsigned requested,
+                                      const std::string& workingDirectory, VQ_ColVector* load,
+                                      int vecType) {
+  const int n = K_.NumRows();
+  if (n <= 0 || K_.GetRowVectorPointer() == nullptr || M_.NumRows() != n ||
+      M_.GetRowVectorPointer() == nullptr) {
+    Fail(kStatusFailed, kTextFailed);
+    return false;
+  }
+  // At most one vector per mass degree of freedom.
+  const int massTerms = M_.CountNonZeroDiagonalTerms(zero_);
+  const int count = static_cast<int>(
+      std::min<unsigned>(requested, static_cast<unsigned>(std::min(massTerms, n))));
+  if (count == 0 || massTerms == 0) {
+    Fail(kStatusFailed, kTextFailed);
+    return false;
+  }
+  r.n = n;
+  r.un = static_cast<size_t>(n);
+  r.count = count;
+  r.gramSchmidtPasses = &gramSchmidtPasses_;
+
+  r.f.assign(r.un, 1.0);
+  const bool haveLoad = load != nullptr && load->GetDataPointer() != nullptr;
+  if (haveLoad) {
+    if (load->NumRows() * load->NumCols() < n) {
+      Fail(kStatusFailed, kTextFailed);
+      return false;
+    }
+    std::memcpy(r.f.data(), load->GetDataPointer(), sizeof(double) * r.un);
+  }
+  r.asForce = haveLoad && vecType == 1;
+
+  // Factor K once.
+  r.solver.reset(new VQ_SparseSolver(&K_, nullptr, oocMode_, matrixType_, false,
+                                     workingDirectory.c_str(), nullptr));
+  const int factor = r.solver->Decomposition(true, true);
+  if (factor != 0) {
+    ResolveError(r.solver.get(), factor);
+    return false;
+  }
+  r.mass.SetSparse(n, M_.GetRowVectorPointer(), M_.GetColumnVectorPointer(), M_.GetDataPointer(),
+                   4 * count + 8);
+  r.stiffness.SetSparse(n, K_.GetRowVectorPointer(), K_.GetColumnVectorPointer(),
+                        K_.GetDataPointer(), count + 2);
+  r.op.reset(new ei::SparseShiftInvertOperator(r.mass, *r.solver));
+  r.X.assign(Cells(n, count), 0.0);
+  r.MX.assign(Cells(n, count), 0.0);
+  r.y.assign(r.un, 0.0);
+  r.my.assign(r.un, 0.0);
+  r.rhs.assign(r.un, 0.0);
+  r.c.assign(static_cast<size_t>(count), 0.0);
+  return true;
+}
+
+bool VQ_LDRitzVectors::ReportProgress(const RitzRun& r, VQ_RitzProgressCallback progress) {
+  if (progress && !progress(r.made, static_cast<double>(r.made) / r.count)) {
+    Fail(kStatusCancelled, kTextCancelled);
+    return false;
+  }
+  return true;
+}
+
+bool VQ_LDRitzVectors::SolveWithStiffness(RitzRun& r, const double* rhs) {
+  if (r.op->Solve(rhs, r.y.data()) == 0) return true;
+  ResolveError(r.solver.get(), r.solver->GetLastErrorCode());
+  return false;
+}
+
+bool VQ_LDRitzVectors::FirstRitzVector(RitzRun& r, VQ_RitzProgressCallback progress) {
+  // x₁ = K⁻¹·r, r = M·f (pattern) or f (force).
+  if (r.asForce)
+    std::memcpy(r.rhs.data(), r.f.data(), sizeof(double) * r.un);
+  else
+    r.mass.Apply(r.f.data(), r.rhs.data());
+  if (!SolveWithStiffness(r, r.rhs.data())) return false;
+  const double first = r.MNorm(r.y.data(), r.my.data());
+  if (!(first > 0.0)) {  // negative: not a mass; zero: the load has no mass component
+    Fail(kStatusFailed, kTextFailed);
+    return false;
+  }
+  r.Accept(first);
+  return ReportProgress(r, progress);
+}
+
+int VQ_LDRitzVectors::NextDirection(RitzRun& r, double& beta, double& norm) {
+  const int n = r.n;
+  const int made = r.made;
+  // y = K⁻¹·M·x_last
+  if (!SolveWithStiffness(r, &r.MX[Cells(made - 1, n)])) return -1;
+  const double before = r.MNorm(r.y.data(), r.my.data());
+  if (!(before > 0.0)) return 0;
+  if (r.lanczos) {
+    // Three-term recurrence: against the last two vectors only.
+    const double* xl = &r.X[Cells(made - 1, n)];
+    const double alpha = cblas_ddot(n, &r.MX[Cells(made - 1, n)], 1, r.y.data(), 1);
+    cblas_daxpy(n, -alpha, xl, 1, r.y.data(), 1);
+    if (made >= 2) cblas_daxpy(n, -beta, &r.X[Cells(made - 2, n)], 1, r.y.data(), 1);
+    norm = r.MNorm(r.y.data(), r.my.data());
+    if (selectiveReorthogonalization_ && norm > 0.0) {
+      // Loss of orthogonality against the earlier vectors: reorthogonalise fully.
+      cblas_dgemv(CblasColMajor, CblasTrans, n, made, 1.0, r.MX.data(), n, r.y.data(), 1, 0.0,
+                  r.c.data(), 1);
+      double worst = 0.0;
+      for (int j = 0; j < made; ++j) worst = std::max(worst, std::fabs(r.c[j]));
+      const double sqrtEps = std::sqrt(std::numeric_limits<double>::epsilon());
+      if (worst > sqrtEps * norm) norm = r.Orthogonalise(made, norm, true);
+    }
+  } else {
+    norm = r.Orthogonalise(made, before, selectiveReorthogonalization_);
+  }
+  if (!(norm > kDependent * before)) return 0;  // no new direction: the sequence ends
+  beta = norm;
+  return 1;
+}
+
+bool VQ_LDRitzVectors::GenerateRitzVectors(RitzRun& r, VQ_RitzProgressCallback progress) {
+  if (!FirstRitzVector(r, progress)) return false;
+  // Static correction of the Lanczos variant: the load taken as a force, unless the first
+  // vector already is its static response.
+  const bool addStatic = r.lanczos && staticCorrection_ && !r.asForce && r.count >= 2;
+  double beta = 0.0;  // M-norm of the previous Lanczos step
+  while (r.made < r.count) {
+    double norm = 0.0;
+    bool fromStatic = false;
+    if (addStatic && r.made == r.count - 1) {
+      // y = K⁻¹·f against all, twice if needed; kept only when it brings a new direction.
+      if (!SolveWithStiffness(r, r.f.data())) return false;
+      const double before = r.MNorm(r.y.data(), r.my.data());
+      norm = before > 0.0 ? r.Orthogonalise(r.made, before, true) : 0.0;
+      fromStatic = before > 0.0 && norm > kDependent * before;
+    }
+    if (!fromStatic) {
+      const int next = NextDirection(r, beta, norm);
+      if (next < 0) return false;
+      if (next == 0) break;
+    }
+    r.Accept(norm);
+    if (!ReportProgress(r, progress)) return false;
+  }
+  r.q = r.made;
+  return true;
+}
+
+bool VQ_LDRitzVectors::SolveReducedProblem(RitzRun& r, const std::string& workingDirectory) {
+  const int n = r.n, q = r.q;
+  // Reduced matrices Kr = Xᵀ·K·X and Mr = Xᵀ·M·X.
+  std::vector<double> KX(Cells(n, q));
+  r.stiffness.Apply(r.X.data(), KX.data(), q);
+  std::vector<double>& kr = r.kr;
+  kr.assign(Cells(q, q), 0.0);
+  std::vector<double> mr(Cells(q, q));
+  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, r.X.data(), n, KX.data(), n,
+              0.0, kr.data(), q);
+  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, r.X.data(), n, r.MX.data(),
+              n, 0.0, mr.data(), q);
+  VQ_SymMatrix Kr(q, 0.0), Mr(q, 0.0);
+  for (int j = 1; j <= q; ++j)
+    for (int i = 1; i <= j; ++i) {
+      // Symmetrised: the products agree only to round-off.
+      Kr.Ref(i, j) = 0.5 * (kr[Cells(j - 1, q) + i - 1] + kr[Cells(i - 1, q) + j - 1]);
+      Mr.Ref(i, j) = 0.5 * (mr[Cells(j - 1, q) + i - 1] + mr[Cells(i - 1, q) + j - 1]);
+    }
+
+  std::vector<int> order(static_cast<size_t>(q));
+  std::iota(order.begin(), order.end(), 0);
+  r.phi.assign(Cells(n, q), 0.0);
+  r.lambda.clear();
+  if (!orthogonalizeVwrtK_) {
+    // The generated vectors themselves, with their Rayleigh quotients, ascending.
+    std::stable_sort(order.begin(), order.end(),
+                     [&](int a, int b) { return kr[Cells(a, q) + a] < kr[Cells(b, q) + b]; });
+    for (int j = 0; j < q; ++j) {
+      r.lambda.push_back(kr[Cells(order[j], q) + order[j]]);
+      std::memcpy(&r.phi[Cells(j, n)], &r.X[Cells(order[j], n)], sizeof(double) * r.un);
+    }
+    return true;
+  }
+  int code = SubspaceIterationEigenSolver(q, Kr, Mr, workingDirectory);
+  if (code != 0) code = LAPACKEigenSolver(Kr, Mr);
+  if (code != 0) {
+    ResolveError(r.solver.get(), code);
+    return false;
+  }
+  // Φ = X·Q, ascending order of the estimates.
+  std::stable_sort(order.begin(), order.end(),
+                   [this](int a, int b) { return estimates_[a + 1] < estimates_[b + 1]; });
+  std::vector<double> Q(Cells(q, q));
+  for (int j = 0; j < q; ++j) {
+    r.lambda.push_back(estimates_[order[j] + 1]);
+    for (int i = 0; i < q; ++i) Q[Cells(j, q) + i] = reducedVectors_.Value(i + 1, order[j] + 1);
+  }
+  cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, q, 1.0, r.X.data(), n, Q.data(), q,
+              0.0, r.phi.data(), n);
+  return true;
+}
+
+bool VQ_LDRitzVectors::StoreRitzResults(RitzRun& r, int& kept) {
+  // Eigenvalue limit: drop the pairs above it.
+  kept = r.q;
+  if (limitFlag_) {
+    kept = 0;
+    while (kept < r.q && r.lambda[kept] <= limitValue_) ++kept;
+    if (kept == 0) {
+      Fail(kStatusFailed, kTextFailed);
+      return false;
+    }
+  }
+  vectors_ = VQ_Matrix(r.n, kept, r.phi.data());
+  estimates_ = VQ_ColVector(kept, r.lambda.data());
+  return true;
+}
+
+void VQ_LDRitzVectors::ComputeRitzMeasures(const RitzRun& r, int kept) {
+  // Effective mass ratios, residuals, load representation error.
+  const int n = r.n;
+  const size_t un = r.un;
+  const std::vector<double>& f = r.f;
+  std::vector<double> mf(un), force(un), kphi(un), mphi(un), residual(un);
+  r.mass.Apply(f.data(), mf.data());
+  if (r.asForce)
+    force = f;
+  else
+    force = mf;
+  const double total = cblas_ddot(n, f.data(), 1, mf.data(), 1);
+  const double forceNorm = cblas_dnrm2(n, force.data(), 1);
+  std::vector<double> remaining = force;
+  meffRatios_ = VQ_ColVector(kept);
+  errNorm1_ = VQ_ColVector(kept);
+  errNorm2_ = VQ_ColVector(kept);
+  double cumulative = 0.0;
+  for (int j = 0; j < kept; ++j) {
+    const double* p = &r.phi[Cells(j, n)];
+    r.mass.Apply(p, mphi.data());
+    r.stiffness.Apply(p, kphi.data());
+    const double gamma = cblas_ddot(n, mphi.data(), 1, f.data(), 1);
+    cumulative += gamma * gamma;
+    meffRatios_[j + 1] = total > 0.0 ? cumulative / total : 0.0;
+    std::memcpy(residual.data(), kphi.data(), sizeof(double) * un);
+    cblas_daxpy(n, -r.lambda[j], mphi.data(), 1, residual.data(), 1);
+    const double kn = cblas_dnrm2(n, kphi.data(), 1);
+    errNorm1_[j + 1] = kn > 0.0 ? cblas_dnrm2(n, residual.data(), 1) / kn : 0.0;
+    const double participation = cblas_ddot(n, p, 1, force.data(), 1);
+    cblas_daxpy(n, -participation, mphi.data(), 1, remaining.data(), 1);
+    errNorm2_[j + 1] = forceNorm > 0.0 ? cblas_dnrm2(n, remaining.data(), 1) / forceNorm : 0.0;
+  }
+}
+
 int VQ_LDRitzVectors::Solve(bool lanczos, unsigned requested, const std::string& workingDirectory,
                             VQ_RitzProgressCallback progress, VQ_ColVector* load, int vecType) {
   ResetResults();
-  std::unique_ptr<VQ_SparseSolver> solver;
   try {
-    const int n = K_.NumRows();
-    if (n <= 0 || K_.GetRowVectorPointer() == nullptr || M_.NumRows() != n ||
-        M_.GetRowVectorPointer() == nullptr) {
-      Fail(kStatusFailed, kTextFailed);
+    RitzRun r;
+    r.lanczos = lanczos;
+    int kept = 0;
+    if (!PrepareRitzRun(r, requested, workingDirectory, load, vecType) ||
+        !GenerateRitzVectors(r, progress) || !SolveReducedProblem(r, workingDirectory) ||
+        !StoreRitzResults(r, kept))
       return status_;
-    }
-    // At most one vector per mass degree of freedom.
-    const int massTerms = M_.CountNonZeroDiagonalTerms(zero_);
-    const int count = static_cast<int>(
-        std::min<unsigned>(requested, static_cast<unsigned>(std::min(massTerms, n))));
-    if (count == 0 || massTerms == 0) {
-      Fail(kStatusFailed, kTextFailed);
-      return status_;
-    }
-    const size_t un = static_cast<size_t>(n);
-
-    // The load: the caller's vector, or ones.
-    std::vector<double> f(un, 1.0);
-    const bool haveLoad = load != nullptr && load->GetDataPointer() != nullptr;
-    if (haveLoad) {
-      if (load->NumRows() * load->NumCols() < n) {
-        Fail(kStatusFailed, kTextFailed);
-        return status_;
-      }
-      std::memcpy(f.data(), load->GetDataPointer(), sizeof(double) * un);
-    }
-    const bool asForce = haveLoad && vecType == 1;
-
-    // Factor K once.
-    solver.reset(new VQ_SparseSolver(&K_, nullptr, oocMode_, matrixType_, false,
-                                     workingDirectory.c_str(), nullptr));
-    const int factor = solver->Decomposition(true, true);
-    if (factor != 0) {
-      ResolveError(solver.get(), factor);
-      return status_;
-    }
-
-    ei::SymmetricProduct mass, stiffness;
-    mass.SetSparse(n, M_.GetRowVectorPointer(), M_.GetColumnVectorPointer(), M_.GetDataPointer(),
-                   4 * count + 8);
-    stiffness.SetSparse(n, K_.GetRowVectorPointer(), K_.GetColumnVectorPointer(),
-                        K_.GetDataPointer(), count + 2);
-    auto solve = [&solver](const double* rhs, double* x) {
-      solver->Set_LoadVector(0, 1, const_cast<double*>(rhs));
-      solver->Set_ResultVector(x);
-      return solver->Solve();
-    };
-
-    std::vector<double> X(Cells(n, count));   // the generated vectors, M-orthonormal
-    std::vector<double> MX(Cells(n, count));  // M times each of them
-    std::vector<double> y(un), my(un), rhs(un), c(static_cast<size_t>(count));
-    int made = 0;
-
-    // M-norm of y (my = M·y formed on the way).
-    auto mnorm = [&](const double* v, double* mv) {
-      mass.Apply(v, mv);
-      const double s = cblas_ddot(n, v, 1, mv, 1);
-      return s > 0.0 ? std::sqrt(s) : (s == 0.0 ? 0.0 : -1.0);
-    };
-    // One Gram–Schmidt pass of y against the first k vectors: c = (MX)ᵀ·y, y −= X·c.
-    auto pass = [&](int k) {
-      if (k == 0) return;
-      cblas_dgemv(CblasColMajor, CblasTrans, n, k, 1.0, MX.data(), n, y.data(), 1, 0.0, c.data(),
-                  1);
-      cblas_dgemv(CblasColMajor, CblasNoTrans, n, k, -1.0, X.data(), n, c.data(), 1, 1.0, y.data(),
-                  1);
-      ++gramSchmidtPasses_;
-    };
-    // Gram–Schmidt against all k earlier vectors, repeated while a pass removed more than half
-    // of the norm (when repetition is allowed). Returns the M-norm left.
-    auto orthogonalise = [&](int k, double before, bool repeat) {
-      double now = before;
-      for (int p = 0; p < std::max(k, 1); ++p) {
-        pass(k);
-        const double left = mnorm(y.data(), my.data());
-        if (left < 0.0) return left;
-        const bool cancelled = left < kRepeatPass * now;
-        now = left;
-        if (!repeat || !cancelled) break;
-      }
-      return now;
-    };
-    auto accept = [&](double norm) {
-      const double s = 1.0 / norm;
-      for (size_t i = 0; i < un; ++i) {
-        X[Cells(made, n) + i] = y[i] * s;
-        MX[Cells(made, n) + i] = my[i] * s;
-      }
-      ++made;
-    };
-
-    // First vector: x₁ = K⁻¹·r, r = M·f (pattern) or f (force).
-    if (asForce) {
-      std::memcpy(rhs.data(), f.data(), sizeof(double) * un);
-    } else {
-      mass.Apply(f.data(), rhs.data());
-    }
-    if (solve(rhs.data(), y.data()) != 0) {
-      ResolveError(solver.get(), solver->GetLastErrorCode());
-      return status_;
-    }
-    const double first = mnorm(y.data(), my.data());
-    if (!(first > 0.0)) {  // negative: not a mass; zero: the load has no mass component
-      Fail(kStatusFailed, kTextFailed);
-      return status_;
-    }
-    accept(first);
-    if (progress && !progress(made, static_cast<double>(made) / count)) {
-      Fail(kStatusCancelled, kTextCancelled);
-      return status_;
-    }
-
-    // Static correction of the Lanczos variant: the load taken as a force, unless the first
-    // vector already is its static response.
-    const bool addStatic = lanczos && staticCorrection_ && !asForce && count >= 2;
-    double beta = 0.0;  // M-norm of the previous Lanczos step
-    const double sqrtEps = std::sqrt(std::numeric_limits<double>::epsilon());
-
-    while (made < count) {
-      const bool last = made == count - 1;
-      bool fromStatic = false;
-      double norm = 0.0;
-      if (addStatic && last) {
-        // y = K⁻¹·f against all, twice if needed; kept only when it brings a new direction.
-        if (solve(f.data(), y.data()) != 0) {
-          ResolveError(solver.get(), solver->GetLastErrorCode());
-          return status_;
-        }
-        const double before = mnorm(y.data(), my.data());
-        norm = before > 0.0 ? orthogonalise(made, before, true) : 0.0;
-        fromStatic = before > 0.0 && norm > kDependent * before;
-      }
-      if (!fromStatic) {
-        // y = K⁻¹·M·x_last
-        if (solve(&MX[Cells(made - 1, n)], y.data()) != 0) {
-          ResolveError(solver.get(), solver->GetLastErrorCode());
-          return status_;
-        }
-        const double before = mnorm(y.data(), my.data());
-        if (!(before > 0.0)) break;
-        if (lanczos) {
-          // Three-term recurrence: against the last two vectors only.
-          const double* xl = &X[Cells(made - 1, n)];
-          const double alpha = cblas_ddot(n, &MX[Cells(made - 1, n)], 1, y.data(), 1);
-          cblas_daxpy(n, -alpha, xl, 1, y.data(), 1);
-          if (made >= 2) cblas_daxpy(n, -beta, &X[Cells(made - 2, n)], 1, y.data(), 1);
-          norm = mnorm(y.data(), my.data());
-          if (selectiveReorthogonalization_ && norm > 0.0) {
-            // Loss of orthogonality against the earlier vectors: reorthogonalise fully.
-            cblas_dgemv(CblasColMajor, CblasTrans, n, made, 1.0, MX.data(), n, y.data(), 1, 0.0,
-                        c.data(), 1);
-            double worst = 0.0;
-            for (int j = 0; j < made; ++j) worst = std::max(worst, std::fabs(c[j]));
-            if (worst > sqrtEps * norm) norm = orthogonalise(made, norm, true);
-          }
-        } else {
-          norm = orthogonalise(made, before, selectiveReorthogonalization_);
-        }
-        if (!(norm > kDependent * before)) break;  // no new direction: the sequence ends
-        beta = norm;
-      }
-      accept(norm);
-      if (progress && !progress(made, static_cast<double>(made) / count)) {
-        Fail(kStatusCancelled, kTextCancelled);
-        return status_;
-      }
-    }
-    const int q = made;
-
-    // Reduced matrices Kr = Xᵀ·K·X and Mr = Xᵀ·M·X.
-    std::vector<double> KX(Cells(n, q));
-    for (int j = 0; j < q; ++j) stiffness.Apply(&X[Cells(j, n)], &KX[Cells(j, n)]);
-    std::vector<double> kr(Cells(q, q)), mr(Cells(q, q));
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, X.data(), n, KX.data(), n,
-                0.0, kr.data(), q);
-    cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, q, q, n, 1.0, X.data(), n, MX.data(), n,
-                0.0, mr.data(), q);
-    VQ_SymMatrix Kr(q, 0.0), Mr(q, 0.0);
-    for (int j = 1; j <= q; ++j)
-      for (int i = 1; i <= j; ++i) {
-        // Symmetrised: the products agree only to round-off.
-        Kr.Ref(i, j) = 0.5 * (kr[Cells(j - 1, q) + i - 1] + kr[Cells(i - 1, q) + j - 1]);
-        Mr.Ref(i, j) = 0.5 * (mr[Cells(j - 1, q) + i - 1] + mr[Cells(i - 1, q) + j - 1]);
-      }
-
-    std::vector<double> phi;     // final vectors, n × q
-    std::vector<double> lambda;  // their estimates, ascending
-    if (orthogonalizeVwrtK_) {
-      int code = SubspaceIterationEigenSolver(q, Kr, Mr, workingDirectory);
-      if (code != 0) code = LAPACKEigenSolver(Kr, Mr);
-      if (code != 0) {
-        ResolveError(solver.get(), code);
-        return status_;
-      }
-      // Φ = X·Q, ascending order of the estimates.
-      std::vector<int> order(static_cast<size_t>(q));
-      std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(),
-                       [this](int a, int b) { return estimates_[a + 1] < estimates_[b + 1]; });
-      std::vector<double> Q(Cells(q, q));
-      for (int j = 0; j < q; ++j) {
-        lambda.push_back(estimates_[order[j] + 1]);
-        for (int i = 0; i < q; ++i) Q[Cells(j, q) + i] = reducedVectors_.Value(i + 1, order[j] + 1);
-      }
-      phi.assign(Cells(n, q), 0.0);
-      cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, q, 1.0, X.data(), n, Q.data(), q,
-                  0.0, phi.data(), n);
-    } else {
-      // The generated vectors themselves, with their Rayleigh quotients, ascending.
-      std::vector<int> order(static_cast<size_t>(q));
-      std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(),
-                       [&](int a, int b) { return kr[Cells(a, q) + a] < kr[Cells(b, q) + b]; });
-      phi.assign(Cells(n, q), 0.0);
-      for (int j = 0; j < q; ++j) {
-        lambda.push_back(kr[Cells(order[j], q) + order[j]]);
-        std::memcpy(&phi[Cells(j, n)], &X[Cells(order[j], n)], sizeof(double) * un);
-      }
-    }
-
-    // Eigenvalue limit: drop the pairs above it.
-    int kept = q;
-    if (limitFlag_) {
-      kept = 0;
-      while (kept < q && lambda[kept] <= limitValue_) ++kept;
-      if (kept == 0) {
-        Fail(kStatusFailed, kTextFailed);
-        return status_;
-      }
-    }
-
-    vectors_ = VQ_Matrix(n, kept, phi.data());
-    estimates_ = VQ_ColVector(kept, lambda.data());
-
-    // Measures: effective mass ratios, residuals, load representation error.
-    std::vector<double> mf(un), force(un), kphi(un), mphi(un), residual(un);
-    mass.Apply(f.data(), mf.data());
-    if (asForce)
-      force = f;
-    else
-      force = mf;
-    const double total = cblas_ddot(n, f.data(), 1, mf.data(), 1);
-    const double forceNorm = cblas_dnrm2(n, force.data(), 1);
-    std::vector<double> remaining = force;
-    meffRatios_ = VQ_ColVector(kept);
-    errNorm1_ = VQ_ColVector(kept);
-    errNorm2_ = VQ_ColVector(kept);
-    double cumulative = 0.0;
-    for (int j = 0; j < kept; ++j) {
-      const double* p = &phi[Cells(j, n)];
-      mass.Apply(p, mphi.data());
-      stiffness.Apply(p, kphi.data());
-      const double gamma = cblas_ddot(n, mphi.data(), 1, f.data(), 1);
-      cumulative += gamma * gamma;
-      meffRatios_[j + 1] = total > 0.0 ? cumulative / total : 0.0;
-      std::memcpy(residual.data(), kphi.data(), sizeof(double) * un);
-      cblas_daxpy(n, -lambda[j], mphi.data(), 1, residual.data(), 1);
-      const double kn = cblas_dnrm2(n, kphi.data(), 1);
-      errNorm1_[j + 1] = kn > 0.0 ? cblas_dnrm2(n, residual.data(), 1) / kn : 0.0;
-      const double participation = cblas_ddot(n, p, 1, force.data(), 1);
-      cblas_daxpy(n, -participation, mphi.data(), 1, remaining.data(), 1);
-      errNorm2_[j + 1] = forceNorm > 0.0 ? cblas_dnrm2(n, remaining.data(), 1) / forceNorm : 0.0;
-    }
-    ResolveError(solver.get(), 0);
+    ComputeRitzMeasures(r, kept);
+    ResolveError(r.solver.get(), 0);
     return status_;
   } catch (const std::bad_alloc&) {
     Fail(kStatusNoMemory, kTextNoMemory);

@@ -143,6 +143,24 @@ class VQ_LDRitzVectors {
   void Fail(int status, const char* message);
   void ResetResults();
 
+  // The steps of Solve on the work of one run: sizes, load and factorisation of K; the sequence of
+  // M-orthonormal vectors (the first from the load, then one K⁻¹·M step at a time, with the
+  // static correction last); the reduced problem; the eigenvalue limit and the stored results;
+  // the effective-mass and residual measures. A step returning false has set the status.
+  struct RitzRun;
+  bool PrepareRitzRun(RitzRun& r, unsigned requested, const std::string& workingDirectory,
+                      VQ_ColVector* load, int vecType);
+  bool ReportProgress(const RitzRun& r, VQ_RitzProgressCallback progress);
+  bool SolveWithStiffness(RitzRun& r, const double* rhs);
+  bool FirstRitzVector(RitzRun& r, VQ_RitzProgressCallback progress);
+  // The next direction K⁻¹·M·x_last made M-orthogonal to the vectors so far: 1 with its M-norm,
+  // 0 when it brings nothing new (the sequence ends), −1 on a failed solve.
+  int NextDirection(RitzRun& r, double& beta, double& norm);
+  bool GenerateRitzVectors(RitzRun& r, VQ_RitzProgressCallback progress);
+  bool SolveReducedProblem(RitzRun& r, const std::string& workingDirectory);
+  bool StoreRitzResults(RitzRun& r, int& kept);
+  void ComputeRitzMeasures(const RitzRun& r, int kept);
+
   VQ_SparseSymMatrix K_;
   VQ_SparseSymMatrix M_;
   VQ_Matrix vectors_;

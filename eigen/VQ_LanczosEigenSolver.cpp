@@ -14,7 +14,7 @@
 
 #include "eigen/internal/ArpackDriver.h"
 #include "eigen/internal/ArpackMessages.h"
-#include "eigen/internal/ArpackOperators.h"
+#include "eigen/internal/SparseShiftInvertOperator.h"
 #include "eigen/VQ_ModalMass.h"
 #include "eigen/VQ_SturmSequenceCheck.h"
 #include "sparse/VQ_InertiaCount.h"
@@ -205,7 +205,7 @@ int VQ_LanczosEigenSolver::RunPass(bool buckling, double sigma, int requested, i
   if (status != 0) return status;
 
   // B: the mass for natural modes, K itself in buckling mode.
-  ei::SymmetricProduct product;
+  vqmath::internal::SymmetricProduct product;
   const int expectedProducts = 4 * request.sizes.ncv + 16;
   if (buckling) {
     product.SetSparse(n, problem_.kRowPointers, problem_.kColumnIndices, problem_.kValues,
@@ -353,47 +353,202 @@ int VQ_LanczosEigenSolver::SolveSingle(bool buckling) {
 
 // ---- incremental drivers -----------------------------------------------------------------------
 
+// The modes the incremental drivers have found so far, with the metric of the MAC (B = M for
+// natural modes, K for buckling modes): eigenvalues in the order found, their B-normalised modes
+// (n each) and B times each mode.
+struct VQ_LanczosEigenSolver::FoundModes {
+  vqmath::internal::SymmetricProduct metric;
+  std::vector<double> values;
+  std::vector<double> modes;
+  std::vector<double> metricModes;
+  std::vector<double> bx, g, remainder;  // work vectors
+  int Count() const { return static_cast<int>(values.size()); }
+};
+
+namespace {
+
+// The shift of the next incremental pass, between the two highest distinct eigenvalues found so
+// far, so that the highest one (with any repeated partners) lies just above it. A pass that added
+// nothing met only modes found before (a repeated eigenvalue filling the block): the shift then
+// moves just past that eigenvalue; a second pass without progress ends the search (false).
+bool NextIncrementalShift(const std::vector<double>& values, double sigma, int added,
+                          bool& stalled, double& next) {
+  const double top = *std::max_element(values.begin(), values.end());
+  if (added == 0) {
+    if (stalled) return false;
+    stalled = true;
+    next = top + kStepPastRepeated * std::max(std::fabs(top), std::fabs(top - sigma));
+    return true;
+  }
+  stalled = false;
+  bool havePrevious = false;
+  double previous = 0.0;
+  for (double v : values) {
+    if (v < top && !SameEigenvalue(v, top) && (!havePrevious || v > previous)) {
+      previous = v;
+      havePrevious = true;
+    }
+  }
+  if (havePrevious) {
+    next = 0.5 * (previous + top);
+  } else if (top > sigma) {
+    next = 0.5 * (sigma + top);
+  } else {
+    next = sigma + 0.5 * std::max({std::fabs(sigma), std::fabs(top), 1e-300});
+  }
+  return true;
+}
+
+}  // namespace
+
+int VQ_LanczosEigenSolver::CheckIncrementalRequest(bool buckling, int& wanted) {
+  if (problem_.blockSize < 2) return Fail(ei::kLanczosBlockTooSmall);
+  if (buckling && IsZeroShift(problem_.shift)) return Fail(ei::kLanczosBucklingWithoutShift);
+  std::string text;
+  const int n = problem_.n;
+  if (n <= 0) {
+    ei::ArpackInfoText(-1, text);
+    return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-1), text);
+  }
+  // The whole search obeys the size rule of one run.
+  wanted = ei::ComputeArpackSizes(n, problem_.requested, -1).nev;
+  if (wanted <= 0) {
+    ei::ArpackInfoText(-2, text);
+    return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-2), text);
+  }
+  if (!problem_.kRowPointers || !problem_.kColumnIndices || !problem_.kValues ||
+      (!problem_.bRowPointers && !problem_.bDiagonal) ||
+      (problem_.bRowPointers && (!problem_.bColumnIndices || !problem_.bValues))) {
+    return FailWith(ei::kLanczosArpackFailed, ei::kStatusArpackInvalidInput,
+                    "ARPACK failed to Find Eigenvectors");
+  }
+  return 0;
+}
+
+int VQ_LanczosEigenSolver::AddPassModes(bool buckling, const Pass& pass, FoundModes& found,
+                                        int& added) {
+  const int n = problem_.n;
+  const size_t un = static_cast<size_t>(n);
+  const int macFailure = buckling ? ei::kLanczosBucklingMacFailed : ei::kLanczosMacFailed;
+  std::vector<double>& bx = found.bx;
+  std::vector<double>& g = found.g;
+  added = 0;
+  for (int i = 0; i < pass.count; ++i) {
+    const double* phi = &pass.vectors[static_cast<size_t>(i) * un];
+    if (found.metric.Apply(phi, bx.data()) != 0) return Fail(ei::kLanczosArpackFailed);
+    const double norm = cblas_ddot(n, phi, 1, bx.data(), 1);
+    if (!(norm > 0.0)) return Fail(macFailure);
+    const int m = found.Count();
+    g.assign(static_cast<size_t>(m), 0.0);
+    if (m > 0)
+      cblas_dgemv(CblasColMajor, CblasTrans, n, m, 1.0, found.metricModes.data(), n, phi, 1, 0.0,
+                  g.data(), 1);
+    double mac = 0.0;
+    for (int j = 0; j < m; ++j) mac += g[j] * g[j] / norm;
+    Print("    Computed MAC value = %f", mac);
+
+    if (mac > kMacSameMode) continue;  // found before
+    if (mac > kMacNewMode) {
+      // Acceptable only as the missing part of a repeated eigenvalue's eigenspace: every found
+      // mode it shares noticeably must be of the same eigenvalue.
+      double outside = 0.0;
+      bool shared = false;
+      for (int j = 0; j < m; ++j) {
+        const double share = g[j] * g[j] / norm;
+        if (share <= kMacShared) {
+          outside += share;
+        } else if (SameEigenvalue(found.values[j], pass.values[i])) {
+          shared = true;
+        } else {
+          return Fail(macFailure);
+        }
+      }
+      if (!shared || outside > kMacNewMode) return Fail(macFailure);
+    }
+    // Within a repeated eigenvalue any combination is a mode: keep the new one B-orthogonal to
+    // the partners found before (φ − Σ (uⱼᵀBφ)·uⱼ over them; same eigenvalue).
+    const double* newMode = phi;
+    bool projected = false;
+    for (int j = 0; j < m; ++j) {
+      if (!SameEigenvalue(found.values[j], pass.values[i])) continue;
+      if (!projected) {
+        std::memcpy(found.remainder.data(), phi, sizeof(double) * un);
+        projected = true;
+      }
+      cblas_daxpy(n, -g[j], &found.modes[static_cast<size_t>(j) * un], 1, found.remainder.data(),
+                  1);
+    }
+    if (projected) {
+      newMode = found.remainder.data();
+      if (found.metric.Apply(newMode, bx.data()) != 0) return Fail(ei::kLanczosArpackFailed);
+    }
+    const double newNorm = cblas_ddot(n, newMode, 1, bx.data(), 1);
+    if (!(newNorm > 0.0)) return Fail(macFailure);
+    const double scale = 1.0 / std::sqrt(newNorm);
+    const size_t offset = found.modes.size();
+    found.modes.resize(offset + un);
+    found.metricModes.resize(offset + un);
+    for (size_t k = 0; k < un; ++k) {
+      found.modes[offset + k] = newMode[k] * scale;
+      found.metricModes[offset + k] = bx[k] * scale;
+    }
+    found.values.push_back(pass.values[i]);
+    ++added;
+  }
+  return 0;
+}
+
+int VQ_LanczosEigenSolver::DeliverIncremental(bool buckling, const FoundModes& found,
+                                              int wanted) {
+  // Ascending eigenvalues, at most the count wanted.
+  const size_t un = static_cast<size_t>(problem_.n);
+  const std::vector<double>& values = found.values;
+  const int total = found.Count();
+  std::vector<int> order(static_cast<size_t>(total));
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&values](int a, int b) { return values[a] < values[b]; });
+  const int count = std::min(total, wanted);
+  std::vector<double> outValues(static_cast<size_t>(count));
+  std::vector<double> outModes;
+  const bool wantVectors = problem_.modeShapes != nullptr;
+  if (wantVectors) outModes.resize(un * static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    outValues[i] = values[order[i]];
+    if (wantVectors)
+      std::memcpy(&outModes[static_cast<size_t>(i) * un],
+                  &found.modes[static_cast<size_t>(order[i]) * un], sizeof(double) * un);
+  }
+  Deliver(count, outValues.data(), wantVectors ? outModes.data() : nullptr);
+  const int verified =
+      Verify(buckling, count, outValues.data(), wantVectors ? outModes.data() : nullptr);
+  if (verified != 0) return verified;
+  if (count < wanted) return Fail(ei::kLanczosNotAllFound);
+  result_.driverStatus = 0;
+  return 0;
+}
+
 int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
   result_ = VQ_LanczosResult();
   if (problem_.found) *problem_.found = 0;
   try {
-    const int block = problem_.blockSize;
-    if (block < 2) return Fail(ei::kLanczosBlockTooSmall);
-    if (buckling && IsZeroShift(problem_.shift)) return Fail(ei::kLanczosBucklingWithoutShift);
-    std::string text;
+    int wanted = 0;
+    if (int failed = CheckIncrementalRequest(buckling, wanted)) return failed;
     const int n = problem_.n;
-    if (n <= 0) {
-      ei::ArpackInfoText(-1, text);
-      return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-1), text);
-    }
-    // The whole search obeys the size rule of one run.
-    const int wanted = ei::ComputeArpackSizes(n, problem_.requested, -1).nev;
-    if (wanted <= 0) {
-      ei::ArpackInfoText(-2, text);
-      return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-2), text);
-    }
-    if (!problem_.kRowPointers || !problem_.kColumnIndices || !problem_.kValues ||
-        (!problem_.bRowPointers && !problem_.bDiagonal) ||
-        (problem_.bRowPointers && (!problem_.bColumnIndices || !problem_.bValues))) {
-      return FailWith(ei::kLanczosArpackFailed, ei::kStatusArpackInvalidInput,
-                      "ARPACK failed to Find Eigenvectors");
-    }
+    const int block = problem_.blockSize;
 
-    // The metric of the MAC: B = M for natural modes, K for buckling modes.
-    ei::SymmetricProduct metric;
+    FoundModes found;
     if (buckling) {
-      metric.SetSparse(n, problem_.kRowPointers, problem_.kColumnIndices, problem_.kValues, 0);
+      found.metric.SetSparse(n, problem_.kRowPointers, problem_.kColumnIndices, problem_.kValues,
+                             0);
     } else if (problem_.bRowPointers != nullptr) {
-      metric.SetSparse(n, problem_.bRowPointers, problem_.bColumnIndices, problem_.bValues, 0);
+      found.metric.SetSparse(n, problem_.bRowPointers, problem_.bColumnIndices, problem_.bValues,
+                             0);
     } else {
-      metric.SetDiagonal(n, problem_.bDiagonal);
+      found.metric.SetDiagonal(n, problem_.bDiagonal);
     }
-
-    const size_t un = static_cast<size_t>(n);
-    std::vector<double> values;       // found eigenvalues, in the order found
-    std::vector<double> modes;        // their B-normalised modes, n each
-    std::vector<double> metricModes;  // B times each mode
-    std::vector<double> bx(un), g, remainder(un);
+    found.bx.resize(static_cast<size_t>(n));
+    found.remainder.resize(static_cast<size_t>(n));
 
     const int announced = (wanted + block - 1) / block;
     const int maxPasses = wanted + announced;
@@ -402,7 +557,6 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
     double sigma = problem_.shift;
     int which = problem_.which;
     const ei::ArpackWhich callerWhich = ei::ArpackWhichFromInt(problem_.which);
-    const int macFailure = buckling ? ei::kLanczosBucklingMacFailed : ei::kLanczosMacFailed;
     bool stalled = false;
 
     for (int passNumber = 1; passNumber <= maxPasses; ++passNumber) {
@@ -410,138 +564,27 @@ int VQ_LanczosEigenSolver::SolveIncrementally(bool buckling) {
       Pass pass;
       int status = RunPass(buckling, sigma, block, which, true, pass);
       if (status != 0) return status;
-
       int added = 0;
-      for (int i = 0; i < pass.count; ++i) {
-        const double* phi = &pass.vectors[static_cast<size_t>(i) * un];
-        if (metric.Apply(phi, bx.data()) != 0) return Fail(ei::kLanczosArpackFailed);
-        const double norm = cblas_ddot(n, phi, 1, bx.data(), 1);
-        if (!(norm > 0.0)) return Fail(macFailure);
-        const int m = static_cast<int>(values.size());
-        g.assign(static_cast<size_t>(m), 0.0);
-        if (m > 0)
-          cblas_dgemv(CblasColMajor, CblasTrans, n, m, 1.0, metricModes.data(), n, phi, 1, 0.0,
-                      g.data(), 1);
-        double mac = 0.0;
-        for (int j = 0; j < m; ++j) mac += g[j] * g[j] / norm;
-        Print("    Computed MAC value = %f", mac);
+      status = AddPassModes(buckling, pass, found, added);
+      if (status != 0) return status;
 
-        if (mac > kMacSameMode) continue;  // found before
-        if (mac > kMacNewMode) {
-          // Acceptable only as the missing part of a repeated eigenvalue's eigenspace: every
-          // found mode it shares noticeably must be of the same eigenvalue.
-          double outside = 0.0;
-          bool shared = false;
-          for (int j = 0; j < m; ++j) {
-            const double share = g[j] * g[j] / norm;
-            if (share <= kMacShared) {
-              outside += share;
-            } else if (SameEigenvalue(values[j], pass.values[i])) {
-              shared = true;
-            } else {
-              return Fail(macFailure);
-            }
-          }
-          if (!shared || outside > kMacNewMode) return Fail(macFailure);
-        }
-        // Within a repeated eigenvalue any combination is a mode: keep the new one B-orthogonal
-        // to the partners found before (φ − Σ (uⱼᵀBφ)·uⱼ over them; same eigenvalue).
-        const double* newMode = phi;
-        bool projected = false;
-        for (int j = 0; j < m; ++j) {
-          if (!SameEigenvalue(values[j], pass.values[i])) continue;
-          if (!projected) {
-            std::memcpy(remainder.data(), phi, sizeof(double) * un);
-            projected = true;
-          }
-          cblas_daxpy(n, -g[j], &modes[static_cast<size_t>(j) * un], 1, remainder.data(), 1);
-        }
-        if (projected) {
-          newMode = remainder.data();
-          if (metric.Apply(newMode, bx.data()) != 0) return Fail(ei::kLanczosArpackFailed);
-        }
-        const double newNorm = cblas_ddot(n, newMode, 1, bx.data(), 1);
-        if (!(newNorm > 0.0)) return Fail(macFailure);
-        const double scale = 1.0 / std::sqrt(newNorm);
-        const size_t offset = modes.size();
-        modes.resize(offset + un);
-        metricModes.resize(offset + un);
-        for (size_t k = 0; k < un; ++k) {
-          modes[offset + k] = newMode[k] * scale;
-          metricModes[offset + k] = bx[k] * scale;
-        }
-        values.push_back(pass.values[i]);
-        ++added;
-      }
-      const int total = static_cast<int>(values.size());
+      const int total = found.Count();
       Print("    Found %i modes in pass %i/%i (total %i found)", added, passNumber,
             std::max(announced, passNumber), total);
-      if (buckling && HasBucklingFactorNearZero(values, sigma))
+      if (buckling && HasBucklingFactorNearZero(found.values, sigma))
         return Fail(ei::kLanczosBucklingFactorNearZero);
       if (total >= wanted) {
         Print("    Found all %i modes in pass %i/%i", wanted, passNumber,
               std::max(announced, passNumber));
         break;
       }
-      // Next shift: between the two highest distinct eigenvalues found so far, so that the
-      // highest one (with any repeated partners) lies just above it. A pass that added nothing
-      // met only modes found before (a repeated eigenvalue filling the block): the shift then
-      // moves just past that eigenvalue; a second pass without progress ends the search.
-      const double top = *std::max_element(values.begin(), values.end());
-      double next;
-      if (added == 0) {
-        if (stalled) break;
-        stalled = true;
-        next = top + kStepPastRepeated * std::max(std::fabs(top), std::fabs(top - sigma));
-      } else {
-        stalled = false;
-        bool havePrevious = false;
-        double previous = 0.0;
-        for (double v : values) {
-          if (v < top && !SameEigenvalue(v, top) && (!havePrevious || v > previous)) {
-            previous = v;
-            havePrevious = true;
-          }
-        }
-        if (havePrevious) {
-          next = 0.5 * (previous + top);
-        } else if (top > sigma) {
-          next = 0.5 * (sigma + top);
-        } else {
-          next = sigma + 0.5 * std::max({std::fabs(sigma), std::fabs(top), 1e-300});
-        }
-      }
-      sigma = next;
+      if (!NextIncrementalShift(found.values, sigma, added, stalled, sigma)) break;
       if (callerWhich == ei::ArpackWhich::kLargestMagnitude && (!buckling || sigma > 0.0))
         which = static_cast<int>(ei::ArpackWhich::kLargestAlgebraic);
       else
         which = problem_.which;
     }
-
-    // Ascending eigenvalues, at most the count wanted.
-    const int total = static_cast<int>(values.size());
-    std::vector<int> order(static_cast<size_t>(total));
-    std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&values](int a, int b) { return values[a] < values[b]; });
-    const int count = std::min(total, wanted);
-    std::vector<double> outValues(static_cast<size_t>(count));
-    std::vector<double> outModes;
-    const bool wantVectors = problem_.modeShapes != nullptr;
-    if (wantVectors) outModes.resize(un * static_cast<size_t>(count));
-    for (int i = 0; i < count; ++i) {
-      outValues[i] = values[order[i]];
-      if (wantVectors)
-        std::memcpy(&outModes[static_cast<size_t>(i) * un],
-                    &modes[static_cast<size_t>(order[i]) * un], sizeof(double) * un);
-    }
-    Deliver(count, outValues.data(), wantVectors ? outModes.data() : nullptr);
-    const int verified =
-        Verify(buckling, count, outValues.data(), wantVectors ? outModes.data() : nullptr);
-    if (verified != 0) return verified;
-    if (count < wanted) return Fail(ei::kLanczosNotAllFound);
-    result_.driverStatus = 0;
-    return 0;
+    return DeliverIncremental(buckling, found, wanted);
   } catch (const std::bad_alloc&) {
     return Fail(ei::kLanczosNoMemory);
   }

@@ -151,10 +151,16 @@ class VQ_LanczosEigenSolver {
   int GetNumFoundEigen() const { return result_.found; }
 
  private:
-  struct Pass;  // one ARPACK run at one shift
+  struct Pass;        // one ARPACK run at one shift
+  struct FoundModes;  // the modes the incremental drivers have accepted
 
   int SolveSingle(bool buckling);
   int SolveIncrementally(bool buckling);
+  // Steps of the incremental drivers: the request's checks (wanted = modes to find), the MAC
+  // test of one pass's modes against those found, and the delivery in ascending order.
+  int CheckIncrementalRequest(bool buckling, int& wanted);
+  int AddPassModes(bool buckling, const Pass& pass, FoundModes& found, int& added);
+  int DeliverIncremental(bool buckling, const FoundModes& found, int wanted);
   int RunPass(bool buckling, double sigma, int requested, int which, bool wantVectors, Pass& pass);
   int Factor(bool buckling, double sigma);
   int Fail(int driverStatus);

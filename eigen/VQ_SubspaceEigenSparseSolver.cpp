@@ -19,10 +19,13 @@
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_SymMatrix.h"
-#include "eigen/internal/SymmetricProduct.h"
+#include "eigen/internal/SparseShiftInvertOperator.h"
 #include "eigen/internal/VQ_RandomNumGen.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
+#include "sparse/internal/SymmetricProduct.h"
+
+namespace ei = vqmath::eigen_internal;
 
 namespace {
 
@@ -439,31 +442,16 @@ void VQ_SubspaceEigenSparseSolver::OrthogonaliseAgainstFound(IterationState& s, 
 // ---- one pass
 // -------------------------------------------------------------------------------------
 
-int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& count,
-                                                    VQ_ColVector& values, VQ_Matrix& vectors,
-                                                    double startClock) {
-  IterationState s;
-  s.n = stiffness_ ? stiffness_->NumRows() : 0;
-  s.q = NumberOfTrialVectors(p);
-  s.sigma = sigma;
-  subspaceSize_ = s.q;
-  if (s.n < 1 || s.q < 1) {
-    SetStatus(-21);
-    return -1;
-  }
+bool VQ_SubspaceEigenSparseSolver::AllocatePass(IterationState& s, int p, VQ_ColVector& values,
+                                                VQ_Matrix& vectors) {
   const int n = s.n, q = s.q;
   // The pass writes into `vectors` in place when it is a view on the solver's own store.
   vectorsAreView_ = vectors.GetDataPointer() != nullptr &&
                     vectors.GetDataPointer() == eigenVectors_.GetDataPointer();
   if (vectors.NumRows() != n || vectors.NumCols() < (vectorsAreView_ ? numReqEigen_ : p) ||
-      values.NumRows() * values.NumCols() < p) {
-    SetStatus(-1);
-    return -1;
-  }
-  if (!massProduct_ && !PrepareMassProduct()) {
-    SetStatus(-1);
-    return -1;
-  }
+      values.NumRows() * values.NumCols() < p)
+    return false;
+  if (!massProduct_ && !PrepareMassProduct()) return false;
   try {
     s.X.Redimension(n, q, 0.0);
     s.Xbar.Redimension(n, q, 0.0);
@@ -475,36 +463,21 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     s.lambdaPrevious.Redimension(q, 1, 1e-9);
     s.square.resize(static_cast<std::size_t>(q) * q);
   } catch (const std::bad_alloc&) {
-    SetStatus(-1);
-    return -1;
+    return false;
   }
-  if (!Good(s.X) || !Good(s.Xbar) || !Good(s.Y) || !Good(s.Z) || !Good(s.Kr) || !Good(s.Mr) ||
-      !Good(s.lambda) || !Good(s.lambdaPrevious)) {
-    SetStatus(-1);
-    return -1;
-  }
-  s.nextEstimate = nextEstimatedValue_ - sigma;
+  return Good(s.X) && Good(s.Xbar) && Good(s.Y) && Good(s.Z) && Good(s.Kr) && Good(s.Mr) &&
+         Good(s.lambda) && Good(s.lambdaPrevious);
+}
 
-  ProcessVerboseInfo4("Tolerance = ", tolerance_);
+bool VQ_SubspaceEigenSparseSolver::StartBlock(IterationState& s) {
   // Every pass shifts the saved, unshifted K; sigma = 0 brings K back to it.
-  if (!ApplyShift(std::fabs(sigma) > kMachineEpsilon ? sigma : 0.0)) {
-    SetStatus(-1);
-    return -1;
-  }
+  if (!ApplyShift(std::fabs(s.sigma) > kMachineEpsilon ? s.sigma : 0.0)) return false;
+  if (IsMassMatrixDiagonal() && std::fabs(s.sigma) < kMachineEpsilon) return TrialVectors(s.X, s.q);
+  GenerateTrialVectorWithRandomNumbers(s.X, s.q);
+  return Good(s.X);
+}
 
-  if (IsMassMatrixDiagonal() && std::fabs(sigma) < kMachineEpsilon) {
-    if (!TrialVectors(s.X, q)) {
-      SetStatus(-1);
-      return -1;
-    }
-  } else {
-    GenerateTrialVectorWithRandomNumbers(s.X, q);
-    if (!Good(s.X)) {
-      SetStatus(-1);
-      return -1;
-    }
-  }
-
+VQ_SparseSolver* VQ_SubspaceEigenSparseSolver::FactorPass(double sigma) {
   VQ_SparseSolver* solver = nullptr;
   int decomposition = 0;
   if (unshiftedFactor_ && appliedShift_ == 0.0 && matrixType_ == -2) {
@@ -517,15 +490,15 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
     timings_.factorisation += SecondsSince(factorStart);
     ++timings_.factorisations;
   }
-  // Released on every way out of this pass.
-  const std::unique_ptr<VQ_SparseSolver> owner(solver);
   if (decomposition != 0) {
     MapDecompositionResult(decomposition, solver);
     // With rigid-body modes allowed, an unshifted K that is singular is expected: nothing can be
     // found without a shift (the entry points then shift below zero and run again).
-    if (rigidBodyModesAllowed_ && appliedShift_ == 0.0 && decomposition == VQ_SparseSolver::kStatusZeroPivot)
+    if (rigidBodyModesAllowed_ && appliedShift_ == 0.0 &&
+        decomposition == VQ_SparseSolver::kStatusZeroPivot)
       SetStatus(-21);
-    return -1;
+    delete solver;
+    return nullptr;
   }
 
   ProcessVerboseInfo4("Shift :", sigma);
@@ -536,83 +509,121 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
       SetWarningMessage(-23);
     }
   }
+  return solver;
+}
+
+bool VQ_SubspaceEigenSparseSolver::InverseIterationStep(IterationState& s,
+                                                        ei::ShiftInvertOperator& op, int count,
+                                                        const VQ_Matrix& vectors) {
+  auto t = Clock::now();
+  OrthogonaliseAgainstFound(s, count, vectors);
+  if (op.ApplyBBlock(s.X.GetDataPointer(), s.Y.GetDataPointer(), s.n, s.q) != 0) {
+    SetStatus(-9999);
+    return false;
+  }
+  timings_.blockWork += SecondsSince(t);
 
   // All q columns are solved in one call: right-hand sides Y, solutions Xbar.
-  solver->Set_LoadVector(&s.Y);
-  solver->Set_ResultVector(&s.Xbar);
+  t = Clock::now();
+  const int solved = op.SolveBlock(s.Y.GetDataPointer(), s.Xbar.GetDataPointer(), s.n, s.q);
+  timings_.solves += SecondsSince(t);
+  if (solved == 0) return true;
+  if (solved == VQ_SparseSolver::kStatusCancelled)
+    SetStatus(-2);
+  else if (solved == VQ_SparseSolver::kStatusOutOfMemory ||
+           solved == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore)
+    SetStatus(-1);
+  else
+    SetStatus(-9999);
+  return false;
+}
+
+void VQ_SubspaceEigenSparseSolver::ProjectOntoBlock(IterationState& s) {
+  // Kr = Xbar' Y and Mr = Xbar' M Xbar; only their upper triangles are formed and kept.
+  const auto t = Clock::now();
+  const int n = s.n, q = s.q;
   double* square = s.square.data();
+  const double* xbar = s.Xbar.GetDataPointer();
+  auto keepUpper = [q, square](double* packed) {
+    for (int j = 1; j <= q; ++j)
+      for (int i = 1; i <= j; ++i) packed[(j - 1) * j / 2 + (i - 1)] = square[(j - 1) * q + (i - 1)];
+  };
+  cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
+               s.Y.GetDataPointer(), n, 0.0, square, q);
+  keepUpper(s.Kr.GetDataPointer());
+  massProduct_->Apply(xbar, s.Z.GetDataPointer(), q);
+  cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
+               s.Z.GetDataPointer(), n, 0.0, square, q);
+  keepUpper(s.Mr.GetDataPointer());
+  timings_.blockWork += SecondsSince(t);
+}
+
+int VQ_SubspaceEigenSparseSolver::JacobiFailed(double sigma, int count) {
+  ProcessVerboseMessage("............JACOBI RETURNED -1......................................\n");
+  if (numFoundEigen_ == 0 && count == 0 && std::fabs(sigma) < kMachineEpsilon) {
+    ProcessVerboseMessage(
+        "\tNo results found at all (assuming that no shift applied at this stage).\n");
+    SetStatus(-21);
+    return -1;
+  }
+  if (count > 0) {
+    ProcessVerboseMessage("\tPartial results found.\n");
+    return 1;
+  }
+  if (numFoundEigen_ > 0) {
+    ProcessVerboseMessage(
+        "\tNo converged results found in this call. but there are some results found in "
+        "previous calls of this function.\n");
+    return 2;
+  }
+  ProcessVerboseMessage("\tJacobi failed: Subspace iteration is failed.\n");
+  SetStatus(-21);
+  return -1;
+}
+
+int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& count,
+                                                    VQ_ColVector& values, VQ_Matrix& vectors,
+                                                    double startClock) {
+  IterationState s;
+  s.n = stiffness_ ? stiffness_->NumRows() : 0;
+  s.q = NumberOfTrialVectors(p);
+  s.sigma = sigma;
+  subspaceSize_ = s.q;
+  if (s.n < 1 || s.q < 1) {
+    SetStatus(-21);
+    return -1;
+  }
+  if (!AllocatePass(s, p, values, vectors)) {
+    SetStatus(-1);
+    return -1;
+  }
+  s.nextEstimate = nextEstimatedValue_ - sigma;
+
+  ProcessVerboseInfo4("Tolerance = ", tolerance_);
+  if (!StartBlock(s)) {
+    SetStatus(-1);
+    return -1;
+  }
+  // Released on every way out of this pass.
+  const std::unique_ptr<VQ_SparseSolver> solver(FactorPass(sigma));
+  if (!solver) return -1;
+  ei::SparseShiftInvertOperator op(*massProduct_, *solver);
 
   for (int iteration = 1; iteration <= kMaxIterations; ++iteration) {
     ++timings_.iterations;
+    if (!InverseIterationStep(s, op, count, vectors)) return -1;
+    ProjectOntoBlock(s);
+
     auto t = Clock::now();
-    OrthogonaliseAgainstFound(s, count, vectors);
-    if (!massProduct_->Apply(s.X.GetDataPointer(), s.Y.GetDataPointer(), q)) {
-      SetStatus(-9999);
-      return -1;
-    }
-    timings_.blockWork += SecondsSince(t);
-
-    t = Clock::now();
-    const int solved = solver->Solve();
-    timings_.solves += SecondsSince(t);
-    if (solved != 0) {
-      if (solved == VQ_SparseSolver::kStatusCancelled)
-        SetStatus(-2);
-      else if (solved == VQ_SparseSolver::kStatusOutOfMemory ||
-               solved == VQ_SparseSolver::kStatusOutOfMemoryOutOfCore)
-        SetStatus(-1);
-      else
-        SetStatus(-9999);
-      return -1;
-    }
-
-    // Kr = Xbar' Y and Mr = Xbar' M Xbar; only their upper triangles are formed and kept.
-    t = Clock::now();
-    const double* xbar = s.Xbar.GetDataPointer();
-    cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
-                 s.Y.GetDataPointer(), n, 0.0, square, q);
-    double* kr = s.Kr.GetDataPointer();
-    for (int j = 1; j <= q; ++j)
-      for (int i = 1; i <= j; ++i) kr[(j - 1) * j / 2 + (i - 1)] = square[(j - 1) * q + (i - 1)];
-    massProduct_->Apply(xbar, s.Z.GetDataPointer(), q);
-    cblas_dgemmt(CblasColMajor, CblasUpper, CblasTrans, CblasNoTrans, q, n, 1.0, xbar, n,
-                 s.Z.GetDataPointer(), n, 0.0, square, q);
-    double* mr = s.Mr.GetDataPointer();
-    for (int j = 1; j <= q; ++j)
-      for (int i = 1; i <= j; ++i) mr[(j - 1) * j / 2 + (i - 1)] = square[(j - 1) * q + (i - 1)];
-    timings_.blockWork += SecondsSince(t);
-
-    t = Clock::now();
     const int jacobi = JACOBI(s.Kr, s.Mr, s.Q, s.lambda);
     timings_.reducedSolves += SecondsSince(t);
-    if (jacobi != 0) {
-      ProcessVerboseMessage(
-          "............JACOBI RETURNED -1......................................\n");
-      if (numFoundEigen_ == 0 && count == 0 && std::fabs(sigma) < kMachineEpsilon) {
-        ProcessVerboseMessage(
-            "\tNo results found at all (assuming that no shift applied at this stage).\n");
-        SetStatus(-21);
-        return -1;
-      }
-      if (count > 0) {
-        ProcessVerboseMessage("\tPartial results found.\n");
-        return 1;
-      }
-      if (numFoundEigen_ > 0) {
-        ProcessVerboseMessage(
-            "\tNo converged results found in this call. but there are some results found in "
-            "previous calls of this function.\n");
-        return 2;
-      }
-      ProcessVerboseMessage("\tJacobi failed: Subspace iteration is failed.\n");
-      SetStatus(-21);
-      return -1;
-    }
+    if (jacobi != 0) return JacobiFailed(sigma, count);
 
     // X = Xbar Q: the M-orthonormal Ritz vectors.
     t = Clock::now();
-    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, q, q, 1.0, xbar, n,
-                s.Q.GetDataPointer(), q, 0.0, s.X.GetDataPointer(), n);
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, s.n, s.q, s.q, 1.0,
+                s.Xbar.GetDataPointer(), s.n, s.Q.GetDataPointer(), s.q, 0.0, s.X.GetDataPointer(),
+                s.n);
     timings_.blockWork += SecondsSince(t);
 
     if (ConvergenceCheck(s, p, count, values, vectors, iteration, startClock)) {
@@ -624,7 +635,7 @@ int VQ_SubspaceEigenSparseSolver::SubspaceIteration(int p, double sigma, int& co
       SetStatus(0);
       return 0;
     }
-    std::copy_n(s.lambda.GetDataPointer(), q, s.lambdaPrevious.GetDataPointer());
+    std::copy_n(s.lambda.GetDataPointer(), s.q, s.lambdaPrevious.GetDataPointer());
   }
 
   if (count < 1) {

@@ -46,6 +46,9 @@ namespace vqmath {
 namespace internal {
 class SymmetricProduct;
 }
+namespace eigen_internal {
+class ShiftInvertOperator;
+}
 }  // namespace vqmath
 
 class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
@@ -165,6 +168,16 @@ class VQ_SubspaceEigenSparseSolver : public VQ_EigenSolver {
   bool ApplyShift(double sigma);
   bool RestoreUnshiftedStiffness();
   bool PrepareMassProduct();
+  // The steps of one pass (SubspaceIteration): work arrays, shift and trial block, factorisation
+  // with the Sturm check (null on failure, status set), one inverse iteration M X -> Xbar, the
+  // projection Kr = Xbar' M X, Mr = Xbar' M Xbar, and the outcome of a failed reduced solve.
+  bool AllocatePass(IterationState& s, int p, VQ_ColVector& values, VQ_Matrix& vectors);
+  bool StartBlock(IterationState& s);
+  VQ_SparseSolver* FactorPass(double sigma);
+  bool InverseIterationStep(IterationState& s, vqmath::eigen_internal::ShiftInvertOperator& op,
+                            int count, const VQ_Matrix& vectors);
+  void ProjectOntoBlock(IterationState& s);
+  int JacobiFailed(double sigma, int count);
 
   bool ownsStiffness_ = false;
   bool ownsMass_ = false;

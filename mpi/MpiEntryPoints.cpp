@@ -160,7 +160,7 @@ int Solve(VQ_MpiFactorization* f, int nrhs, const double* rhs, double* solution)
 }
 
 // B·x and the shift-invert solve for PARPACK.
-class DistributedOperator : public ei::ArpackOperator {
+class DistributedOperator : public ei::ShiftInvertOperator {
  public:
   DistributedOperator(mi::ClusterSolver& solver, const double* diagonal, mi::DistributedProduct* product, int rows)
       : solver_(solver), diagonal_(diagonal), product_(product), rows_(rows) {}

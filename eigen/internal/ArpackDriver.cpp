@@ -57,7 +57,7 @@ void SortAscending(int n, int count, std::vector<double>& values, std::vector<do
   std::memcpy(vectors.data(), z2.data(), sizeof(double) * z2.size());
 }
 
-ArpackResult Run(const ArpackRequest& request, ArpackOperator& op, ArpackOutcome& out) {
+ArpackResult Run(const ArpackRequest& request, ShiftInvertOperator& op, ArpackOutcome& out) {
   const int n = request.n;
   const int nev = request.sizes.nev;
   const int ncv = request.sizes.ncv;
@@ -190,7 +190,7 @@ ArpackSizes ComputeArpackSizes(int n, int requested, int maxIterations) {
   return s;
 }
 
-ArpackResult RunArpack(const ArpackRequest& request, ArpackOperator& op, ArpackOutcome& outcome) {
+ArpackResult RunArpack(const ArpackRequest& request, ShiftInvertOperator& op, ArpackOutcome& outcome) {
   outcome = ArpackOutcome();
   try {
     outcome.result = Run(request, op, outcome);

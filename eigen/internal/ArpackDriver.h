@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "eigen/internal/ShiftInvertOperator.h"
+
 namespace vqmath {
 namespace eigen_internal {
 
@@ -50,16 +52,8 @@ struct ArpackSizes {
 };
 ArpackSizes ComputeArpackSizes(int n, int requested, int maxIterations);
 
-// The operator the driver serves ARPACK with. Results are 0 on success; any other value ends
-// the run and is reported back in ArpackOutcome::operatorStatus.
-class ArpackOperator {
- public:
-  virtual ~ArpackOperator() = default;
-  // y = B·x (B = M for natural modes, B = K in buckling mode).
-  virtual int ApplyB(const double* x, double* y) = 0;
-  // y = (A − σ·B)⁻¹·r with the kept factorisation; r must be left unchanged.
-  virtual int Solve(const double* r, double* y) = 0;
-};
+// The driver serves ARPACK through a ShiftInvertOperator; a result other than 0 ends the run and
+// is reported back in ArpackOutcome::operatorStatus.
 
 struct ArpackRequest {
   int n = 0;
@@ -97,7 +91,7 @@ struct ArpackOutcome {
 };
 
 // Runs dsaupd in reverse communication until it finishes, then dseupd. Never throws.
-ArpackResult RunArpack(const ArpackRequest& request, ArpackOperator& op, ArpackOutcome& outcome);
+ArpackResult RunArpack(const ArpackRequest& request, ShiftInvertOperator& op, ArpackOutcome& outcome);
 
 }  // namespace eigen_internal
 }  // namespace vqmath

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <new>
 
+#include "eigen/internal/SparseShiftInvertOperator.h"
 #include "sparse/VQ_SparseSolver.h"
 
 namespace vqmath {
@@ -116,11 +117,9 @@ int ShiftedFactorization::Factor(double sigma) {
   return 0;
 }
 
-int ShiftedFactorization::Solve(const double* r, double* y) {
+int ShiftedFactorization::SolveBlock(const double* r, double* y, int n, int columns) {
   if (!factored_) return -84;
-  solver_->Set_LoadVector(0, 1, const_cast<double*>(r));
-  solver_->Set_ResultVector(y);
-  return solver_->Solve();
+  return SparseShiftInvertOperator(m_, *solver_).SolveBlock(r, y, n, columns);
 }
 
 }  // namespace eigen_internal

@@ -20,7 +20,8 @@
 #include <vector>
 
 #include "eigen/internal/ArpackDriver.h"
-#include "eigen/internal/ArpackOperators.h"
+#include "eigen/internal/ShiftInvertOperator.h"
+#include "sparse/internal/SymmetricProduct.h"
 
 class VQ_SparseSolver;
 
@@ -39,7 +40,7 @@ struct PencilArrays {
   const double* mDiagonal = nullptr;
 };
 
-class ShiftedFactorization : public ArpackOperator {
+class ShiftedFactorization : public ShiftInvertOperator {
  public:
   ShiftedFactorization(const PencilArrays& pencil, int oocMode, const std::string& workingDirectory);
   ~ShiftedFactorization() override;
@@ -62,12 +63,17 @@ class ShiftedFactorization : public ArpackOperator {
   const std::string& Message() const { return message_; }
   int InstabilityEquation() const { return instability_; }
 
-  // y = M·x and y = (K − σ·M)⁻¹·r with the last factorisation (ArpackOperator).
+  // y = M·x and y = (K − σ·M)⁻¹·r with the last factorisation (ShiftInvertOperator).
   int ApplyB(const double* x, double* y) override { return m_.Apply(x, y); }
-  int Solve(const double* r, double* y) override;
+  int Solve(const double* r, double* y) override { return SolveBlock(r, y, n_, 1); }
+  // The same on blocks of column-major vectors, each block in one call.
+  int ApplyBBlock(const double* x, double* y, int n, int columns) override {
+    return m_.Apply(x, y, columns);
+  }
+  int SolveBlock(const double* r, double* y, int n, int columns) override;
   // y = K·x.
   int ApplyK(const double* x, double* y) const { return k_.Apply(x, y); }
-  const SymmetricProduct& MassProduct() const { return m_; }
+  const vqmath::internal::SymmetricProduct& MassProduct() const { return m_; }
 
  private:
   bool Merge(const PencilArrays& p);
@@ -79,7 +85,7 @@ class ShiftedFactorization : public ArpackOperator {
   // Union pattern of K and M, K's and M's values on it, and the shifted values.
   std::vector<int> rows_, cols_;
   std::vector<double> kOnPattern_, mOnPattern_, shifted_;
-  SymmetricProduct k_, m_;
+  vqmath::internal::SymmetricProduct k_, m_;
   std::unique_ptr<VQ_SparseSolver> solver_;
   bool analysed_ = false;
   bool factored_ = false;

@@ -28,7 +28,7 @@ struct SliceRequest {
   int count = 0;     // eigenvalues in [lower, upper] by the inertia counts
   int extra = 0;     // how many more than count to ask for (grows when a try comes up short)
   int limit = 1 << 30;  // but never more than this many in all (at least count)
-  ArpackOperator* op = nullptr;  // y = M·x, y = (K − σ·M)⁻¹·r
+  ShiftInvertOperator* op = nullptr;  // y = M·x, y = (K − σ·M)⁻¹·r
 };
 
 struct SliceOutcome {

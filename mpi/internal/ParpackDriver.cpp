@@ -27,7 +27,7 @@ using eigen_internal::ArpackResult;
 
 namespace {
 
-ArpackResult Run(MPI_Comm comm, const ParpackRequest& request, eigen_internal::ArpackOperator& op,
+ArpackResult Run(MPI_Comm comm, const ParpackRequest& request, eigen_internal::ShiftInvertOperator& op,
                  ParpackOutcome& out) {
   const int fcomm = static_cast<int>(MPI_Comm_c2f(comm));
   const int nloc = request.localRows;
@@ -122,7 +122,7 @@ ArpackResult Run(MPI_Comm comm, const ParpackRequest& request, eigen_internal::A
 
 }  // namespace
 
-ArpackResult RunParpack(MPI_Comm comm, const ParpackRequest& request, eigen_internal::ArpackOperator& op,
+ArpackResult RunParpack(MPI_Comm comm, const ParpackRequest& request, eigen_internal::ShiftInvertOperator& op,
                         ParpackOutcome& outcome) {
   outcome = ParpackOutcome();
   try {

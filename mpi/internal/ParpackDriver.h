@@ -36,7 +36,7 @@ struct ParpackOutcome {
 // Collective over comm. The operator's members are collective as well and must return the same
 // status on every process.
 eigen_internal::ArpackResult RunParpack(MPI_Comm comm, const ParpackRequest& request,
-                                        eigen_internal::ArpackOperator& op, ParpackOutcome& outcome);
+                                        eigen_internal::ShiftInvertOperator& op, ParpackOutcome& outcome);
 
 }  // namespace mpi_internal
 }  // namespace vqmath
