@@ -1,12 +1,8 @@
 #include "models/CsrMatrix.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 
 namespace vqmath::models {
@@ -263,125 +259,6 @@ bool WriteMatrixMarket(const CsrMatrix& a, const std::string& path)
         }
     const bool ok = !std::ferror(f);
     return (std::fclose(f) == 0) && ok;
-}
-
-namespace {
-
-bool Fail(std::string* error, const std::string& text)
-{
-    if (error) *error = text;
-    return false;
-}
-
-std::string Lower(std::string s)
-{
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-}  // namespace
-
-bool ReadMatrixMarket(const std::string& path, CsrMatrix& out, std::string* error)
-{
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) return Fail(error, "cannot open " + path);
-    std::fseek(f, 0, SEEK_END);
-    const long size = std::ftell(f);
-    std::fseek(f, 0, SEEK_SET);
-    if (size < 0) {
-        std::fclose(f);
-        return Fail(error, "cannot read " + path);
-    }
-    std::string text(static_cast<size_t>(size), '\0');
-    const size_t got = size > 0 ? std::fread(&text[0], 1, static_cast<size_t>(size), f) : 0;
-    std::fclose(f);
-    if (got != static_cast<size_t>(size)) return Fail(error, "cannot read " + path);
-
-    size_t pos = 0;
-    auto nextLine = [&](std::string& line) {
-        if (pos >= text.size()) return false;
-        size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        line.assign(text, pos, end - pos);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        pos = end + 1;
-        return true;
-    };
-
-    std::string line;
-    if (!nextLine(line)) return Fail(error, "empty file");
-    const std::string banner = Lower(line);
-    if (banner.rfind("%%matrixmarket", 0) != 0) return Fail(error, "missing %%MatrixMarket banner");
-    char object[32] = {}, format[32] = {}, field[32] = {}, symmetry[32] = {};
-    if (std::sscanf(banner.c_str(), "%%%%matrixmarket %31s %31s %31s %31s", object, format, field, symmetry) != 4)
-        return Fail(error, "incomplete %%MatrixMarket banner");
-    if (std::string(object) != "matrix" || std::string(format) != "coordinate")
-        return Fail(error, "only coordinate matrices are read");
-    if (std::string(field) != "real" && std::string(field) != "integer" && std::string(field) != "double")
-        return Fail(error, std::string("unsupported field ") + field);
-    const bool symmetric = std::string(symmetry) == "symmetric";
-    if (!symmetric && std::string(symmetry) != "general")
-        return Fail(error, std::string("unsupported symmetry ") + symmetry);
-
-    long long rows = -1, cols = -1, entries = -1;
-    while (nextLine(line)) {
-        const size_t first = line.find_first_not_of(" \t");
-        if (first == std::string::npos || line[first] == '%') continue;
-        if (std::sscanf(line.c_str(), "%lld %lld %lld", &rows, &cols, &entries) != 3)
-            return Fail(error, "bad size line");
-        break;
-    }
-    if (rows < 0 || rows != cols || entries < 0 || rows > 2147483647LL || entries > 2147483647LL)
-        return Fail(error, "bad or non-square size");
-    const int n = static_cast<int>(rows);
-
-    std::vector<int> ri, ci;
-    std::vector<double> vi;
-    ri.reserve(static_cast<size_t>(entries));
-    ci.reserve(static_cast<size_t>(entries));
-    vi.reserve(static_cast<size_t>(entries));
-    long long read = 0;
-    const char* s = text.c_str() + std::min(pos, text.size());
-    const char* end = text.c_str() + text.size();
-    while (read < entries) {
-        while (s < end && (*s == ' ' || *s == '\t' || *s == '\r' || *s == '\n')) ++s;
-        if (s >= end) break;
-        if (*s == '%') {  // comment line among the entries
-            while (s < end && *s != '\n') ++s;
-            continue;
-        }
-        char* e1;
-        errno = 0;
-        const long r = std::strtol(s, &e1, 10);
-        char* e2;
-        const long c = std::strtol(e1, &e2, 10);
-        char* e3;
-        const double v = std::strtod(e2, &e3);
-        if (e1 == s || e2 == e1 || e3 == e2 || errno == ERANGE) {
-            char buf[64];
-            std::snprintf(buf, sizeof buf, "bad entry %lld", read + 1);
-            return Fail(error, buf);
-        }
-        if (r < 1 || r > n || c < 1 || c > n) {
-            char buf[80];
-            std::snprintf(buf, sizeof buf, "entry %lld outside the matrix", read + 1);
-            return Fail(error, buf);
-        }
-        s = e3;
-        while (s < end && *s != '\n') ++s;  // ignore anything else on the line
-        ++read;
-        if (!symmetric && r > c) continue;  // general file: the upper triangle stands for both
-        ri.push_back(static_cast<int>(r));
-        ci.push_back(static_cast<int>(c));
-        vi.push_back(v);
-    }
-    if (read != entries) return Fail(error, "fewer entries than announced");
-    try {
-        out = FromTriplets(n, ri, ci, vi);
-    } catch (const std::exception& e) {
-        return Fail(error, e.what());
-    }
-    return true;
 }
 
 std::vector<double> PackUpperByColumns(const double* dense, int order)

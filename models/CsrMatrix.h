@@ -67,11 +67,9 @@ std::string CheckLayout(const CsrMatrix& a);
 // cannot be written.
 bool WriteMatrixMarket(const CsrMatrix& a, const std::string& path);
 
-// Reads a MatrixMarket coordinate file (real or integer; symmetric files may store either
-// triangle; of a general file only the entries on and above the diagonal are taken). '%'
-// comment lines and CRLF line ends are accepted. Repeated entries are summed and absent
-// diagonal entries stored as 0.0. Returns false (out unchanged) with a reason in *error when
-// the file cannot be read or is malformed.
+// Reads a symmetric MatrixMarket coordinate file with ReadSymmetricMatrix (models/MatrixMarket.h).
+// Returns false (out unchanged) with the reader's message in *error when the file cannot be read
+// or is malformed.
 bool ReadMatrixMarket(const std::string& path, CsrMatrix& out, std::string* error = nullptr);
 
 // An element matrix of the given order (dense, column-major, symmetric) packed as its upper

@@ -1,6 +1,7 @@
-#include "MatrixMarketInput.h"
+#include "models/MatrixMarket.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -10,7 +11,7 @@
 #include <fstream>
 #include <sstream>
 
-namespace vqsolve {
+namespace vqmath::models {
 
 namespace {
 
@@ -245,6 +246,7 @@ private:
     const char* pending_ = nullptr;
 };
 
+// One entry of the upper triangle as read, with the line it came from.
 struct Entry {
     int row, col;     // upper triangle: row <= col
     bool mirrored;    // stored below the diagonal in a general file
@@ -252,18 +254,10 @@ struct Entry {
     long long line;
 };
 
-}  // namespace
-
-vqmath::models::CsrMatrix ReadSymmetricMatrix(const std::string& path)
+// The coordinate entries moved into the upper triangle, sorted by position (an entry of the
+// upper triangle before its mirror image).
+std::vector<Entry> ReadUpperEntries(MtxReader& in)
 {
-    MtxReader in(path);
-    if (!in.Coordinate())
-        in.Fail(1, "a dense (array) file: matrices are read in coordinate form");
-    if (in.Rows() != in.Cols())
-        in.Fail(in.SizeLine(), "the matrix must be square, the size line gives " +
-                                   std::to_string(in.Rows()) + " x " + std::to_string(in.Cols()));
-    const int n = static_cast<int>(in.Rows());
-
     std::vector<Entry> entries;
     entries.reserve(static_cast<size_t>(std::min<long long>(in.Entries(), 1LL << 28)));
     int i, j;
@@ -277,8 +271,45 @@ vqmath::models::CsrMatrix ReadSymmetricMatrix(const std::string& path)
         if (a.col != b.col) return a.col < b.col;
         return a.mirrored < b.mirrored;
     });
+    return entries;
+}
 
-    // One value per stored position; a general file must agree with itself across the diagonal.
+// The value stored at the position of entries[first, last) (one position): repeated entries
+// are summed; a general file must agree with itself across the diagonal.
+double MergedValue(const MtxReader& in, const std::vector<Entry>& entries, size_t first, size_t last)
+{
+    double upper = 0.0, lower = 0.0;
+    bool hasUpper = false, hasLower = false;
+    long long upperLine = 0, lowerLine = 0;
+    for (size_t e = first; e < last; ++e) {
+        if (entries[e].mirrored) {
+            lower += entries[e].value;
+            if (!hasLower) lowerLine = entries[e].line;
+            hasLower = true;
+        } else {
+            upper += entries[e].value;
+            if (!hasUpper) upperLine = entries[e].line;
+            hasUpper = true;
+        }
+    }
+    if (hasUpper && hasLower) {
+        const double scale = std::max(std::fabs(upper), std::fabs(lower));
+        if (std::fabs(upper - lower) > 1e-10 * scale) {
+            const Entry& at = entries[first];
+            char text[320];
+            std::snprintf(text, sizeof text,
+                          "the matrix is not symmetric: entry (%d, %d) is %.17g on line %lld "
+                          "but (%d, %d) is %.17g on line %lld",
+                          at.row, at.col, upper, upperLine, at.col, at.row, lower, lowerLine);
+            in.Fail(0, text);
+        }
+    }
+    return hasUpper ? upper : lower;
+}
+
+// Compressed rows of one value per position, the diagonal first (0.0 when the file has none).
+CsrMatrix CompressRows(const MtxReader& in, int n, const std::vector<Entry>& entries)
+{
     std::vector<int> rows, cols;
     std::vector<double> vals;
     rows.reserve(entries.size());
@@ -286,70 +317,67 @@ vqmath::models::CsrMatrix ReadSymmetricMatrix(const std::string& path)
     vals.reserve(entries.size());
     for (size_t k = 0; k < entries.size();) {
         size_t e = k;
-        double upper = 0.0, lower = 0.0;
-        bool hasUpper = false, hasLower = false;
-        long long upperLine = 0, lowerLine = 0;
-        for (; e < entries.size() && entries[e].row == entries[k].row && entries[e].col == entries[k].col; ++e) {
-            if (entries[e].mirrored) {
-                lower += entries[e].value;
-                if (!hasLower) lowerLine = entries[e].line;
-                hasLower = true;
-            } else {
-                upper += entries[e].value;
-                if (!hasUpper) upperLine = entries[e].line;
-                hasUpper = true;
-            }
-        }
-        double value = hasUpper ? upper : lower;
-        if (hasUpper && hasLower) {
-            const double scale = std::max(std::fabs(upper), std::fabs(lower));
-            if (std::fabs(upper - lower) > 1e-10 * scale) {
-                char text[320];
-                std::snprintf(text, sizeof text,
-                              "the matrix is not symmetric: entry (%d, %d) is %.17g on line %lld "
-                              "but (%d, %d) is %.17g on line %lld",
-                              entries[k].row, entries[k].col, upper, upperLine, entries[k].col,
-                              entries[k].row, lower, lowerLine);
-                in.Fail(0, text);
-            }
-        }
+        while (e < entries.size() && entries[e].row == entries[k].row && entries[e].col == entries[k].col) ++e;
         rows.push_back(entries[k].row);
         cols.push_back(entries[k].col);
-        vals.push_back(value);
+        vals.push_back(MergedValue(in, entries, k, e));
         k = e;
     }
-    entries.clear();
-    entries.shrink_to_fit();
+    try {
+        return FromTriplets(n, rows, cols, vals);
+    } catch (const std::length_error&) {
+        in.Fail(0, "too many stored entries for 32-bit indices");
+    }
+}
 
-    // Compressed rows with the diagonal first (0.0 when the file has none).
-    vqmath::models::CsrMatrix a;
-    a.n = n;
-    std::vector<long long> count(static_cast<size_t>(n) + 1, 1);  // the diagonal of every row
-    for (size_t k = 0; k < rows.size(); ++k)
-        if (rows[k] != cols[k]) ++count[rows[k] - 1];
-    long long total = 0;
-    a.rowPointers.resize(static_cast<size_t>(n) + 1);
-    for (int r = 0; r < n; ++r) {
-        a.rowPointers[r] = static_cast<int>(total + 1);
-        total += count[r];
-        if (total >= INT_MAX) in.Fail(0, "too many stored entries for 32-bit indices");
-    }
-    a.rowPointers[n] = static_cast<int>(total + 1);
-    a.columnIndices.assign(static_cast<size_t>(total), 0);
-    a.values.assign(static_cast<size_t>(total), 0.0);
-    for (int r = 0; r < n; ++r) a.columnIndices[a.rowPointers[r] - 1] = r + 1;
-    std::vector<int> next(a.rowPointers.begin(), a.rowPointers.end() - 1);  // next free slot
-    for (size_t k = 0; k < rows.size(); ++k) {
-        const int r = rows[k] - 1;
-        if (rows[k] == cols[k]) {
-            a.values[a.rowPointers[r] - 1] = vals[k];
-        } else {
-            const int slot = ++next[r];  // after the diagonal, ascending because rows/cols are sorted
-            a.columnIndices[slot - 1] = cols[k];
-            a.values[slot - 1] = vals[k];
+// The off-diagonal non-zero that makes a file unfit for a lumped mass.
+[[noreturn]] void FailOffDiagonal(const MtxReader& in, long long i, long long j)
+{
+    in.Fail(in.Line(), "entry (" + std::to_string(i) + ", " + std::to_string(j) +
+                           ") lies off the diagonal: a lumped mass is diagonal "
+                           "(give a consistent mass with -M)");
+}
+
+// The diagonal of a square file, which must hold no off-diagonal non-zero.
+std::vector<double> ReadSquareDiagonal(MtxReader& in)
+{
+    if (in.Rows() != in.Cols())
+        in.Fail(in.SizeLine(), "a lumped mass must be a vector or a square diagonal matrix, "
+                               "the size line gives " + std::to_string(in.Rows()) + " x " +
+                               std::to_string(in.Cols()));
+    std::vector<double> d(static_cast<size_t>(in.Rows()), 0.0);
+    if (in.Coordinate()) {
+        int i, j;
+        double v;
+        while (in.NextEntry(i, j, v)) {
+            if (i != j && v != 0.0) FailOffDiagonal(in, i, j);
+            if (i == j) d[i - 1] += v;
         }
+        return d;
     }
-    return a;
+    double v;
+    for (long long j = 1; j <= in.Cols(); ++j)
+        for (long long i = in.Symmetric() ? j : 1; i <= in.Rows(); ++i) {
+            in.NextArrayValue(v);
+            if (i == j)
+                d[i - 1] = v;
+            else if (v != 0.0)
+                FailOffDiagonal(in, i, j);
+        }
+    return d;
+}
+
+}  // namespace
+
+CsrMatrix ReadSymmetricMatrix(const std::string& path)
+{
+    MtxReader in(path);
+    if (!in.Coordinate())
+        in.Fail(1, "a dense (array) file: matrices are read in coordinate form");
+    if (in.Rows() != in.Cols())
+        in.Fail(in.SizeLine(), "the matrix must be square, the size line gives " +
+                                   std::to_string(in.Rows()) + " x " + std::to_string(in.Cols()));
+    return CompressRows(in, static_cast<int>(in.Rows()), ReadUpperEntries(in));
 }
 
 DenseBlock ReadDenseBlock(const std::string& path)
@@ -396,40 +424,9 @@ std::vector<double> ReadDiagonal(const std::string& path)
     {
         MtxReader in(path);
         const bool vector = in.Rows() == 1 || in.Cols() == 1;
-        if (!vector || in.Rows() == in.Cols()) {
-            if (in.Rows() != in.Cols())
-                in.Fail(in.SizeLine(), "a lumped mass must be a vector or a square diagonal matrix, "
-                                       "the size line gives " + std::to_string(in.Rows()) + " x " +
-                                       std::to_string(in.Cols()));
-            std::vector<double> d(static_cast<size_t>(in.Rows()), 0.0);
-            if (in.Coordinate()) {
-                int i, j;
-                double v;
-                while (in.NextEntry(i, j, v)) {
-                    if (i != j && v != 0.0)
-                        in.Fail(in.Line(), "entry (" + std::to_string(i) + ", " + std::to_string(j) +
-                                               ") lies off the diagonal: a lumped mass is diagonal "
-                                               "(give a consistent mass with -M)");
-                    if (i == j) d[i - 1] += v;
-                }
-                return d;
-            }
-            double v;
-            for (long long j = 1; j <= in.Cols(); ++j)
-                for (long long i = in.Symmetric() ? j : 1; i <= in.Rows(); ++i) {
-                    in.NextArrayValue(v);
-                    if (i == j)
-                        d[i - 1] = v;
-                    else if (v != 0.0)
-                        in.Fail(in.Line(), "entry (" + std::to_string(i) + ", " + std::to_string(j) +
-                                               ") lies off the diagonal: a lumped mass is diagonal "
-                                               "(give a consistent mass with -M)");
-                }
-            return d;
-        }
+        if (!vector || in.Rows() == in.Cols()) return ReadSquareDiagonal(in);
     }
-    DenseBlock b = ReadDenseBlock(path);
-    return b.values;
+    return ReadDenseBlock(path).values;
 }
 
 void WriteDenseBlock(const std::string& path, const DenseBlock& block, const std::string& comment)
@@ -445,4 +442,16 @@ void WriteDenseBlock(const std::string& path, const DenseBlock& block, const std
         throw InputError(path + ": cannot write the file (" + std::strerror(errno) + ")");
 }
 
-}  // namespace vqsolve
+
+bool ReadMatrixMarket(const std::string& path, CsrMatrix& out, std::string* error)
+{
+    try {
+        out = ReadSymmetricMatrix(path);
+        return true;
+    } catch (const std::exception& e) {
+        if (error) *error = e.what();
+        return false;
+    }
+}
+
+}  // namespace vqmath::models
