@@ -4,6 +4,7 @@
 
 #include "MatrixMarketInput.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <unistd.h>
@@ -50,6 +51,21 @@ void CheckSameOrder(const std::string& nameA, int orderA, const std::string& nam
     if (orderA != orderB)
         throw InputError(Format("size mismatch: %s is %d x %d but %s is %d x %d", nameA.c_str(), orderA,
                                 orderA, nameB.c_str(), orderB, orderB));
+}
+
+double RelativeResidual(const vqmath::models::CsrMatrix& k, const double* x, const double* f, double* largest)
+{
+    const int n = k.n;
+    std::vector<double> kx(static_cast<size_t>(n));
+    vqmath::models::Multiply(k, x, kx.data());
+    double rr = 0.0, ff = 0.0, xm = 0.0;
+    for (int i = 0; i < n; ++i) {
+        rr += (kx[i] - f[i]) * (kx[i] - f[i]);
+        ff += f[i] * f[i];
+        xm = std::max(xm, std::fabs(x[i]));
+    }
+    *largest = xm;
+    return ff > 0.0 ? std::sqrt(rr / ff) : std::sqrt(rr);
 }
 
 void Emit(const CommonOptions& options, const Json& json, const std::string& text)

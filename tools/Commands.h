@@ -3,6 +3,7 @@
 // loading of matrices with progress, and the report frame (table or JSON).
 
 #include "CommandLine.h"
+#include "ExitReport.h"
 #include "Output.h"
 #include "Progress.h"
 #include "models/CsrMatrix.h"
@@ -11,13 +12,6 @@
 #include <vector>
 
 namespace vqsolve {
-
-enum ExitCode {
-    kExitSuccess = 0,
-    kExitPartial = 1,      // partial results: fewer modes than asked, or a failed Sturm check
-    kExitBadInput = 2,     // usage errors, unreadable or inconsistent files, unavailable methods
-    kExitSolverFailure = 3 // the library reported an error
-};
 
 int StaticCommand(int argc, char** argv, int first);
 int ModesCommand(int argc, char** argv, int first);
@@ -42,6 +36,10 @@ Progress MakeProgress(const CommonOptions& options);
 vqmath::models::CsrMatrix LoadMatrix(const std::string& path, Progress& progress);
 // Throws InputError naming both files when the orders differ.
 void CheckSameOrder(const std::string& nameA, int orderA, const std::string& nameB, int orderB);
+
+// |K·x − f| / |f| (|K·x − f| when f is zero) for one load case of K.n entries; *largest receives
+// max |x_i|.
+double RelativeResidual(const vqmath::models::CsrMatrix& k, const double* x, const double* f, double* largest);
 
 // Writes the report: the JSON document or the text (each ends with a newline).
 void Emit(const CommonOptions& options, const Json& json, const std::string& text);

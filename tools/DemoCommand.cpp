@@ -62,9 +62,7 @@ double MatchedDigits(const std::vector<double>& values, const std::vector<double
     return worst > 1e-16 ? std::min(16.0, -std::log10(worst)) : 16.0;
 }
 
-}  // namespace
-
-int DemoCommand(int argc, char** argv, int first)
+std::vector<OptionInfo> DemoOptions()
 {
     std::vector<OptionInfo> specs = {
         {"--size", "SIZE", "small (about 400 equations), medium (about 30 000, default) or large (about 100 000)"},
@@ -73,57 +71,35 @@ int DemoCommand(int argc, char** argv, int first)
         {"--no-svg", "", "no picture"},
     };
     for (auto& s : CommonOptionSpecs()) specs.push_back(s);
-    CommandLine line("demo", specs, argc, argv, first);
-    if (line.Help()) {
-        std::fputs(line.Usage("vqsolve demo [--size small|medium|large] [options]").c_str(), stdout);
-        return kExitSuccess;
-    }
-    const CommonOptions common = ReadCommonOptions(line);
-    const std::string size = line.Choice("--size", {"small", "medium", "large"}, "medium");
-    const int count = line.Integer("-n", 12, 1, 200);
-    if (line.Has("--svg") && line.Has("--no-svg")) throw UsageError("vqsolve demo: --svg and --no-svg exclude each other");
-    const std::string svgPath = line.Has("--no-svg") ? "" : line.Text("--svg", "vqsolve-demo.svg");
-    Progress progress = MakeProgress(common);
-    const auto start = std::chrono::steady_clock::now();
+    return specs;
+}
 
-    // The model: a clamped steel bar, slightly wider than high so that its two bending
-    // directions have distinct frequencies.
-    const int target = size == "small" ? 400 : size == "large" ? 100000 : 30000;
-    progress.Status("building the model");
-    const GeneratedModel model = MakeSolid(BarParameters(target), false);
-    progress.Clear();
+// The static load case of the model.
+struct StaticCase {
+    std::vector<double> x;
+    DirectResult direct;
+    double residual = 0.0;
+    double tip = 0.0;  // max |x|
+};
+
+StaticCase SolveStatic(const GeneratedModel& model, const DirectOptions& direct, Progress& progress)
+{
     const int n = model.k.n;
-    Pencil pencil;
-    pencil.k = &model.k;
-    pencil.diagonal = &model.lumpedMass;
-
-    LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
-    DirectOptions direct;
-    direct.outOfCoreMode = common.outOfCoreMode;
-    direct.workingDirectory = session.WorkingDirectory();
-
-    // Static load case.
-    std::vector<double> x(static_cast<size_t>(n), 0.0);
-    DirectResult st;
+    StaticCase st;
+    st.x.assign(static_cast<size_t>(n), 0.0);
     {
         LibraryCall call(progress, Format("static load case: factorising and solving %d equations", n));
-        st = SolveDirect(model.k, model.load.data(), 1, x.data(), direct);
+        st.direct = SolveDirect(model.k, model.load.data(), 1, st.x.data(), direct);
     }
-    if (st.code != 0 && st.code != -85) throw SolverError(st.code, st.registry.message, st.registry.instabilityDof);
-    double residual = 0.0, tip = 0.0;
-    {
-        std::vector<double> kx(static_cast<size_t>(n));
-        vqmath::models::Multiply(model.k, x.data(), kx.data());
-        double rr = 0.0, ff = 0.0;
-        for (int i = 0; i < n; ++i) {
-            rr += (kx[i] - model.load[i]) * (kx[i] - model.load[i]);
-            ff += model.load[i] * model.load[i];
-            tip = std::max(tip, std::fabs(x[i]));
-        }
-        residual = std::sqrt(rr / ff);
-    }
+    const DirectResult& d = st.direct;
+    if (d.code != 0 && d.code != -85) throw SolverError(d.code, d.registry.message, d.registry.instabilityDof);
+    st.residual = RelativeResidual(model.k, st.x.data(), model.load.data(), &st.tip);
+    return st;
+}
 
-    // Every method that suits the size.
+// Every method, those that do not suit the size marked as skipped.
+std::vector<MethodRun> PlanRuns(int n)
+{
     std::vector<MethodRun> runs;
     for (Method m : AllMethods()) {
         MethodRun run;
@@ -136,33 +112,35 @@ int DemoCommand(int argc, char** argv, int first)
             run.skipped = Format("dense, too large (%d equations)", n);
         runs.push_back(run);
     }
-    EigenRequest request;
-    request.count = count;
-    request.wantVectors = true;
-    request.load = &model.load;  // Ritz vectors start from the static load
-    request.outOfCoreMode = common.outOfCoreMode;
-    request.workingDirectory = session.WorkingDirectory();
-    for (MethodRun& run : runs) {
-        if (!run.skipped.empty()) continue;
-        try {
-            run.outcome = RunEigen(run.method, pencil, request, progress);
-            run.ran = true;
-        } catch (const InputError& e) {
-            run.skipped = e.what();
-            continue;
-        }
-        session.RestoreThreads();
-        if (run.outcome.Failed() || run.outcome.values.empty()) continue;
-        LibraryCall call(progress, Format("%s: Sturm check", MethodName(run.method)));
-        run.sturm = CheckFound(pencil, run.outcome.values, false, direct);
-        const std::vector<double> ratios = CumulativeMassRatios(nullptr, &model.lumpedMass, model.direction,
-                                                                run.outcome.vectors,
-                                                                static_cast<int>(run.outcome.values.size()));
-        if (!ratios.empty()) run.massRatio = ratios.back();
-    }
+    return runs;
+}
 
-    // Reference: the dense solution when there is one, else the first sparse method that found
-    // every mode and passed its Sturm check.
+// Runs one method with its Sturm check and effective mass; a method that does not suit the
+// problem is marked as skipped.
+void RunMethod(MethodRun& run, const GeneratedModel& model, const Pencil& pencil, const EigenRequest& request,
+               const LibrarySession& session, const DirectOptions& direct, Progress& progress)
+{
+    try {
+        run.outcome = RunEigen(run.method, pencil, request, progress);
+        run.ran = true;
+    } catch (const InputError& e) {
+        run.skipped = e.what();
+        return;
+    }
+    session.RestoreThreads();
+    if (run.outcome.Failed() || run.outcome.values.empty()) return;
+    LibraryCall call(progress, Format("%s: Sturm check", MethodName(run.method)));
+    run.sturm = CheckFound(pencil, run.outcome.values, false, direct);
+    const std::vector<double> ratios = CumulativeMassRatios(nullptr, &model.lumpedMass, model.direction,
+                                                            run.outcome.vectors,
+                                                            static_cast<int>(run.outcome.values.size()));
+    if (!ratios.empty()) run.massRatio = ratios.back();
+}
+
+// The reference: the dense solution when there is one, else the first sparse method that found
+// every mode and passed its Sturm check. Every other run is scored against it.
+const MethodRun* ScoreAgainstReference(std::vector<MethodRun>& runs, int count)
+{
     const MethodRun* reference = nullptr;
     for (Method preferred : {Method::Lapack, Method::Lanczos, Method::Subspace, Method::Feast})
         for (const MethodRun& run : runs)
@@ -175,124 +153,208 @@ int DemoCommand(int argc, char** argv, int first)
         run.digits = run.method == Method::Ritz ? MatchedDigits(run.outcome.values, reference->outcome.values, run.matched)
                                                 : AgreementDigits(run.outcome.values, reference->outcome.values);
     }
+    return reference;
+}
 
-    // Picture: the static deflection and the first modes of the reference.
-    if (!svgPath.empty()) {
-        std::vector<SvgPanel> panels;
-        panels.push_back({Format("Static load: tip deflection %.3g mm", 1e3 * tip), model.toNodes(x.data())});
-        if (reference)
-            for (int m = 0; m < std::min(5, static_cast<int>(reference->outcome.values.size())); ++m)
-                if (reference->outcome.vectors.size() >= static_cast<size_t>(m + 1) * n)
-                    panels.push_back({Format("Mode %d: %.4g Hz", m + 1, Hertz(reference->outcome.values[m])),
-                                      model.toNodes(&reference->outcome.vectors[static_cast<size_t>(m) * n]), true});
-        WriteSvg(svgPath, model.mesh, panels, "vqsolve demo", model.description);
+// The static deflection and the first modes of the reference.
+void DrawDemo(const std::string& svgPath, const GeneratedModel& model, const StaticCase& st,
+              const MethodRun* reference)
+{
+    const int n = model.k.n;
+    std::vector<SvgPanel> panels;
+    panels.push_back({Format("Static load: tip deflection %.3g mm", 1e3 * st.tip), model.toNodes(st.x.data())});
+    if (reference)
+        for (int m = 0; m < std::min(5, static_cast<int>(reference->outcome.values.size())); ++m)
+            if (reference->outcome.vectors.size() >= static_cast<size_t>(m + 1) * n)
+                panels.push_back({Format("Mode %d: %.4g Hz", m + 1, Hertz(reference->outcome.values[m])),
+                                  model.toNodes(&reference->outcome.vectors[static_cast<size_t>(m) * n]), true});
+    WriteSvg(svgPath, model.mesh, panels, "vqsolve demo", model.description);
+}
+
+// Everything the report needs.
+struct DemoResult {
+    std::string size;
+    int count = 0;
+    StaticCase st;
+    std::vector<MethodRun> runs;
+    const MethodRun* reference = nullptr;
+    std::string svgPath;
+    int threads = 0;
+    double totalSeconds = 0.0;
+};
+
+Json RunJson(const MethodRun& run, const MethodRun* reference)
+{
+    Json one = Json::Object();
+    one.Set("method", MethodName(run.method));
+    one.Set("ran", run.ran);
+    if (!run.skipped.empty()) one.Set("skipped", run.skipped);
+    if (!run.ran) return one;
+    one.Set("code", run.outcome.code);
+    one.Set("message", run.outcome.registry.message);
+    one.Set("found", static_cast<int>(run.outcome.values.size()));
+    one.Set("eigenvalues", Json::Numbers(run.outcome.values));
+    one.Set("seconds", run.outcome.seconds);
+    if (reference && !run.outcome.Failed()) one.Set("digits", run.digits);
+    if (reference && run.method == Method::Ritz) one.Set("matchedModes", run.matched);
+    one.Set("reference", run.reference);
+    one.Set("sturmDone", run.sturm.done);
+    if (run.sturm.done) {
+        one.Set("sturmPassed", run.sturm.passed);
+        one.Set("eigenvaluesBelowShift", run.sturm.counted);
     }
-    const double totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    one.Set("cumulativeMassRatio", run.massRatio);
+    return one;
+}
 
-    // Report.
+Json DemoJson(const GeneratedModel& model, const DemoResult& r)
+{
+    const DirectResult& d = r.st.direct;
     Json doc = Json::Object();
     doc.Set("command", "demo");
-    doc.Set("size", size);
+    doc.Set("size", r.size);
     doc.Set("model", model.description);
-    doc.Set("equations", n);
+    doc.Set("equations", model.k.n);
     doc.Set("storedEntries", model.k.Nnz());
-    doc.Set("threads", session.Threads());
+    doc.Set("threads", r.threads);
     Json statics = Json::Object();
     statics.Set("load", model.loadDescription);
-    statics.Set("residual", residual);
-    statics.Set("maxDisplacement", tip);
-    statics.Set("negativePivots", st.registry.negativePivots);
-    statics.Set("positivePivots", st.registry.positivePivots);
-    statics.Set("factorEntries", static_cast<long long>(st.FactorEntries()));
-    statics.Set("seconds", st.seconds);
+    statics.Set("residual", r.st.residual);
+    statics.Set("maxDisplacement", r.st.tip);
+    statics.Set("negativePivots", d.registry.negativePivots);
+    statics.Set("positivePivots", d.registry.positivePivots);
+    statics.Set("factorEntries", static_cast<long long>(d.FactorEntries()));
+    statics.Set("seconds", d.seconds);
     doc.Set("static", statics);
-    doc.Set("modesRequested", count);
-    doc.Set("reference", reference ? MethodName(reference->method) : "");
+    doc.Set("modesRequested", r.count);
+    doc.Set("reference", r.reference ? MethodName(r.reference->method) : "");
     Json methods = Json::Array();
-    for (const MethodRun& run : runs) {
-        Json one = Json::Object();
-        one.Set("method", MethodName(run.method));
-        one.Set("ran", run.ran);
-        if (!run.skipped.empty()) one.Set("skipped", run.skipped);
-        if (run.ran) {
-            one.Set("code", run.outcome.code);
-            one.Set("message", run.outcome.registry.message);
-            one.Set("found", static_cast<int>(run.outcome.values.size()));
-            one.Set("eigenvalues", Json::Numbers(run.outcome.values));
-            one.Set("seconds", run.outcome.seconds);
-            if (reference && !run.outcome.Failed()) one.Set("digits", run.digits);
-            if (reference && run.method == Method::Ritz) one.Set("matchedModes", run.matched);
-            one.Set("reference", run.reference);
-            one.Set("sturmDone", run.sturm.done);
-            if (run.sturm.done) {
-                one.Set("sturmPassed", run.sturm.passed);
-                one.Set("eigenvaluesBelowShift", run.sturm.counted);
-            }
-            one.Set("cumulativeMassRatio", run.massRatio);
-        }
-        methods.Push(one);
-    }
+    for (const MethodRun& run : r.runs) methods.Push(RunJson(run, r.reference));
     doc.Set("methods", methods);
-    doc.Set("svgFile", svgPath);
-    doc.Set("seconds", totalSeconds);
+    doc.Set("svgFile", r.svgPath);
+    doc.Set("seconds", r.totalSeconds);
+    return doc;
+}
 
-    std::string text;
-    text += "vqsolve demo\n";
-    text += Format("  model   %s\n", model.description.c_str());
-    text += Format("          %d stored entries of K, lumped mass, %d thread%s\n", model.k.Nnz(), session.Threads(),
-                   session.Threads() == 1 ? "" : "s");
-    text += Format("  static  %s: tip deflection %.4g mm, residual %.2e, %d negative / %d positive pivots, %s\n",
-                   model.loadDescription.c_str(), 1e3 * tip, residual, st.registry.negativePivots,
-                   st.registry.positivePivots, Seconds(st.seconds).c_str());
-    if (reference) {
-        text += Format("\n  the %d lowest modes (%s):\n", count, MethodName(reference->method));
-        const std::vector<double> ratios = CumulativeMassRatios(nullptr, &model.lumpedMass, model.direction,
-                                                                reference->outcome.vectors, count);
-        TextTable modes({{"mode"}, {"f [Hz]"}, {"T [s]"}, {"cum. mass z [%]"}});
-        for (int m = 0; m < count; ++m) {
-            const double lambda = reference->outcome.values[m];
-            modes.AddRow({std::to_string(m + 1), Number(Hertz(lambda), 8), Number(Period(lambda), 6),
-                          m < static_cast<int>(ratios.size()) ? Format("%.1f", 100.0 * ratios[m]) : "-"});
-        }
-        text += modes.Render(4);
+// The modes of the reference: frequency, period and cumulative effective mass.
+std::string ReferenceModesText(const GeneratedModel& model, const DemoResult& r)
+{
+    const MethodRun* reference = r.reference;
+    std::string text = Format("\n  the %d lowest modes (%s):\n", r.count, MethodName(reference->method));
+    const std::vector<double> ratios = CumulativeMassRatios(nullptr, &model.lumpedMass, model.direction,
+                                                            reference->outcome.vectors, r.count);
+    TextTable modes({{"mode"}, {"f [Hz]"}, {"T [s]"}, {"cum. mass z [%]"}});
+    for (int m = 0; m < r.count; ++m) {
+        const double lambda = reference->outcome.values[m];
+        modes.AddRow({std::to_string(m + 1), Number(Hertz(lambda), 8), Number(Period(lambda), 6),
+                      m < static_cast<int>(ratios.size()) ? Format("%.1f", 100.0 * ratios[m]) : "-"});
     }
-    text += Format("\n  %d modes by every method%s:\n", count,
-                   reference ? (", digits of agreement with " + std::string(MethodName(reference->method))).c_str() : "");
+    return text + modes.Render(4);
+}
+
+std::vector<std::string> RunRow(const MethodRun& run, const MethodRun* reference, int count)
+{
+    if (!run.ran) return {MethodName(run.method), "-", "-", "-", "-", "skipped: " + run.skipped};
+    const EigenOutcome& o = run.outcome;
+    if (o.Failed()) return {MethodName(run.method), "0", "-", Seconds(o.seconds), "-", "failed: " + o.registry.message};
+    std::string sturm = !run.sturm.done ? "not done"
+                        : run.sturm.passed ? Format("passed (%d below sigma)", run.sturm.counted)
+                        : run.method == Method::Ritz
+                            ? Format("%d below sigma: follows the load", run.sturm.counted)
+                            : Format("FAILED (%d below sigma, %d found)", run.sturm.counted, run.sturm.found);
+    return {MethodName(run.method), Format("%d/%d", static_cast<int>(o.values.size()), count),
+            run.reference ? "ref"
+            : !reference  ? "-"
+            : run.method == Method::Ritz ? Format("%.1f on %d", run.digits, run.matched)
+                                         : Format("%.1f", run.digits),
+            Seconds(o.seconds), std::isfinite(run.massRatio) ? Format("%.1f", 100.0 * run.massRatio) : "-", sturm};
+}
+
+// The comparison of every method, with the note on Ritz vectors when they ran.
+std::string MethodsText(const DemoResult& r)
+{
+    std::string text = Format("\n  %d modes by every method%s:\n", r.count,
+                              r.reference ? (", digits of agreement with " + std::string(MethodName(r.reference->method))).c_str() : "");
     TextTable table({{"method", false}, {"modes"}, {"digits"}, {"time"}, {"mass z [%]"}, {"Sturm check", false}});
-    for (const MethodRun& run : runs) {
-        if (!run.ran) {
-            table.AddRow({MethodName(run.method), "-", "-", "-", "-", "skipped: " + run.skipped});
-            continue;
-        }
-        const EigenOutcome& o = run.outcome;
-        if (o.Failed()) {
-            table.AddRow({MethodName(run.method), "0", "-", Seconds(o.seconds), "-", "failed: " + o.registry.message});
-            continue;
-        }
-        std::string sturm = !run.sturm.done ? "not done"
-                            : run.sturm.passed ? Format("passed (%d below sigma)", run.sturm.counted)
-                            : run.method == Method::Ritz
-                                ? Format("%d below sigma: follows the load", run.sturm.counted)
-                                : Format("FAILED (%d below sigma, %d found)", run.sturm.counted, run.sturm.found);
-        table.AddRow({MethodName(run.method), Format("%d/%d", static_cast<int>(o.values.size()), count),
-                      run.reference ? "ref"
-                      : !reference  ? "-"
-                      : run.method == Method::Ritz ? Format("%.1f on %d", run.digits, run.matched)
-                                                   : Format("%.1f", run.digits),
-                      Seconds(o.seconds),
-                      std::isfinite(run.massRatio) ? Format("%.1f", 100.0 * run.massRatio) : "-", sturm});
-    }
+    for (const MethodRun& run : r.runs) table.AddRow(RunRow(run, r.reference, r.count));
     text += table.Render(4);
     bool ritzShown = false;
-    for (const MethodRun& run : runs)
+    for (const MethodRun& run : r.runs)
         if (run.method == Method::Ritz && run.ran && !run.outcome.Failed()) ritzShown = true;
     if (ritzShown)
         text += "\n  Ritz vectors start from the static load: they catch the modes that load excites (see the\n"
                 "  effective mass), not every low mode; their digits are over the values that are modes.\n";
-    if (!svgPath.empty()) text += "\n  picture written to " + svgPath + "\n";
-    text += Format("  total time %s\n", Seconds(totalSeconds).c_str());
-    Emit(common, doc, text);
-    return reference ? kExitSuccess : kExitSolverFailure;
+    return text;
+}
+
+std::string DemoText(const GeneratedModel& model, const DemoResult& r)
+{
+    const DirectResult& d = r.st.direct;
+    std::string text;
+    text += "vqsolve demo\n";
+    text += Format("  model   %s\n", model.description.c_str());
+    text += Format("          %d stored entries of K, lumped mass, %d thread%s\n", model.k.Nnz(), r.threads,
+                   r.threads == 1 ? "" : "s");
+    text += Format("  static  %s: tip deflection %.4g mm, residual %.2e, %d negative / %d positive pivots, %s\n",
+                   model.loadDescription.c_str(), 1e3 * r.st.tip, r.st.residual, d.registry.negativePivots,
+                   d.registry.positivePivots, Seconds(d.seconds).c_str());
+    if (r.reference) text += ReferenceModesText(model, r);
+    text += MethodsText(r);
+    if (!r.svgPath.empty()) text += "\n  picture written to " + r.svgPath + "\n";
+    text += Format("  total time %s\n", Seconds(r.totalSeconds).c_str());
+    return text;
+}
+
+}  // namespace
+
+int DemoCommand(int argc, char** argv, int first)
+{
+    CommandLine line("demo", DemoOptions(), argc, argv, first);
+    if (line.Help()) {
+        std::fputs(line.Usage("vqsolve demo [--size small|medium|large] [options]").c_str(), stdout);
+        return kExitSuccess;
+    }
+    const CommonOptions common = ReadCommonOptions(line);
+    DemoResult r;
+    r.size = line.Choice("--size", {"small", "medium", "large"}, "medium");
+    r.count = line.Integer("-n", 12, 1, 200);
+    if (line.Has("--svg") && line.Has("--no-svg")) throw UsageError("vqsolve demo: --svg and --no-svg exclude each other");
+    r.svgPath = line.Has("--no-svg") ? "" : line.Text("--svg", "vqsolve-demo.svg");
+    Progress progress = MakeProgress(common);
+    const auto start = std::chrono::steady_clock::now();
+
+    // The model: a clamped steel bar, slightly wider than high so that its two bending
+    // directions have distinct frequencies.
+    const int target = r.size == "small" ? 400 : r.size == "large" ? 100000 : 30000;
+    progress.Status("building the model");
+    const GeneratedModel model = MakeSolid(BarParameters(target), false);
+    progress.Clear();
+    Pencil pencil;
+    pencil.k = &model.k;
+    pencil.diagonal = &model.lumpedMass;
+
+    LibrarySession session(common.threads, common.outOfCoreMode, common.workingDirectory);
+    r.threads = session.Threads();
+    DirectOptions direct;
+    direct.outOfCoreMode = common.outOfCoreMode;
+    direct.workingDirectory = session.WorkingDirectory();
+    r.st = SolveStatic(model, direct, progress);
+
+    EigenRequest request;
+    request.count = r.count;
+    request.wantVectors = true;
+    request.load = &model.load;  // Ritz vectors start from the static load
+    request.outOfCoreMode = common.outOfCoreMode;
+    request.workingDirectory = session.WorkingDirectory();
+    r.runs = PlanRuns(model.k.n);
+    for (MethodRun& run : r.runs)
+        if (run.skipped.empty()) RunMethod(run, model, pencil, request, session, direct, progress);
+    r.reference = ScoreAgainstReference(r.runs, r.count);
+
+    if (!r.svgPath.empty()) DrawDemo(r.svgPath, model, r.st, r.reference);
+    r.totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    Emit(common, DemoJson(model, r), DemoText(model, r));
+    return r.reference ? kExitSuccess : kExitSolverFailure;
 }
 
 }  // namespace vqsolve

@@ -6,10 +6,6 @@
 #include <chrono>
 #include <cmath>
 
-#include "vqmath.h"
-
-// Referenced weakly, like the entry points: vqsolve also runs against a library without them.
-
 namespace vqsolve {
 
 using vqmath::models::CsrMatrix;

@@ -8,12 +8,13 @@
 #include "vqmath.h"
 
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
 
 namespace {
+
+const char kProgram[] = "vqsolve";
 
 const char kUsage[] =
     "usage: vqsolve COMMAND [options]\n"
@@ -28,30 +29,6 @@ const char kUsage[] =
     "  vqsolve --version        versions of vqsolve, the library and MKL\n"
     "\n"
     "exit codes: 0 success, 1 partial results, 2 bad input, 3 solver failure\n";
-
-bool WantsJson(int argc, char** argv)
-{
-    for (int k = 2; k < argc; ++k)
-        if (std::strcmp(argv[k], "--json") == 0) return true;
-    return false;
-}
-
-void ReportError(bool json, const char* kind, int exitCode, const std::string& message, int code = 0,
-                 int instabilityDof = -1)
-{
-    std::fprintf(stderr, "vqsolve: %s\n", message.c_str());
-    if (json) {
-        vqsolve::Json error = vqsolve::Json::Object();
-        error.Set("kind", kind);
-        error.Set("message", message);
-        if (code != 0) error.Set("code", code);
-        if (instabilityDof > 0) error.Set("instabilityEquation", instabilityDof);
-        vqsolve::Json doc = vqsolve::Json::Object();
-        doc.Set("exitCode", exitCode);
-        doc.Set("error", error);
-        std::printf("%s\n", doc.Dump().c_str());
-    }
-}
 
 }  // namespace
 
@@ -82,28 +59,28 @@ int main(int argc, char** argv)
         if (command == "modes") return ModesCommand(argc, argv, 2);
         if (command == "buckling") return BucklingCommand(argc, argv, 2);
         if (command == "demo") return DemoCommand(argc, argv, 2);
-        ReportError(false, "usage", kExitBadInput, "unknown command '" + command + "'\n\n" + kUsage);
+        ReportError(kProgram, false, "usage", kExitBadInput, "unknown command '" + command + "'\n\n" + kUsage);
         return kExitBadInput;
     } catch (const UsageError& e) {
-        ReportError(json, "usage", kExitBadInput, e.what());
+        ReportError(kProgram, json, "usage", kExitBadInput, e.what());
         return kExitBadInput;
     } catch (const InputError& e) {
-        ReportError(json, "input", kExitBadInput, e.what());
+        ReportError(kProgram, json, "input", kExitBadInput, e.what());
         return kExitBadInput;
     } catch (const SolverError& e) {
-        ReportError(json, "solver", kExitSolverFailure, e.what(), e.Code(), e.InstabilityDof());
+        ReportError(kProgram, json, "solver", kExitSolverFailure, e.what(), e.Code(), e.InstabilityDof());
         return kExitSolverFailure;
     } catch (const std::bad_alloc&) {
-        ReportError(json, "solver", kExitSolverFailure, "out of memory", -1);
+        ReportError(kProgram, json, "solver", kExitSolverFailure, "out of memory", -1);
         return kExitSolverFailure;
     } catch (const std::invalid_argument& e) {
-        ReportError(json, "input", kExitBadInput, e.what());
+        ReportError(kProgram, json, "input", kExitBadInput, e.what());
         return kExitBadInput;
     } catch (const std::length_error& e) {
-        ReportError(json, "input", kExitBadInput, e.what());
+        ReportError(kProgram, json, "input", kExitBadInput, e.what());
         return kExitBadInput;
     } catch (const std::exception& e) {
-        ReportError(json, "solver", kExitSolverFailure, e.what());
+        ReportError(kProgram, json, "solver", kExitSolverFailure, e.what());
         return kExitSolverFailure;
     }
 }
