@@ -8,11 +8,11 @@
 // lines, blank lines and CRLF line ends are accepted. Every malformed input raises InputError
 // with a message of the form "<file>:<line>: <what is wrong>".
 
-#include "models/CsrMatrix.h"
-
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "models/CsrMatrix.h"
 
 namespace vqmath::models {
 

@@ -2,14 +2,14 @@
 // The commands of vqsolve and what they share: exit codes, the options every command takes,
 // loading of matrices with progress, and the report frame (table or JSON).
 
+#include <string>
+#include <vector>
+
 #include "CommandLine.h"
 #include "ExitReport.h"
 #include "Output.h"
 #include "Progress.h"
 #include "models/CsrMatrix.h"
-
-#include <string>
-#include <vector>
 
 namespace vqsolve {
 
@@ -20,11 +20,11 @@ int DemoCommand(int argc, char** argv, int first);
 
 // Options every command takes.
 struct CommonOptions {
-    bool json = false;
-    bool quiet = false;
-    int threads = 0;          // 0: MKL_NUM_THREADS or all processors
-    int outOfCoreMode = 0;
-    std::string workingDirectory;
+  bool json = false;
+  bool quiet = false;
+  int threads = 0;  // 0: MKL_NUM_THREADS or all processors
+  int outOfCoreMode = 0;
+  std::string workingDirectory;
 };
 std::vector<OptionInfo> CommonOptionSpecs();
 CommonOptions ReadCommonOptions(const CommandLine& line);
@@ -39,7 +39,8 @@ void CheckSameOrder(const std::string& nameA, int orderA, const std::string& nam
 
 // |K·x − f| / |f| (|K·x − f| when f is zero) for one load case of K.n entries; *largest receives
 // max |x_i|.
-double RelativeResidual(const vqmath::models::CsrMatrix& k, const double* x, const double* f, double* largest);
+double RelativeResidual(const vqmath::models::CsrMatrix& k, const double* x, const double* f,
+                        double* largest);
 
 // Writes the report: the JSON document or the text (each ends with a newline).
 void Emit(const CommonOptions& options, const Json& json, const std::string& text);

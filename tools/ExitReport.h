@@ -7,10 +7,10 @@
 namespace vqsolve {
 
 enum ExitCode {
-    kExitSuccess = 0,
-    kExitPartial = 1,      // partial results: fewer modes than asked, or a failed Sturm check
-    kExitBadInput = 2,     // usage errors, unreadable or inconsistent files, unavailable methods
-    kExitSolverFailure = 3 // the library reported an error
+  kExitSuccess = 0,
+  kExitPartial = 1,       // partial results: fewer modes than asked, or a failed Sturm check
+  kExitBadInput = 2,      // usage errors, unreadable or inconsistent files, unavailable methods
+  kExitSolverFailure = 3  // the library reported an error
 };
 
 // True when an argument after the command is --json.
@@ -19,7 +19,7 @@ bool WantsJson(int argc, char** argv);
 // "<program>: <message>" on standard error and, with json, the document {"exitCode": ..,
 // "error": {"kind", "message", "code" (when not 0), "instabilityEquation" (when known)}} on
 // standard output.
-void ReportError(const char* program, bool json, const char* kind, int exitCode, const std::string& message,
-                 int code = 0, int instabilityDof = -1);
+void ReportError(const char* program, bool json, const char* kind, int exitCode,
+                 const std::string& message, int code = 0, int instabilityDof = -1);
 
 }  // namespace vqsolve
