@@ -172,7 +172,6 @@ char* VQ_GetWorkingDir(void);
 /* ============================================================================================ */
 /* Direct solution and product entry points                                                     */
 /* ============================================================================================ */
-/* @@SECTION direct-solution@@ */
 /*
  * K x = F by PARDISO for a symmetric K (upper CSR, 1-based, diagonal first in every row) and
  * nrhs right-hand sides (n x nrhs, column-major). Both functions reset the registry, factor,
@@ -262,7 +261,6 @@ int VQ_WriteLoadMatrixMTX(int n /* in */, int nrhs /* in */, const double* rhs /
 /* ============================================================================================ */
 /* System matrix and vector handles                                                             */
 /* ============================================================================================ */
-/* @@SECTION handles@@ */
 /*
  * A system matrix is a symmetric sparse matrix that the host assembles element by element; a
  * system vector is a dense column. Handles are opaque; the host owns them from Begin/Create/Clone
@@ -430,7 +428,6 @@ void VQ_SolProcGetDouble(VQ_SolProcHandle p /* in */, int key /* in */,
 /* ============================================================================================ */
 /* Dense eigenvalue paths (LAPACK and generalized Jacobi)                                       */
 /* ============================================================================================ */
-/* @@SECTION dense-eigen@@ */
 /* Small generalized problems K phi = lambda M phi solved densely (n x n work arrays), either by
    LAPACK's dsygv or by the library's generalized Jacobi method. Sparse K (and M) are the upper
    triangle in 1-based compressed rows; a diagonal M is an array of n values. Eigenvalues come back
@@ -479,7 +476,6 @@ int VQ_EigenvalueAnalysis_JACOBI3(int n /* in */, const double* K /* in: n*n */,
 /* ============================================================================================ */
 /* Lanczos (ARPACK) eigenvalue entry points                                                     */
 /* ============================================================================================ */
-/* @@SECTION arpack@@ */
 /* Natural modes K phi = lambda M phi and buckling modes K phi = lambda Kg phi by implicitly
    restarted Lanczos (ARPACK dsaupd/dseupd) with the sparse direct solver serving every operator
    application: shift-invert on K - shift*M for natural modes, ARPACK's buckling mode on
@@ -596,7 +592,6 @@ int VQ_EigenvalueAnalysis_ARPACK5(int n /* in */, int nev /* in */,
 /* ============================================================================================ */
 /* Block shift-invert Lanczos eigenvalue entry points                                           */
 /* ============================================================================================ */
-/* @@SECTION block-lanczos@@ */
 /* Natural modes K phi = lambda M phi and buckling modes K phi = lambda Kg phi by thick-restart
    block Lanczos on a shift-invert operator: K - shift*M (K - shift*Kg) is factored once by the
    sparse direct solver (out of core when the library's solver type says so, with one retry that
@@ -676,7 +671,6 @@ int VQ_EigenvalueAnalysis_BlockLanczos2(int n /* in */, int nev /* in */,
 /* ============================================================================================ */
 /* Eigenvalue analysis entry points and keyed exchange                                          */
 /* ============================================================================================ */
-/* @@SECTION eigen-analysis@@ */
 /* Common frame: each function resets the registry, clears the nev eigenvalue slots and the count
    output, checks its input (-64 "ERROR_INVALID_MATRICES: <what>" for n < 1, nev < 1, missing or
    malformed compressed rows, NaN or infinite values), builds the solver on copies of the caller's
@@ -857,6 +851,7 @@ int VQ_GetEigenVerification(void);
 double VQ_SetSingularPivotRatio(double ratio /* in */);
 double VQ_GetSingularPivotRatio(void);
 
+/* ============================================================================================ */
 /* Band eigenvalue analysis and residual (missing-mass) modes                                   */
 /* ============================================================================================ */
 

@@ -12,19 +12,19 @@
 namespace vqmath::models {
 
 struct CsrMatrix {
-    int n = 0;                       // order of the matrix
-    std::vector<int> rowPointers;    // n+1 entries, rowPointers[0] = 1, rowPointers[n] = nnz+1
-    std::vector<int> columnIndices;  // nnz entries, 1-based
-    std::vector<double> values;      // nnz entries
+  int n = 0;                       // order of the matrix
+  std::vector<int> rowPointers;    // n+1 entries, rowPointers[0] = 1, rowPointers[n] = nnz+1
+  std::vector<int> columnIndices;  // nnz entries, 1-based
+  std::vector<double> values;      // nnz entries
 
-    // Number of stored entries of the upper triangle.
-    int Nnz() const { return static_cast<int>(values.size()); }
+  // Number of stored entries of the upper triangle.
+  int Nnz() const { return static_cast<int>(values.size()); }
 
-    // 0-based position of entry (i, j) (1-based, either triangle) in values, or -1 when not stored.
-    long long Find(int i, int j) const;
+  // 0-based position of entry (i, j) (1-based, either triangle) in values, or -1 when not stored.
+  long long Find(int i, int j) const;
 
-    // Value of entry (i, j) (1-based, either triangle); 0.0 when not stored.
-    double Value(int i, int j) const;
+  // Value of entry (i, j) (1-based, either triangle); 0.0 when not stored.
+  double Value(int i, int j) const;
 };
 
 // y = A·x for the symmetric matrix whose upper triangle A stores (x and y hold A.n doubles and
@@ -67,11 +67,9 @@ std::string CheckLayout(const CsrMatrix& a);
 // cannot be written.
 bool WriteMatrixMarket(const CsrMatrix& a, const std::string& path);
 
-// Reads a MatrixMarket coordinate file (real or integer; symmetric files may store either
-// triangle; of a general file only the entries on and above the diagonal are taken). '%'
-// comment lines and CRLF line ends are accepted. Repeated entries are summed and absent
-// diagonal entries stored as 0.0. Returns false (out unchanged) with a reason in *error when
-// the file cannot be read or is malformed.
+// Reads a symmetric MatrixMarket coordinate file with ReadSymmetricMatrix (models/MatrixMarket.h).
+// Returns false (out unchanged) with the reader's message in *error when the file cannot be read
+// or is malformed.
 bool ReadMatrixMarket(const std::string& path, CsrMatrix& out, std::string* error = nullptr);
 
 // An element matrix of the given order (dense, column-major, symmetric) packed as its upper

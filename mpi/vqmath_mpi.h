@@ -38,19 +38,23 @@ extern "C" {
 /* A factorisation kept between solves. */
 typedef struct VQ_MpiFactorization VQ_MpiFactorization;
 
+/* The functions that take a communicator come in pairs with the same other arguments:
+   name(MPI_Comm comm, ...) and name_F(MPI_Fint comm, ...) for hosts that hold a Fortran handle
+   (VQ_MpiSparseFactor_F, VQ_MpiDirectSparseSolver_F, VQ_MpiSturmCount_F,
+   VQ_MpiEigenvalueAnalysis_Lanczos_F). VQ_MPI_COMM_PAIR declares both from one argument list. */
+#define VQ_MPI_COMM_PAIR(name, ...)                  \
+  int name(MPI_Comm comm /* in */, __VA_ARGS__); \
+  int name##_F(MPI_Fint comm /* in */, __VA_ARGS__)
+
 /* Factors the distributed symmetric K once. matrixType 2 (positive definite) or -2 (indefinite,
    reports the inertia: VQ_GetNumberOfNegativeEigenvalues/PositiveEigenvalues on every process).
    stopIfNotPosDefinite 1 turns negative pivots into -3 with the equation. On success
    *factorization holds the factorisation (release it with VQ_MpiSparseRelease); on failure it
    is set to NULL. */
-int VQ_MpiSparseFactor(MPI_Comm comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                       const int* rowPointers /* in: local rows + 1 */, const int* columnIndices /* in */,
-                       const double* values /* in */, int matrixType /* in: 2 or -2 */,
-                       int stopIfNotPosDefinite /* in */, VQ_MpiFactorization** factorization /* out */);
-int VQ_MpiSparseFactor_F(MPI_Fint comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                         const int* rowPointers /* in: local rows + 1 */, const int* columnIndices /* in */,
-                         const double* values /* in */, int matrixType /* in: 2 or -2 */,
-                         int stopIfNotPosDefinite /* in */, VQ_MpiFactorization** factorization /* out */);
+VQ_MPI_COMM_PAIR(VQ_MpiSparseFactor, int n /* in */, int firstRow /* in */, int lastRow /* in */,
+                 const int* rowPointers /* in: local rows + 1 */, const int* columnIndices /* in */,
+                 const double* values /* in */, int matrixType /* in: 2 or -2 */,
+                 int stopIfNotPosDefinite /* in */, VQ_MpiFactorization** factorization /* out */);
 
 /* Solves K X = F for nrhs load cases with the kept factorisation: rhs and solution hold the
    process's slice of each case (local rows x nrhs, column-major). Collective. */
@@ -62,31 +66,23 @@ int VQ_MpiSparseSolve(VQ_MpiFactorization* factorization /* in */, int nrhs /* i
 void VQ_MpiSparseRelease(VQ_MpiFactorization* factorization /* in */);
 
 /* Factor and solve in one call (VQ_MpiSparseFactor, VQ_MpiSparseSolve, VQ_MpiSparseRelease). */
-int VQ_MpiDirectSparseSolver(MPI_Comm comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                             const int* rowPointers /* in */, const int* columnIndices /* in */,
-                             const double* values /* in */, int nrhs /* in */, const double* rhs /* in */,
-                             double* solution /* out */, int matrixType /* in: 2 or -2 */,
-                             int stopIfNotPosDefinite /* in */);
-int VQ_MpiDirectSparseSolver_F(MPI_Fint comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                               const int* rowPointers /* in */, const int* columnIndices /* in */,
-                               const double* values /* in */, int nrhs /* in */, const double* rhs /* in */,
-                               double* solution /* out */, int matrixType /* in: 2 or -2 */,
-                               int stopIfNotPosDefinite /* in */);
+VQ_MPI_COMM_PAIR(VQ_MpiDirectSparseSolver, int n /* in */, int firstRow /* in */,
+                 int lastRow /* in */, const int* rowPointers /* in */,
+                 const int* columnIndices /* in */, const double* values /* in */,
+                 int nrhs /* in */, const double* rhs /* in */, double* solution /* out */,
+                 int matrixType /* in: 2 or -2 */, int stopIfNotPosDefinite /* in */);
 
 /* Number of eigenvalues of K phi = lambda B phi below sigma (the negative pivots of K - sigma B,
    by Sylvester's law of inertia). B is either a diagonal (massDiagonal: local rows, the other
    three NULL) or distributed rows like K (bRowPointers, bColumnIndices, bValues; massDiagonal
    NULL). */
-int VQ_MpiSturmCount(MPI_Comm comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                     const int* kRowPointers /* in */, const int* kColumnIndices /* in */,
-                     const double* kValues /* in */, const double* massDiagonal /* in: local rows or NULL */,
-                     const int* bRowPointers /* in or NULL */, const int* bColumnIndices /* in or NULL */,
-                     const double* bValues /* in or NULL */, double sigma /* in */, int* below /* out */);
-int VQ_MpiSturmCount_F(MPI_Fint comm /* in */, int n /* in */, int firstRow /* in */, int lastRow /* in */,
-                       const int* kRowPointers /* in */, const int* kColumnIndices /* in */,
-                       const double* kValues /* in */, const double* massDiagonal /* in: local rows or NULL */,
-                       const int* bRowPointers /* in or NULL */, const int* bColumnIndices /* in or NULL */,
-                       const double* bValues /* in or NULL */, double sigma /* in */, int* below /* out */);
+VQ_MPI_COMM_PAIR(VQ_MpiSturmCount, int n /* in */, int firstRow /* in */, int lastRow /* in */,
+                 const int* kRowPointers /* in */, const int* kColumnIndices /* in */,
+                 const double* kValues /* in */,
+                 const double* massDiagonal /* in: local rows or NULL */,
+                 const int* bRowPointers /* in or NULL */,
+                 const int* bColumnIndices /* in or NULL */, const double* bValues /* in or NULL */,
+                 double sigma /* in */, int* below /* out */);
 
 /* The `requested` eigenvalues of K phi = lambda B phi nearest the shift, by shift-invert
    Lanczos (PARPACK) on the distributed factorisation of K - shift B.
@@ -97,28 +93,17 @@ int VQ_MpiSturmCount_F(MPI_Fint comm /* in */, int n /* in */, int firstRow /* i
    maxIterations -1: 100 x requested. *found: the number delivered. *belowShift: eigenvalues
    below the shift (negative pivots of K - shift B). Returns 0, 1 (partial, -22 recorded) or the
    error code. */
-int VQ_MpiEigenvalueAnalysis_Lanczos(MPI_Comm comm /* in */, int n /* in */, int firstRow /* in */,
-                                     int lastRow /* in */, const int* kRowPointers /* in */,
-                                     const int* kColumnIndices /* in */, const double* kValues /* in */,
-                                     const double* massDiagonal /* in: local rows or NULL */,
-                                     const int* bRowPointers /* in or NULL */,
-                                     const int* bColumnIndices /* in or NULL */,
-                                     const double* bValues /* in or NULL */, int buckling /* in: 0 or 1 */,
-                                     int requested /* in */, double shift /* in */, int maxIterations /* in */,
-                                     int* found /* out */, double* eigenvalues /* out: requested */,
-                                     double* modeShapes /* out: local rows * requested, or NULL */,
-                                     int* belowShift /* out, or NULL */);
-int VQ_MpiEigenvalueAnalysis_Lanczos_F(MPI_Fint comm /* in */, int n /* in */, int firstRow /* in */,
-                                       int lastRow /* in */, const int* kRowPointers /* in */,
-                                       const int* kColumnIndices /* in */, const double* kValues /* in */,
-                                       const double* massDiagonal /* in: local rows or NULL */,
-                                       const int* bRowPointers /* in or NULL */,
-                                       const int* bColumnIndices /* in or NULL */,
-                                       const double* bValues /* in or NULL */, int buckling /* in: 0 or 1 */,
-                                       int requested /* in */, double shift /* in */, int maxIterations /* in */,
-                                       int* found /* out */, double* eigenvalues /* out: requested */,
-                                       double* modeShapes /* out: local rows * requested, or NULL */,
-                                       int* belowShift /* out, or NULL */);
+VQ_MPI_COMM_PAIR(VQ_MpiEigenvalueAnalysis_Lanczos, int n /* in */, int firstRow /* in */,
+                 int lastRow /* in */, const int* kRowPointers /* in */,
+                 const int* kColumnIndices /* in */, const double* kValues /* in */,
+                 const double* massDiagonal /* in: local rows or NULL */,
+                 const int* bRowPointers /* in or NULL */,
+                 const int* bColumnIndices /* in or NULL */, const double* bValues /* in or NULL */,
+                 int buckling /* in: 0 or 1 */, int requested /* in */, double shift /* in */,
+                 int maxIterations /* in */, int* found /* out */,
+                 double* eigenvalues /* out: requested */,
+                 double* modeShapes /* out: local rows * requested, or NULL */,
+                 int* belowShift /* out, or NULL */);
 
 /* y = A x for distributed rows of a symmetric A and distributed slices x, y (local rows each).
    Does not touch the registry except for malformed input (-64, agreed on every process). */
@@ -130,6 +115,8 @@ int VQ_MpiSparseSymmMatrixVectorMultiplication(MPI_Comm comm /* in */, int n /* 
 /* PARDISO's statistics of the last factorisation on this process (iparm[14..18], [21], [22],
    [29], [62] and so on; 64 entries, the same on every process). */
 void VQ_MpiGetLastSolverParameters(int* parameters /* out: 64 */);
+
+#undef VQ_MPI_COMM_PAIR
 
 #ifdef __cplusplus
 }

@@ -507,139 +507,169 @@ void VQ_SparseSolver::EnforceArrayLayout() {
     iparm_[kOutOfCore] = (oocMode_ >= 0 && oocMode_ <= 2) ? oocMode_ : 0;
 }
 
+void VQ_SparseSolver::ResetFactorizationOutcome() {
+  factorValid_ = false;
+  instabilityEquation_ = 0;
+  negativePivots_ = 0;
+  positivePivots_ = 0;
+  pardisoError_ = 0;
+  errorMessage_.clear();
+  warningMessage_.clear();
+
+  smallestPivotRatio_ = 0.0;
+  smallestPivotEquation_ = 0;
+  pivotsKnown_ = false;
+}
+
+PardisoArgs VQ_SparseSolver::OperandArgs() {
+  PardisoArgs args;
+  args.maxfct = maxfct_;
+  args.mnum = mnum_;
+  args.mtype = mtype_;
+  args.n = n_;
+  args.a = values_;
+  args.ia = rowPointers_;
+  args.ja = columnIndices_;
+  args.iparm = iparm_;
+  args.msglvl = msglvl_;
+  return args;
+}
+
+bool VQ_SparseSolver::CheckFactorizationInput() {
+  if (n_ < 1 || !values_ || !rowPointers_ || !columnIndices_) {
+    StoreError(-1);  // input inconsistency: nothing to factor
+    return false;
+  }
+
+  EnforceArrayLayout();
+
+  // An equation without stiffness makes the matrix singular whatever the factorisation would
+  // make of it (PARDISO perturbs the zero pivot and carries on).
+  if (const int equation = judgeSingularity_ ? SingularityCheck::EquationWithoutStiffness(
+                                                   n_, values_, rowPointers_, columnIndices_)
+                                             : 0) {
+    ReportSingular(equation);
+    return false;
+  }
+  return true;
+}
+
+bool VQ_SparseSolver::PreparePermutation() {
+  // PARDISO returns its permutation into this array at every analysis (CallPardiso): the
+  // pivots are put back into the host's equation order with it.
+  if (permutationSize_ != n_) {
+    permutation_.reset(new (std::nothrow) int[n_]);
+    permutationSize_ = permutation_ ? n_ : 0;
+    if (permutation_) std::fill(permutation_.get(), permutation_.get() + n_, 0);
+  }
+  if (!permutation_) {
+    StoreError(-2);
+    return false;
+  }
+  return true;
+}
+
+bool VQ_SparseSolver::AnalyseAndFactor(PardisoArgs& args, bool withAnalysis) {
+  // Every solver writes its own scratch files: its path is published again right before
+  // PARDISO reads it, since other solvers may have published theirs in the meantime.
+  if (iparm_[kOutOfCore] != 0 && !oocPath_.empty())
+    vi::SetEnv("MKL_PARDISO_OOC_PATH", oocPath_.c_str());
+
+  // A factorisation needs an analysis on this handle first.
+  if (!handle_->InUse()) withAnalysis = true;
+
+  if (withAnalysis) {
+    int error = CallPardiso(vi::kAnalysis, args);
+    if (verbose_) {
+      // Composed for the verbose mode and not kept; PARDISO prints its own statistics.
+      std::string report = vi::ComposeAnalysisReport(iparm_, mkl_get_max_threads(), n_, nrhs_, oocMode_);
+      (void)report;
+    }
+    if (error != 0) {
+      StoreError(error);
+      return false;
+    }
+  }
+
+  int error = CallPardiso(vi::kFactor, args);
+  if (verbose_) {
+    std::string report = vi::ComposeFactorizationReport(iparm_, error != 0);
+    (void)report;
+  }
+  if (error != 0) {
+    RecordFactorizationFailure(args, error);
+    return false;
+  }
+  return true;
+}
+
+void VQ_SparseSolver::RecordFactorizationFailure(PardisoArgs& args, int error) {
+  StoreError(error);
+  if (status_ == vi::kSolverZeroPivot) instabilityEquation_ = iparm_[kZeroPivotEquation];
+  // With no equation known yet, a factorisation as positive definite locates the breakdown.
+  if (instabilityEquation_ == 0 && mtype_ == -2) {
+    args.mtype = 2;
+    int retry = CallPardiso(vi::kFactor, args);
+    if (retry != 0) {
+      instabilityEquation_ = iparm_[kZeroPivotEquation];
+      StoreError(retry);
+    }
+  }
+}
+
+void VQ_SparseSolver::RejectIndefinite(PardisoArgs& args) {
+  args.mtype = 2;
+  int retry = CallPardiso(vi::kFactor, args);
+  if (retry != 0) {
+    instabilityEquation_ = iparm_[kZeroPivotEquation];
+    pardisoError_ = retry;
+    errorMessage_ = vi::PardisoErrorMessage(retry);
+  } else {
+    // The positive definite retry went through on a pivot it could not tell from zero:
+    // report the failure with the zero-pivot message all the same.
+    errorMessage_ = vi::PardisoErrorMessage(-4);
+  }
+  status_ = vi::kSolverZeroPivot;
+}
+
+void VQ_SparseSolver::JudgeInertia(PardisoArgs& args) {
+  positivePivots_ = iparm_[kPositivePivots];
+  negativePivots_ = iparm_[kNegativePivots];
+  // PARDISO reports no inertia for the positive definite type; a Cholesky factorisation that
+  // succeeded has n positive pivots.
+  if (mtype_ == 2 && positivePivots_ == 0 && negativePivots_ == 0) positivePivots_ = n_;
+
+  // The library's one rule for a singular matrix; rounding-level pivots of either sign are a
+  // singularity, not an indefinite matrix.
+  if (judgeSingularity_ && !JudgePivots(args)) return;
+
+  if (negativePivots_ > 0) {
+    if (stopIfNotPosDefinite_) {
+      RejectIndefinite(args);
+      return;
+    }
+    if (mtype_ == -2) {
+      warningMessage_ = kPivotingWarning;
+      warningCode_ = -1;
+    }
+  }
+  status_ = 0;
+  factorValid_ = true;
+}
+
 void VQ_SparseSolver::RunFactorizationJob(bool withAnalysis) noexcept {
   try {
-    factorValid_ = false;
-    instabilityEquation_ = 0;
-    negativePivots_ = 0;
-    positivePivots_ = 0;
-    pardisoError_ = 0;
-    errorMessage_.clear();
-    warningMessage_.clear();
+    ResetFactorizationOutcome();
+    if (!CheckFactorizationInput() || !PreparePermutation()) return;
 
-    smallestPivotRatio_ = 0.0;
-    smallestPivotEquation_ = 0;
-    pivotsKnown_ = false;
-
-    if (n_ < 1 || !values_ || !rowPointers_ || !columnIndices_) {
-      StoreError(-1);  // input inconsistency: nothing to factor
-      return;
-    }
-
-    EnforceArrayLayout();
-
-    // An equation without stiffness makes the matrix singular whatever the factorisation would
-    // make of it (PARDISO perturbs the zero pivot and carries on).
-    if (const int equation = judgeSingularity_ ? SingularityCheck::EquationWithoutStiffness(
-                                                     n_, values_, rowPointers_, columnIndices_)
-                                               : 0) {
-      ReportSingular(equation);
-      return;
-    }
-
-    PardisoArgs args;
-    args.maxfct = maxfct_;
-    args.mnum = mnum_;
-    args.mtype = mtype_;
-    args.n = n_;
-    args.a = values_;
-    args.ia = rowPointers_;
-    args.ja = columnIndices_;
+    PardisoArgs args = OperandArgs();
     args.nrhs = std::max(nrhs_, 1);
-    args.iparm = iparm_;
-    args.msglvl = msglvl_;
     double dummy = 0.0;
     args.b = &dummy;  // not read by analysis and factorisation
     args.x = &dummy;
-
-    // PARDISO returns its permutation into this array at every analysis (CallPardiso): the
-    // pivots are put back into the host's equation order with it.
-    if (permutationSize_ != n_) {
-      permutation_.reset(new (std::nothrow) int[n_]);
-      permutationSize_ = permutation_ ? n_ : 0;
-      if (permutation_) std::fill(permutation_.get(), permutation_.get() + n_, 0);
-    }
-    if (!permutation_) {
-      StoreError(-2);
-      return;
-    }
     args.perm = permutation_.get();
 
-    // Every solver writes its own scratch files: its path is published again right before
-    // PARDISO reads it, since other solvers may have published theirs in the meantime.
-    if (iparm_[kOutOfCore] != 0 && !oocPath_.empty())
-      vi::SetEnv("MKL_PARDISO_OOC_PATH", oocPath_.c_str());
-
-    // A factorisation needs an analysis on this handle first.
-    if (!handle_->InUse()) withAnalysis = true;
-
-    if (withAnalysis) {
-      int error = CallPardiso(vi::kAnalysis, args);
-      if (verbose_) {
-        // Composed for the verbose mode and not kept; PARDISO prints its own statistics.
-        std::string report = vi::ComposeAnalysisReport(iparm_, mkl_get_max_threads(), n_, nrhs_, oocMode_);
-        (void)report;
-      }
-      if (error != 0) {
-        StoreError(error);
-        return;
-      }
-    }
-
-    int error = CallPardiso(vi::kFactor, args);
-    if (verbose_) {
-      std::string report = vi::ComposeFactorizationReport(iparm_, error != 0);
-      (void)report;
-    }
-
-    if (error != 0) {
-      StoreError(error);
-      if (status_ == vi::kSolverZeroPivot) instabilityEquation_ = iparm_[kZeroPivotEquation];
-      // With no equation known yet, a factorisation as positive definite locates the breakdown.
-      if (instabilityEquation_ == 0 && mtype_ == -2) {
-        args.mtype = 2;
-        int retry = CallPardiso(vi::kFactor, args);
-        if (retry != 0) {
-          instabilityEquation_ = iparm_[kZeroPivotEquation];
-          StoreError(retry);
-        }
-      }
-      return;
-    }
-
-    positivePivots_ = iparm_[kPositivePivots];
-    negativePivots_ = iparm_[kNegativePivots];
-    // PARDISO reports no inertia for the positive definite type; a Cholesky factorisation that
-    // succeeded has n positive pivots.
-    if (mtype_ == 2 && positivePivots_ == 0 && negativePivots_ == 0) positivePivots_ = n_;
-
-    // The library's one rule for a singular matrix; rounding-level pivots of either sign are a
-    // singularity, not an indefinite matrix.
-    if (judgeSingularity_ && !JudgePivots(args)) return;
-
-    if (negativePivots_ > 0) {
-      if (stopIfNotPosDefinite_) {
-        args.mtype = 2;
-        int retry = CallPardiso(vi::kFactor, args);
-        if (retry != 0) {
-          instabilityEquation_ = iparm_[kZeroPivotEquation];
-          pardisoError_ = retry;
-          errorMessage_ = vi::PardisoErrorMessage(retry);
-        } else {
-          // The positive definite retry went through on a pivot it could not tell from zero:
-          // report the failure with the zero-pivot message all the same.
-          errorMessage_ = vi::PardisoErrorMessage(-4);
-        }
-        status_ = vi::kSolverZeroPivot;
-        return;
-      }
-      if (mtype_ == -2) {
-        warningMessage_ = kPivotingWarning;
-        warningCode_ = -1;
-      }
-    }
-    status_ = 0;
-    factorValid_ = true;
+    if (AnalyseAndFactor(args, withAnalysis)) JudgeInertia(args);
   } catch (const std::bad_alloc&) {
     StoreError(-2);
   } catch (...) {
@@ -703,18 +733,9 @@ int VQ_SparseSolver::SolveForLoadCase(int k) {
     if (iparm_[kOutOfCore] != 0 && !oocPath_.empty())
       vi::SetEnv("MKL_PARDISO_OOC_PATH", oocPath_.c_str());
 
-    PardisoArgs args;
-    args.maxfct = maxfct_;
-    args.mnum = mnum_;
-    args.mtype = mtype_;
-    args.n = n_;
-    args.a = values_;
-    args.ia = rowPointers_;
-    args.ja = columnIndices_;
+    PardisoArgs args = OperandArgs();
     args.perm = (iparm_[kPermutation] != 0) ? permutation_.get() : nullptr;
     args.nrhs = count;
-    args.iparm = iparm_;
-    args.msglvl = msglvl_;
     args.b = b;
     args.x = x;
     int error = CallPardiso(vi::kSolve, args);

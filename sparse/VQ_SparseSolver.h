@@ -195,6 +195,17 @@ class VQ_SparseSolver {
   void CreateHandle();
   void CopyConfiguration(const VQ_SparseSolver& other);
   void RunFactorizationJob(bool withAnalysis) noexcept;
+  // The steps of a factorisation job; those returning bool return false when the job ends there
+  // with its status recorded.
+  void ResetFactorizationOutcome();
+  bool CheckFactorizationInput();
+  bool PreparePermutation();
+  bool AnalyseAndFactor(vqmath::internal::PardisoArgs& args, bool withAnalysis);
+  void RecordFactorizationFailure(vqmath::internal::PardisoArgs& args, int error);
+  void JudgeInertia(vqmath::internal::PardisoArgs& args);
+  void RejectIndefinite(vqmath::internal::PardisoArgs& args);
+  // PARDISO's arguments for this solver's operands (matrix type, order, arrays, parameters).
+  vqmath::internal::PardisoArgs OperandArgs();
   void EnforceArrayLayout();
   void StoreError(int pardisoError);
   void SetSolutionInPlace(bool inPlace);

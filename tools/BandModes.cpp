@@ -3,15 +3,15 @@
 // proof of each slice (VQ_GetBandSlices) and, with --residual, the residual mode's row.
 #include "BandModes.h"
 
-#include "Library.h"
-#include "MatrixMarketInput.h"
-#include "Output.h"
-
 #include <cfloat>
 #include <chrono>
 #include <cmath>
 #include <tuple>
 
+#include "EigenReport.h"
+#include "Library.h"
+#include "MatrixMarketInput.h"
+#include "Output.h"
 #include "vqmath.h"
 
 namespace vqsolve {
@@ -23,193 +23,258 @@ constexpr double kTwoPi = 6.283185307179586;
 double EigenvalueOfHertz(double f) { return (kTwoPi * f) * (kTwoPi * f); }
 
 struct Slice {
-    double lower, upper, shift;
-    int below, belowUpper, belowShift, found;
+  double lower, upper, shift;
+  int below, belowUpper, belowShift, found;
 };
+
+// The band asked for, in eigenvalues, and its description for the report.
+struct Band {
+  double lower = 0.0, upper = 0.0;
+  std::string text;
+};
+
+Band ReadBand(const CommandLine& line) {
+  if (line.Has("--band") && line.Has("--band-eig"))
+    throw UsageError("vqsolve modes: give either --band (Hz) or --band-eig (eigenvalues)");
+  Band band;
+  if (line.Has("--band")) {
+    double f1 = 0.0, f2 = 0.0;
+    std::tie(f1, f2) = line.Interval("--band");
+    band.lower = f1 <= 0.0 ? -DBL_MAX : EigenvalueOfHertz(f1);
+    band.upper = EigenvalueOfHertz(f2);
+    band.text = Format("%.6g Hz <= f <= %.6g Hz", f1, f2);
+  } else {
+    std::tie(band.lower, band.upper) = line.Interval("--band-eig");
+    band.text = Format("%.6g <= eigenvalue <= %.6g", band.lower, band.upper);
+  }
+  return band;
+}
+
+// What the band search found, with its proof and the residual mode.
+struct BandResult {
+  int bandCount = 0, found = 0;
+  std::vector<double> values, vectors;
+  std::vector<Slice> slices;
+  bool proven = true;
+  std::vector<double> ratios;
+  bool haveResidual = false;
+  double residualLambda = 0.0, residualFraction = 0.0;
+  double solveSeconds = 0.0, totalSeconds = 0.0;
+};
+
+// Every mode in the band by the library's band search (at most cap of them).
+void SolveBand(const BandInput& input, const Band& band, int cap, Progress& progress,
+               BandResult& r) {
+  const Pencil& pencil = *input.pencil;
+  const int n = pencil.N();
+  const auto& k = *pencil.k;
+  r.values.assign(static_cast<size_t>(cap), 0.0);
+  r.vectors.assign(static_cast<size_t>(n) * cap, 0.0);
+  const auto start = std::chrono::steady_clock::now();
+  progress.Status("band search: factorising K - sigma M and solving the slices");
+  const int code =
+      pencil.b ? VQ_EigenvalueAnalysis_Band2(
+                     n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                     pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
+                     pencil.b->values.data(), band.lower, band.upper, cap, &r.bandCount, &r.found,
+                     r.values.data(), r.vectors.data(), input.workingDirectory.c_str())
+               : VQ_EigenvalueAnalysis_Band(
+                     n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
+                     pencil.diagonal->data(), band.lower, band.upper, cap, &r.bandCount, &r.found,
+                     r.values.data(), r.vectors.data(), input.workingDirectory.c_str());
+  const Registry registry = ReadRegistry();
+  r.solveSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  progress.Clear();
+  if (code == -90)
+    throw SolverError(code, Format("%s: the band holds %d modes, more than --max-modes %d",
+                                   registry.message.c_str(), r.bandCount, cap));
+  if (code != 0)
+    throw SolverError(code, registry.message.empty() ? ErrorText(code) : registry.message,
+                      registry.instabilityDof);
+  r.values.resize(r.found);
+  r.vectors.resize(static_cast<size_t>(n) * r.found);
+}
+
+// The slices of the last band search with their Sturm counts (VQ_GetBandSlices).
+std::vector<Slice> ReadSlices() {
+  std::vector<Slice> slices(static_cast<size_t>(VQ_GetBandSlices(0, nullptr, nullptr)));
+  if (!slices.empty()) {
+    std::vector<double> b(3 * slices.size());
+    std::vector<int> c(4 * slices.size());
+    VQ_GetBandSlices(static_cast<int>(slices.size()), b.data(), c.data());
+    for (size_t i = 0; i < slices.size(); ++i)
+      slices[i] = {b[3 * i],     b[3 * i + 1], b[3 * i + 2], c[4 * i],
+                   c[4 * i + 1], c[4 * i + 2], c[4 * i + 3]};
+  }
+  return slices;
+}
+
+// The residual mode, which completes the effective mass of the direction.
+void ComputeResidualMode(const BandInput& input, BandResult& r) {
+  const Pencil& pencil = *input.pencil;
+  const int n = pencil.N();
+  const auto& k = *pencil.k;
+  std::vector<double> mode(n);
+  const int rc = pencil.b
+                     ? VQ_ResidualMode2(n, k.rowPointers.data(), k.columnIndices.data(),
+                                        k.values.data(), pencil.b->rowPointers.data(),
+                                        pencil.b->columnIndices.data(), pencil.b->values.data(),
+                                        r.found, r.vectors.data(), input.direction->data(),
+                                        mode.data(), &r.residualLambda, &r.residualFraction)
+                     : VQ_ResidualMode(n, k.rowPointers.data(), k.columnIndices.data(),
+                                       k.values.data(), pencil.diagonal->data(), r.found,
+                                       r.vectors.data(), input.direction->data(), mode.data(),
+                                       &r.residualLambda, &r.residualFraction);
+  const Registry registry = ReadRegistry();
+  if (rc != 0)
+    throw SolverError(rc, registry.message.empty() ? ErrorText(rc) : registry.message,
+                      registry.instabilityDof);
+  r.haveResidual = true;
+}
+
+Json SlicesJson(const std::vector<Slice>& slices) {
+  Json sturm = Json::Array();
+  for (const Slice& s : slices) {
+    Json one = Json::Object();
+    one.Set("lower", s.lower);
+    one.Set("upper", s.upper);
+    one.Set("shift", s.shift);
+    one.Set("eigenvaluesBelowLower", s.below);
+    one.Set("eigenvaluesBelowUpper", s.belowUpper);
+    one.Set("eigenvaluesBelowShift", s.belowShift);
+    one.Set("found", s.found);
+    sturm.Push(one);
+  }
+  return sturm;
+}
+
+Json BandJson(const BandInput& input, const Band& band, const BandResult& r) {
+  Json doc = Json::Object();
+  doc.Set("command", "modes");
+  doc.Set("method", "band");
+  doc.Set("stiffness", input.kName);
+  doc.Set("mass", input.mName);
+  doc.Set("lumpedMass", input.pencil->diagonal != nullptr);
+  doc.Set("equations", input.pencil->N());
+  doc.Set("lower", band.lower);
+  doc.Set("upper", band.upper);
+  doc.Set("bandCount", r.bandCount);
+  doc.Set("found", r.found);
+  doc.Set("modes", ModesJson(r.values, r.ratios));
+  doc.Set("eigenvalues", Json::Numbers(r.values));
+  doc.Set("massDirection", input.directionName);
+  if (r.haveResidual) {
+    Json residual = Json::Object();
+    residual.Set("eigenvalue", r.residualLambda);
+    residual.Set("frequency", Hertz(r.residualLambda));
+    residual.Set("effectiveMassRatio", r.residualFraction);
+    residual.Set("cumulativeMassRatio",
+                 (r.ratios.empty() ? 0.0 : r.ratios.back()) + r.residualFraction);
+    doc.Set("residualMode", residual);
+  }
+  doc.Set("slices", SlicesJson(r.slices));
+  doc.Set("proven", r.proven);
+  Json seconds = Json::Object();
+  seconds.Set("solve", r.solveSeconds);
+  seconds.Set("total", r.totalSeconds);
+  doc.Set("seconds", seconds);
+  doc.Set("threads", input.threads);
+  return doc;
+}
+
+// The modes of the band and, with --residual, the residual mode's row.
+std::string BandTable(const BandResult& r) {
+  TextTable table(ModeColumns(!r.ratios.empty()));
+  for (int m = 0; m < r.found; ++m) {
+    std::vector<std::string> row = ModeRow(std::to_string(m + 1), r.values[m]);
+    if (!r.ratios.empty()) row.push_back(Format("%.2f", 100.0 * r.ratios[m]));
+    table.AddRow(row);
+  }
+  if (r.haveResidual) {
+    std::vector<std::string> row = ModeRow("residual", r.residualLambda);
+    if (!r.ratios.empty())
+      row.push_back(Format("%.2f", 100.0 * (r.ratios.back() + r.residualFraction)));
+    table.AddRow(row);
+  }
+  return (r.found > 0 || r.haveResidual) ? table.Render(2) + "\n" : std::string();
+}
+
+// The Sturm proof: every slice's counts at its ends and the modes found in it.
+std::string ProofText(const BandResult& r) {
+  std::string text = "  Sturm proof  (negative pivots of K - sigma M at each slice's ends)\n";
+  TextTable proof({{"slice"},
+                   {"from"},
+                   {"to"},
+                   {"shift"},
+                   {"below from"},
+                   {"below to"},
+                   {"in slice"},
+                   {"found"}});
+  for (size_t i = 0; i < r.slices.size(); ++i) {
+    const Slice& s = r.slices[i];
+    proof.AddRow({std::to_string(i + 1), Format("%.8e", s.lower), Format("%.8e", s.upper),
+                  Format("%.8e", s.shift), std::to_string(s.below), std::to_string(s.belowUpper),
+                  std::to_string(s.belowUpper - s.below), std::to_string(s.found)});
+  }
+  if (!r.slices.empty()) text += proof.Render(4) + "\n";
+  text += Format(
+      "  %s\n", r.proven
+                    ? Format("proven: %d modes in the band, %d found", r.bandCount, r.found).c_str()
+                    : "NOT proven: a slice holds fewer modes than its counts");
+  return text;
+}
+
+std::string BandText(const BandInput& input, const Band& band, const BandResult& r) {
+  const auto& k = *input.pencil->k;
+  std::string text = "vqsolve modes\n";
+  text +=
+      Format("  K       %s: %d equations, %d stored entries\n", input.kName.c_str(), k.n, k.Nnz());
+  if (!input.description.empty()) text += Format("          %s\n", input.description.c_str());
+  text += Format("  M       %s\n", input.mName.c_str());
+  text +=
+      Format("  band    %s: %d mode%s (Sturm counts), %d found in %s\n", band.text.c_str(),
+             r.bandCount, r.bandCount == 1 ? "" : "s", r.found, Seconds(r.solveSeconds).c_str());
+  text += "\n";
+  text += BandTable(r);
+  if (!r.ratios.empty()) text += "  effective mass along: " + input.directionName + "\n";
+  text += ProofText(r);
+  text += Format("  time         band %s, total %s\n", Seconds(r.solveSeconds).c_str(),
+                 Seconds(r.totalSeconds).c_str());
+  return text;
+}
 
 }  // namespace
 
-std::vector<OptionInfo> BandOptionSpecs()
-{
-    return {
-        {"--band", "F1,F2", "every mode with F1 <= f <= F2 [Hz] (F1 = 0: from the bottom, rigid-body modes included)"},
-        {"--band-eig", "A,B", "every mode with A <= eigenvalue <= B"},
-        {"--max-modes", "N", "with a band: the most modes to take (default 2000)"},
-        {"--residual", "", "with a band: add the residual (missing-mass) mode of the effective-mass direction"},
-    };
+std::vector<OptionInfo> BandOptionSpecs() {
+  return {
+      {"--band", "F1,F2",
+       "every mode with F1 <= f <= F2 [Hz] (F1 = 0: from the bottom, rigid-body modes included)"},
+      {"--band-eig", "A,B", "every mode with A <= eigenvalue <= B"},
+      {"--max-modes", "N", "with a band: the most modes to take (default 2000)"},
+      {"--residual", "",
+       "with a band: add the residual (missing-mass) mode of the effective-mass direction"},
+  };
 }
 
 bool BandRequested(const CommandLine& line) { return line.Has("--band") || line.Has("--band-eig"); }
 
 int RunBandModes(const CommandLine& line, const CommonOptions& common, const BandInput& input,
-                 Progress& progress)
-{
-    if (line.Has("--band") && line.Has("--band-eig"))
-        throw UsageError("vqsolve modes: give either --band (Hz) or --band-eig (eigenvalues)");
-    double lower = 0.0, upper = 0.0;
-    std::string bandText;
-    if (line.Has("--band")) {
-        double f1 = 0.0, f2 = 0.0;
-        std::tie(f1, f2) = line.Interval("--band");
-        lower = f1 <= 0.0 ? -DBL_MAX : EigenvalueOfHertz(f1);
-        upper = EigenvalueOfHertz(f2);
-        bandText = Format("%.6g Hz <= f <= %.6g Hz", f1, f2);
-    } else {
-        std::tie(lower, upper) = line.Interval("--band-eig");
-        bandText = Format("%.6g <= eigenvalue <= %.6g", lower, upper);
-    }
-    const int cap = line.Integer("--max-modes", 2000, 1, 1000000);
-    const Pencil& pencil = *input.pencil;
-    const int n = pencil.N();
-    const auto& k = *pencil.k;
-    std::vector<double> values(static_cast<size_t>(cap)), vectors(static_cast<size_t>(n) * cap);
-    int bandCount = 0, found = 0;
-    const auto start = std::chrono::steady_clock::now();
-    progress.Status("band search: factorising K - sigma M and solving the slices");
-    const int code =
-        pencil.b ? VQ_EigenvalueAnalysis_Band2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                               pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
-                                               pencil.b->values.data(), lower, upper, cap, &bandCount, &found,
-                                               values.data(), vectors.data(), input.workingDirectory.c_str())
-                 : VQ_EigenvalueAnalysis_Band(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                              pencil.diagonal->data(), lower, upper, cap, &bandCount, &found,
-                                              values.data(), vectors.data(), input.workingDirectory.c_str());
-    const Registry registry = ReadRegistry();
-    const double solveSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    progress.Clear();
-    if (code == -90)
-        throw SolverError(code, Format("%s: the band holds %d modes, more than --max-modes %d", registry.message.c_str(),
-                                       bandCount, cap));
-    if (code != 0) throw SolverError(code, registry.message.empty() ? ErrorText(code) : registry.message,
-                                     registry.instabilityDof);
-    values.resize(found);
-    vectors.resize(static_cast<size_t>(n) * found);
-
-    std::vector<Slice> slices(static_cast<size_t>(VQ_GetBandSlices(0, nullptr, nullptr)));
-    if (!slices.empty()) {
-        std::vector<double> b(3 * slices.size());
-        std::vector<int> c(4 * slices.size());
-        VQ_GetBandSlices(static_cast<int>(slices.size()), b.data(), c.data());
-        for (size_t i = 0; i < slices.size(); ++i)
-            slices[i] = {b[3 * i], b[3 * i + 1], b[3 * i + 2], c[4 * i], c[4 * i + 1], c[4 * i + 2], c[4 * i + 3]};
-    }
-    bool proven = true;
-    for (const Slice& s : slices) proven = proven && s.found == s.belowUpper - s.below;
-
-    std::vector<double> ratios =
-        found > 0 ? CumulativeMassRatios(pencil.b, pencil.diagonal, *input.direction, vectors, found)
-                  : std::vector<double>();
-    // The residual mode completes the effective mass of the direction.
-    bool haveResidual = false;
-    double residualLambda = 0.0, residualFraction = 0.0;
-    if (line.Has("--residual")) {
-        std::vector<double> mode(n);
-        const int rc =
-            pencil.b ? VQ_ResidualMode2(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                        pencil.b->rowPointers.data(), pencil.b->columnIndices.data(),
-                                        pencil.b->values.data(), found, vectors.data(), input.direction->data(),
-                                        mode.data(), &residualLambda, &residualFraction)
-                     : VQ_ResidualMode(n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                       pencil.diagonal->data(), found, vectors.data(), input.direction->data(),
-                                       mode.data(), &residualLambda, &residualFraction);
-        const Registry r = ReadRegistry();
-        if (rc != 0) throw SolverError(rc, r.message.empty() ? ErrorText(rc) : r.message, r.instabilityDof);
-        haveResidual = true;
-    }
-    const double totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-
-    Json doc = Json::Object();
-    doc.Set("command", "modes");
-    doc.Set("method", "band");
-    doc.Set("stiffness", input.kName);
-    doc.Set("mass", input.mName);
-    doc.Set("lumpedMass", pencil.diagonal != nullptr);
-    doc.Set("equations", n);
-    doc.Set("lower", lower);
-    doc.Set("upper", upper);
-    doc.Set("bandCount", bandCount);
-    doc.Set("found", found);
-    Json modes = Json::Array();
-    for (int m = 0; m < found; ++m) {
-        Json one = Json::Object();
-        one.Set("mode", m + 1);
-        one.Set("eigenvalue", values[m]);
-        one.Set("omega", Omega(values[m]));
-        one.Set("frequency", Hertz(values[m]));
-        one.Set("period", Period(values[m]));
-        if (m < static_cast<int>(ratios.size())) one.Set("cumulativeMassRatio", ratios[m]);
-        modes.Push(one);
-    }
-    doc.Set("modes", modes);
-    doc.Set("eigenvalues", Json::Numbers(values));
-    doc.Set("massDirection", input.directionName);
-    if (haveResidual) {
-        Json r = Json::Object();
-        r.Set("eigenvalue", residualLambda);
-        r.Set("frequency", Hertz(residualLambda));
-        r.Set("effectiveMassRatio", residualFraction);
-        r.Set("cumulativeMassRatio", (ratios.empty() ? 0.0 : ratios.back()) + residualFraction);
-        doc.Set("residualMode", r);
-    }
-    Json sturm = Json::Array();
-    for (const Slice& s : slices) {
-        Json one = Json::Object();
-        one.Set("lower", s.lower);
-        one.Set("upper", s.upper);
-        one.Set("shift", s.shift);
-        one.Set("eigenvaluesBelowLower", s.below);
-        one.Set("eigenvaluesBelowUpper", s.belowUpper);
-        one.Set("eigenvaluesBelowShift", s.belowShift);
-        one.Set("found", s.found);
-        sturm.Push(one);
-    }
-    doc.Set("slices", sturm);
-    doc.Set("proven", proven);
-    Json seconds = Json::Object();
-    seconds.Set("solve", solveSeconds);
-    seconds.Set("total", totalSeconds);
-    doc.Set("seconds", seconds);
-    doc.Set("threads", input.threads);
-
-    std::string text = "vqsolve modes\n";
-    text += Format("  K       %s: %d equations, %d stored entries\n", input.kName.c_str(), n, k.Nnz());
-    if (!input.description.empty()) text += Format("          %s\n", input.description.c_str());
-    text += Format("  M       %s\n", input.mName.c_str());
-    text += Format("  band    %s: %d mode%s (Sturm counts), %d found in %s\n", bandText.c_str(), bandCount,
-                   bandCount == 1 ? "" : "s", found, Seconds(solveSeconds).c_str());
-    text += "\n";
-    std::vector<TextTable::Column> columns = {{"mode"}, {"eigenvalue"}, {"omega [rad/s]"}, {"f [Hz]"}, {"T [s]"}};
-    if (!ratios.empty()) columns.push_back({"cum. mass [%]"});
-    TextTable table(columns);
-    for (int m = 0; m < found; ++m) {
-        std::vector<std::string> row = {std::to_string(m + 1), Format("%.10e", values[m]), Number(Omega(values[m]), 8),
-                                        Number(Hertz(values[m]), 8), Number(Period(values[m]), 6)};
-        if (!ratios.empty()) row.push_back(Format("%.2f", 100.0 * ratios[m]));
-        table.AddRow(row);
-    }
-    if (haveResidual) {
-        std::vector<std::string> row = {"residual", Format("%.10e", residualLambda), Number(Omega(residualLambda), 8),
-                                        Number(Hertz(residualLambda), 8), Number(Period(residualLambda), 6)};
-        if (!ratios.empty())
-            row.push_back(Format("%.2f", 100.0 * (ratios.back() + residualFraction)));
-        table.AddRow(row);
-    }
-    if (found > 0 || haveResidual) text += table.Render(2) + "\n";
-    if (!ratios.empty()) text += "  effective mass along: " + input.directionName + "\n";
-    text += "  Sturm proof  (negative pivots of K - sigma M at each slice's ends)\n";
-    TextTable proof({{"slice"}, {"from"}, {"to"}, {"shift"}, {"below from"}, {"below to"}, {"in slice"}, {"found"}});
-    for (size_t i = 0; i < slices.size(); ++i) {
-        const Slice& s = slices[i];
-        proof.AddRow({std::to_string(i + 1), Format("%.8e", s.lower), Format("%.8e", s.upper), Format("%.8e", s.shift),
-                      std::to_string(s.below), std::to_string(s.belowUpper), std::to_string(s.belowUpper - s.below),
-                      std::to_string(s.found)});
-    }
-    if (!slices.empty()) text += proof.Render(4) + "\n";
-    text += Format("  %s\n", proven ? Format("proven: %d modes in the band, %d found", bandCount, found).c_str()
-                                    : "NOT proven: a slice holds fewer modes than its counts");
-    text += Format("  time         band %s, total %s\n", Seconds(solveSeconds).c_str(), Seconds(totalSeconds).c_str());
-    Emit(common, doc, text);
-    return proven ? kExitSuccess : kExitPartial;
+                 Progress& progress) {
+  const Band band = ReadBand(line);
+  const int cap = line.Integer("--max-modes", 2000, 1, 1000000);
+  const Pencil& pencil = *input.pencil;
+  const auto start = std::chrono::steady_clock::now();
+  BandResult r;
+  SolveBand(input, band, cap, progress, r);
+  r.slices = ReadSlices();
+  for (const Slice& s : r.slices) r.proven = r.proven && s.found == s.belowUpper - s.below;
+  if (r.found > 0)
+    r.ratios =
+        CumulativeMassRatios(pencil.b, pencil.diagonal, *input.direction, r.vectors, r.found);
+  if (line.Has("--residual")) ComputeResidualMode(input, r);
+  r.totalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  Emit(common, BandJson(input, band, r), BandText(input, band, r));
+  return r.proven ? kExitSuccess : kExitPartial;
 }
 
 }  // namespace vqsolve

@@ -1,12 +1,12 @@
 #pragma once
 // vqsolve modes --band F1,F2 / --band-eig A,B: every mode in a band with the Sturm proof of each
 // slice, and with --residual the residual (missing-mass) mode of the effective-mass direction.
+#include <string>
+#include <vector>
+
 #include "CommandLine.h"
 #include "Commands.h"
 #include "EigenMethods.h"
-
-#include <string>
-#include <vector>
 
 namespace vqsolve {
 
@@ -16,11 +16,11 @@ std::vector<OptionInfo> BandOptionSpecs();
 bool BandRequested(const CommandLine& line);
 
 struct BandInput {
-    const Pencil* pencil = nullptr;
-    const std::vector<double>* direction = nullptr;  // effective-mass direction
-    std::string directionName, kName, mName, description;
-    std::string workingDirectory;
-    int threads = 0;
+  const Pencil* pencil = nullptr;
+  const std::vector<double>* direction = nullptr;  // effective-mass direction
+  std::string directionName, kName, mName, description;
+  std::string workingDirectory;
+  int threads = 0;
 };
 
 // Runs the band search and writes the report; returns the exit code.

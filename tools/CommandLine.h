@@ -11,42 +11,43 @@
 namespace vqsolve {
 
 class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 struct OptionInfo {
-    std::string name;       // "-K", "--ooc", "--json"
-    std::string valueName;  // "FILE", "N"; empty for a flag
-    std::string help;
+  std::string name;       // "-K", "--ooc", "--json"
+  std::string valueName;  // "FILE", "N"; empty for a flag
+  std::string help;
 };
 
 class CommandLine {
-public:
-    // Parses argv[first …] against the options of the command. "--name=value" is accepted for
-    // options with a value; "-h"/"--help" is always known.
-    CommandLine(std::string command, std::vector<OptionInfo> options, int argc, char** argv, int first);
+ public:
+  // Parses argv[first …] against the options of the command. "--name=value" is accepted for
+  // options with a value; "-h"/"--help" is always known.
+  CommandLine(std::string command, std::vector<OptionInfo> options, int argc, char** argv,
+              int first);
 
-    const std::string& Command() const { return command_; }
-    bool Help() const { return help_; }
-    bool Has(const std::string& name) const { return values_.count(name) != 0; }
-    std::string Text(const std::string& name, const std::string& fallback = "") const;
-    int Integer(const std::string& name, int fallback, int min, int max) const;
-    double Real(const std::string& name, double fallback) const;
-    // "a,b" with a < b.
-    std::pair<double, double> Interval(const std::string& name) const;
-    // One of the given words.
-    std::string Choice(const std::string& name, const std::vector<std::string>& choices,
-                       const std::string& fallback) const;
+  const std::string& Command() const { return command_; }
+  bool Help() const { return help_; }
+  bool Has(const std::string& name) const { return values_.count(name) != 0; }
+  std::string Text(const std::string& name, const std::string& fallback = "") const;
+  int Integer(const std::string& name, int fallback, int min, int max) const;
+  double Real(const std::string& name, double fallback) const;
+  // "a,b" with a < b.
+  std::pair<double, double> Interval(const std::string& name) const;
+  // One of the given words.
+  std::string Choice(const std::string& name, const std::vector<std::string>& choices,
+                     const std::string& fallback) const;
 
-    // Usage text listing the options.
-    std::string Usage(const std::string& synopsis) const;
+  // Usage text listing the options.
+  std::string Usage(const std::string& synopsis) const;
 
-private:
-    std::string command_;
-    std::vector<OptionInfo> options_;
-    std::map<std::string, std::string> values_;
-    bool help_ = false;
+ private:
+  std::string command_;
+  std::vector<OptionInfo> options_;
+  std::map<std::string, std::string> values_;
+  bool help_ = false;
 };
 
 }  // namespace vqsolve

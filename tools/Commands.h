@@ -2,22 +2,16 @@
 // The commands of vqsolve and what they share: exit codes, the options every command takes,
 // loading of matrices with progress, and the report frame (table or JSON).
 
+#include <string>
+#include <vector>
+
 #include "CommandLine.h"
+#include "ExitReport.h"
 #include "Output.h"
 #include "Progress.h"
 #include "models/CsrMatrix.h"
 
-#include <string>
-#include <vector>
-
 namespace vqsolve {
-
-enum ExitCode {
-    kExitSuccess = 0,
-    kExitPartial = 1,      // partial results: fewer modes than asked, or a failed Sturm check
-    kExitBadInput = 2,     // usage errors, unreadable or inconsistent files, unavailable methods
-    kExitSolverFailure = 3 // the library reported an error
-};
 
 int StaticCommand(int argc, char** argv, int first);
 int ModesCommand(int argc, char** argv, int first);
@@ -26,11 +20,11 @@ int DemoCommand(int argc, char** argv, int first);
 
 // Options every command takes.
 struct CommonOptions {
-    bool json = false;
-    bool quiet = false;
-    int threads = 0;          // 0: MKL_NUM_THREADS or all processors
-    int outOfCoreMode = 0;
-    std::string workingDirectory;
+  bool json = false;
+  bool quiet = false;
+  int threads = 0;  // 0: MKL_NUM_THREADS or all processors
+  int outOfCoreMode = 0;
+  std::string workingDirectory;
 };
 std::vector<OptionInfo> CommonOptionSpecs();
 CommonOptions ReadCommonOptions(const CommandLine& line);
@@ -42,6 +36,11 @@ Progress MakeProgress(const CommonOptions& options);
 vqmath::models::CsrMatrix LoadMatrix(const std::string& path, Progress& progress);
 // Throws InputError naming both files when the orders differ.
 void CheckSameOrder(const std::string& nameA, int orderA, const std::string& nameB, int orderB);
+
+// |K·x − f| / |f| (|K·x − f| when f is zero) for one load case of K.n entries; *largest receives
+// max |x_i|.
+double RelativeResidual(const vqmath::models::CsrMatrix& k, const double* x, const double* f,
+                        double* largest);
 
 // Writes the report: the JSON document or the text (each ends with a newline).
 void Emit(const CommonOptions& options, const Json& json, const std::string& text);

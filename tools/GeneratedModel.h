@@ -8,30 +8,30 @@
 //   column             a pinned steel column of 20 beam-column elements under unit compression
 //   portal             a clamped portal frame, columns under unit compression
 
-#include "SvgWriter.h"
-#include "models/CsrMatrix.h"
-#include "models/SolidModel.h"
-
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "SvgWriter.h"
+#include "models/CsrMatrix.h"
+#include "models/SolidModel.h"
+
 namespace vqsolve {
 
 struct GeneratedModel {
-    std::string name;         // "solid", "column", "portal"
-    std::string description;  // for the report
-    vqmath::models::CsrMatrix k;
-    vqmath::models::CsrMatrix consistentMass;  // n = 0 unless asked for
-    std::vector<double> lumpedMass;
-    vqmath::models::CsrMatrix kg;              // frames only
-    std::vector<double> load;
-    std::string loadDescription;
-    std::vector<double> direction;             // unit translation for the effective mass
-    std::string directionName;
-    WireMesh mesh;
-    // One entry per equation → x y z per node (0 on fixed dofs; rotations are not drawn).
-    std::function<std::vector<double>(const double*)> toNodes;
+  std::string name;         // "solid", "column", "portal"
+  std::string description;  // for the report
+  vqmath::models::CsrMatrix k;
+  vqmath::models::CsrMatrix consistentMass;  // n = 0 unless asked for
+  std::vector<double> lumpedMass;
+  vqmath::models::CsrMatrix kg;  // frames only
+  std::vector<double> load;
+  std::string loadDescription;
+  std::vector<double> direction;  // unit translation for the effective mass
+  std::string directionName;
+  WireMesh mesh;
+  // One entry per equation → x y z per node (0 on fixed dofs; rotations are not drawn).
+  std::function<std::vector<double>(const double*)> toNodes;
 };
 
 // The clamped bar with close to the given number of equations; ny:nz = 3:2 so that the two

@@ -1,50 +1,16 @@
 #pragma once
-// MatrixMarket files for vqsolve: stiffness, mass and geometric stiffness matrices into the
-// library's sparse layout, load vectors and lumped masses into dense arrays, solutions out.
-//
-// Accepted: "%%MatrixMarket matrix coordinate real|integer symmetric|general" for matrices,
-// and in addition "array real|integer general" for load vectors and lumped masses. '%' comment
-// lines, blank lines and CRLF line ends are accepted. Every malformed input raises InputError
-// with a message of the form "<file>:<line>: <what is wrong>".
+// vqsolve reads and writes its MatrixMarket files with the model library's reader
+// (models/MatrixMarket.h): its names are vqsolve's own.
 
-#include "models/CsrMatrix.h"
-
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "models/MatrixMarket.h"
 
 namespace vqsolve {
 
-// Bad input: a file that is missing or malformed, or arguments that do not fit together.
-class InputError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-// A dense block, column-major (rows × cols).
-struct DenseBlock {
-    int rows = 0;
-    int cols = 0;
-    std::vector<double> values;
-};
-
-// A symmetric matrix as its upper triangle in compressed rows, 1-based, diagonal first in
-// every row (stored as 0.0 when absent), ascending columns after it. Symmetric files may hold
-// either triangle (or both: repeated entries are summed, as they are within a general file).
-// Of a general file, an entry stored in both triangles must agree in both (otherwise the file
-// is rejected as unsymmetric); an entry stored in one triangle only is taken for both.
-vqmath::models::CsrMatrix ReadSymmetricMatrix(const std::string& path);
-
-// A dense block: an array file, or a coordinate file whose entries are scattered into zeros.
-DenseBlock ReadDenseBlock(const std::string& path);
-
-// A lumped mass: a vector file (n × 1 or 1 × n) or the diagonal of a square file that holds no
-// off-diagonal non-zero.
-std::vector<double> ReadDiagonal(const std::string& path);
-
-// Writes a dense block as "%%MatrixMarket matrix array real general" with 17 significant
-// digits; the comment (may be empty) becomes a '%' line. Throws InputError when the file
-// cannot be written.
-void WriteDenseBlock(const std::string& path, const DenseBlock& block, const std::string& comment);
+using vqmath::models::DenseBlock;
+using vqmath::models::InputError;
+using vqmath::models::ReadDenseBlock;
+using vqmath::models::ReadDiagonal;
+using vqmath::models::ReadSymmetricMatrix;
+using vqmath::models::WriteDenseBlock;
 
 }  // namespace vqsolve

@@ -11,54 +11,54 @@ namespace vqsolve {
 // so that a script reads back exactly the double the library produced; NaN and infinities
 // are written as null.
 class Json {
-public:
-    Json() = default;  // null
-    Json(double v);
-    Json(int v);
-    Json(long long v);
-    Json(bool v);
-    Json(const char* v);
-    Json(std::string v);
+ public:
+  Json() = default;  // null
+  Json(double v);
+  Json(int v);
+  Json(long long v);
+  Json(bool v);
+  Json(const char* v);
+  Json(std::string v);
 
-    static Json Object();
-    static Json Array();
-    static Json Numbers(const std::vector<double>& values);
+  static Json Object();
+  static Json Array();
+  static Json Numbers(const std::vector<double>& values);
 
-    // Object member (replaces an existing one of the same key) and array element.
-    Json& Set(const std::string& key, Json value);
-    Json& Push(Json value);
+  // Object member (replaces an existing one of the same key) and array element.
+  Json& Set(const std::string& key, Json value);
+  Json& Push(Json value);
 
-    // Indented text, ending without a newline.
-    std::string Dump(int indent = 2) const;
+  // Indented text, ending without a newline.
+  std::string Dump(int indent = 2) const;
 
-private:
-    enum class Kind { Null, Number, Integer, Bool, String, Array, Object };
-    void Write(std::string& out, int indent, int depth) const;
+ private:
+  enum class Kind { Null, Number, Integer, Bool, String, Array, Object };
+  void Write(std::string& out, int indent, int depth) const;
 
-    Kind kind_ = Kind::Null;
-    double number_ = 0.0;
-    long long integer_ = 0;
-    bool boolean_ = false;
-    std::string string_;
-    std::vector<Json> items_;
-    std::vector<std::string> keys_;
+  Kind kind_ = Kind::Null;
+  double number_ = 0.0;
+  long long integer_ = 0;
+  bool boolean_ = false;
+  std::string string_;
+  std::vector<Json> items_;
+  std::vector<std::string> keys_;
 };
 
 // A table with a header row; columns are right-aligned (numbers) or left-aligned (text).
 class TextTable {
-public:
-    struct Column {
-        std::string header;
-        bool rightAligned = true;
-    };
-    explicit TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
-    void AddRow(std::vector<std::string> cells);
-    // Rows joined by newlines, each line indented by the given number of blanks.
-    std::string Render(int indent = 2) const;
+ public:
+  struct Column {
+    std::string header;
+    bool rightAligned = true;
+  };
+  explicit TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
+  void AddRow(std::vector<std::string> cells);
+  // Rows joined by newlines, each line indented by the given number of blanks.
+  std::string Render(int indent = 2) const;
 
-private:
-    std::vector<Column> columns_;
-    std::vector<std::vector<std::string>> rows_;
+ private:
+  std::vector<Column> columns_;
+  std::vector<std::vector<std::string>> rows_;
 };
 
 // printf-style formatting into a std::string.

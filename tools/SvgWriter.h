@@ -10,15 +10,15 @@
 namespace vqsolve {
 
 struct WireMesh {
-    std::vector<double> coordinates;         // x y z per node
-    std::vector<std::pair<int, int>> edges;  // node pairs, 0-based
-    bool planar = false;                     // a plane model in x-y: seen from the front
+  std::vector<double> coordinates;         // x y z per node
+  std::vector<std::pair<int, int>> edges;  // node pairs, 0-based
+  bool planar = false;                     // a plane model in x-y: seen from the front
 };
 
 struct SvgPanel {
-    std::string title;
-    std::vector<double> displacement;  // x y z per node; empty draws the undeformed mesh only
-    bool modeShape = false;            // a mode: its sign is free and is chosen for drawing
+  std::string title;
+  std::vector<double> displacement;  // x y z per node; empty draws the undeformed mesh only
+  bool modeShape = false;            // a mode: its sign is free and is chosen for drawing
 };
 
 // Edges of the outer surface of a mesh of 8-node hexahedra (8 node numbers per element):

@@ -4,23 +4,23 @@
 // built distributed (each process assembles only its own rows); MatrixMarket files are read by
 // process 0 and their rows sent to the process that owns them.
 
-#include "models/DistributedSolid.h"
-
 #include <mpi.h>
 
 #include <string>
 #include <vector>
 
+#include "models/DistributedSolid.h"
+
 namespace vqsolve_mpi {
 
 struct DistributedProblem {
-    int n = 0;
-    vqmath::models::RowRange rows;
-    vqmath::models::CsrRows k;
-    vqmath::models::CsrRows b;        // geometric stiffness or consistent mass; n = 0 when absent
-    std::vector<double> lumpedMass;   // local slice; empty when absent
-    std::vector<double> load;         // local slice
-    std::string kName, bName, loadName, description;
+  int n = 0;
+  vqmath::models::RowRange rows;
+  vqmath::models::CsrRows k;
+  vqmath::models::CsrRows b;       // geometric stiffness or consistent mass; n = 0 when absent
+  std::vector<double> lumpedMass;  // local slice; empty when absent
+  std::vector<double> load;        // local slice
+  std::string kName, bName, loadName, description;
 };
 
 // "solid:N" (or "solid"): the bar vqsolve generates for N equations, its end-face load, its
