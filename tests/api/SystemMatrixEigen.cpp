@@ -24,10 +24,7 @@ class SystemMatrixEigen : public ::testing::Test {
     model_ = std::make_unique<vqmath::models::SolidModel>(vqmath::models::SolidParameters{6, 2, 2});
     const int n = model_->NumEquations();
     h_ = vqtest::AssembleHandle(*model_);
-    mass_ = VQ_SysVectorCreate(n, 0.0);
-    std::vector<int> all(n);
-    for (int i = 0; i < n; ++i) all[i] = i + 1;
-    VQ_SysVectorScatter(mass_, n, all.data(), model_->LumpedMass().data());
+    mass_ = vqtest::SysVectorOf(model_->LumpedMass().data(), n);
     reference_ = vqtest::DenseEigenvalues(vqtest::FromModel(model_->Stiffness()),
                                           vqtest::DiagonalCsr(model_->LumpedMass()));
   }

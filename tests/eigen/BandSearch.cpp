@@ -19,51 +19,8 @@ namespace {
 using vqtest::Csr;
 using vqtest::EigenProblem;
 
-struct BandRun {
-  int code = 0;
-  int bandCount = -1;
-  int found = -1;
-  std::vector<double> values;
-  std::vector<double> vectors;
-};
-
-// The flat entry point (diagonal or sparse M), arrays sized for maxModes.
-BandRun RunBand(const EigenProblem& e, double lower, double upper, int maxModes) {
-  BandRun r;
-  const int n = e.k.n;
-  r.values.assign(std::max(maxModes, 1), 0.0);
-  r.vectors.assign(static_cast<size_t>(n) * std::max(maxModes, 1), 0.0);
-  if (e.diagonal())
-    r.code = VQ_EigenvalueAnalysis_Band(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                        e.k.values.data(), e.lumped.data(), lower, upper, maxModes,
-                                        &r.bandCount, &r.found, r.values.data(), r.vectors.data(),
-                                        nullptr);
-  else
-    r.code = VQ_EigenvalueAnalysis_Band2(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                         e.k.values.data(), e.mass.rowPointers.data(),
-                                         e.mass.columnIndices.data(), e.mass.values.data(), lower,
-                                         upper, maxModes, &r.bandCount, &r.found, r.values.data(),
-                                         r.vectors.data(), nullptr);
-  return r;
-}
-
-VQ_BandProblem ClassProblem(const EigenProblem& e, double lower, double upper) {
-  VQ_BandProblem p;
-  p.n = e.k.n;
-  p.kRowPointers = e.k.rowPointers.data();
-  p.kColumnIndices = e.k.columnIndices.data();
-  p.kValues = e.k.values.data();
-  if (e.diagonal()) {
-    p.mDiagonal = e.lumped.data();
-  } else {
-    p.mRowPointers = e.mass.rowPointers.data();
-    p.mColumnIndices = e.mass.columnIndices.data();
-    p.mValues = e.mass.values.data();
-  }
-  p.lower = lower;
-  p.upper = upper;
-  return p;
-}
+using vqtest::BandRun;
+using vqtest::RunBand;
 
 std::vector<double> Inside(const std::vector<double>& all, double lower, double upper) {
   std::vector<double> v;
@@ -155,11 +112,11 @@ TEST(BandSlicing, ManySlicesEqualOneSlice) {
   const std::vector<double> ev = vqtest::ReferenceEigenvalues(e);
   double lower = 0.0, upper = 0.0;
   MidpointBand(ev, 0, 49, lower, upper);
-  VQ_BandEigenSolver one(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver one(vqtest::BandProblemOf(e, lower, upper));
   one.Set_SliceSize(100);
   ASSERT_EQ(one.Solve(60), 0);
   EXPECT_EQ(one.Slices().size(), 1u);
-  VQ_BandEigenSolver many(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver many(vqtest::BandProblemOf(e, lower, upper));
   many.Set_SliceSize(6);
   ASSERT_EQ(many.Solve(60), 0);
   EXPECT_GE(many.Slices().size(), 9u);
@@ -188,7 +145,7 @@ TEST(BandSlicing, RepeatedPairsAtSliceBorders) {
   ASSERT_GE(pairs, 3) << "the bar should have repeated bending eigenvalues";
   double lower = 0.0, upper = 0.0;
   MidpointBand(ev, 0, 19, lower, upper);
-  VQ_BandEigenSolver s(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver s(vqtest::BandProblemOf(e, lower, upper));
   s.Set_SliceSize(1);
   ASSERT_EQ(s.Solve(20), 0) << s.GetErrorMessage();
   ASSERT_EQ(s.GetNumFoundEigen(), 20);
