@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -17,12 +16,7 @@ namespace {
 
 using vqtest::Csr;
 
-std::string LastMessage() {
-  char* text = VQ_GetLastErrorMessage();
-  std::string s = text ? text : "";
-  std::free(text);
-  return s;
-}
+std::string LastMessage() { return vqtest::LastError().message; }
 
 // All finite eigenvalues, ascending, from the inverse pencil M phi = mu K phi (K positive
 // definite; massless equations give mu = 0): the accurate form on badly graded pairs.
@@ -46,18 +40,7 @@ std::vector<Pair> RealPairs() {
 
 // A bar of n equations whose consistent mass has a positive diagonal but is indefinite: K =
 // tridiag(-1, 2, -1), M = tridiag(0.8, 1, 0.8) (eigenvalues 1 + 1.6 cos(j pi / (n + 1))).
-Pair IndefiniteMassBar(int n) {
-  std::vector<double> k(static_cast<size_t>(n) * n, 0.0), m(k.size(), 0.0);
-  for (int i = 0; i < n; ++i) {
-    k[i + i * n] = 2.0;
-    m[i + i * n] = 1.0;
-    if (i + 1 < n) {
-      k[i + (i + 1) * n] = k[i + 1 + i * n] = -1.0;
-      m[i + (i + 1) * n] = m[i + 1 + i * n] = 0.8;
-    }
-  }
-  return {"bar", vqtest::CsrFromDense(n, k), vqtest::CsrFromDense(n, m), false};
-}
+Pair IndefiniteMassBar(int n) { return {"bar", vqtest::Tridiagonal(n, 2.0, -1.0), vqtest::Tridiagonal(n, 1.0, 0.8), false}; }
 
 int SturmCount(const Pair& p, double sigma, bool sparseMass, int* count) {
   if (sparseMass || !p.lumped)

@@ -4,7 +4,6 @@
 // products, keyed parameters, vector operations and the empty solution-procedure family.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -62,10 +61,7 @@ TEST_F(SystemMatrixEigen, MethodChosenByKey93) {
     std::vector<double> values(nev), shapes(static_cast<size_t>(model_->NumEquations()) * nev);
     int found = 0;
     int status = VQ_SysMatrixEigen(h_, mass_, nev, &found, values.data(), shapes.data());
-    char* m = VQ_GetLastErrorMessage();
-    std::string message(m);
-    std::free(m);
-    ASSERT_EQ(status, 0) << "code " << code << ": " << message;
+    ASSERT_EQ(status, 0) << "code " << code << ": " << vqtest::LastError().message;
     ASSERT_EQ(found, nev);
     std::sort(values.begin(), values.end());
     for (int q = 0; q < nev; ++q) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <cstdlib>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -186,15 +185,13 @@ TEST(BandSpecialCases, EmptyBandAndCapAndBadBounds) {
       -DBL_MAX, 0.5 * (ev[11] + ev[12]), cap, &bandCount, &found, values.data(), shapes.data(),
       nullptr);
   EXPECT_EQ(code, -90);
-  EXPECT_EQ(VQ_GetLastErrorID(), -90);
+  EXPECT_EQ(vqtest::LastError().code, -90);
   EXPECT_EQ(bandCount, 12);
   EXPECT_EQ(found, 0);
   for (int i = cap; i < cap + 3; ++i) EXPECT_EQ(values[i], -7.0);
   for (size_t i = static_cast<size_t>(n) * cap; i < shapes.size(); ++i) ASSERT_EQ(shapes[i], -7.0);
 
-  char* message = VQ_GetLastErrorMessage();
-  EXPECT_STREQ(message, "More Eigenvalues in the Band than the Caller Can Take");
-  std::free(message);
+  EXPECT_EQ(vqtest::LastError().message, "More Eigenvalues in the Band than the Caller Can Take");
 
   struct Bad { double lower, upper; };
   for (const Bad& b : {Bad{2.0, 1.0}, Bad{0.0, std::numeric_limits<double>::infinity()},

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -237,20 +235,18 @@ TEST(BlockLanczos, BlockSizesMassFormsLimitAndOutOfCoreAgree) {
     }
   }
   vqtest::ScratchDir dir;
-  for (int ooc : {0, 2}) {
-    for (bool verify : {false, true}) {
-      VQ_BlockLanczosEigenSolver s(e.k.n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
-                                   nullptr, nullptr, nullptr, e.lumped.data(),
-                                   VQ_BlockLanczosEigenSolver::kNaturalModes, 20, ooc, -2, dir.Path().c_str());
-      s.Set_BlockSize(8);
-      s.Set_VerifyWithSturmCount(verify);
-      ASSERT_EQ(s.Solve(), 0) << ooc;
-      ASSERT_EQ(s.GetNumFoundEigen(), 20);
-      EXPECT_EQ(s.Get_Factorizations(), verify ? 2 : 1);
-      EXPECT_EQ(s.Get_SturmCount(), verify ? 20 : -1);
-      EXPECT_LE(s.Get_LargestResidual(), 1e-10);
-      for (int i = 0; i < 20; ++i) EXPECT_NEAR(s.GetEigenValue(i + 1), reference[i], 1e-10 * reference[i]);
-    }
+  for (const auto& [ooc, verify] : {std::pair<int, bool>{0, false}, {2, true}}) {
+    VQ_BlockLanczosEigenSolver s(e.k.n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
+                                 nullptr, nullptr, nullptr, e.lumped.data(),
+                                 VQ_BlockLanczosEigenSolver::kNaturalModes, 20, ooc, -2, dir.Path().c_str());
+    s.Set_BlockSize(8);
+    s.Set_VerifyWithSturmCount(verify);
+    ASSERT_EQ(s.Solve(), 0) << ooc;
+    ASSERT_EQ(s.GetNumFoundEigen(), 20);
+    EXPECT_EQ(s.Get_Factorizations(), verify ? 2 : 1);
+    EXPECT_EQ(s.Get_SturmCount(), verify ? 20 : -1);
+    EXPECT_LE(s.Get_LargestResidual(), 1e-10);
+    for (int i = 0; i < 20; ++i) EXPECT_NEAR(s.GetEigenValue(i + 1), reference[i], 1e-10 * reference[i]);
   }
   // The interval limit ends the search at the fifth eigenvalue.
   BlockOptions o;

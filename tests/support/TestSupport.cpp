@@ -158,6 +158,12 @@ std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<dou
   return DenseEigenvalues(k.n, Dense(k), Dense(m), vectors, inverseForm);
 }
 
+std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a) {
+  std::vector<double> w(static_cast<size_t>(n));
+  EXPECT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', n, a.data(), n, w.data()), 0);
+  return w;
+}
+
 double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi,
                      bool byNormOfK) {
   double kNorm = 0.0;  // ||K||_1: largest absolute column sum of the symmetric matrix
@@ -242,6 +248,16 @@ RegistryError LastError() {
   RegistryError e;
   e.code = VQ_GetLastErrorID();
   if (char* m = VQ_GetLastErrorMessage()) {
+    e.message = m;
+    std::free(m);
+  }
+  return e;
+}
+
+RegistryError LastWarning() {
+  RegistryError e;
+  e.code = VQ_GetLastWarningID();
+  if (char* m = VQ_GetLastWarningMessage()) {
     e.message = m;
     std::free(m);
   }

@@ -50,6 +50,9 @@ std::vector<double> DenseEigenvalues(int n, const std::vector<double>& k, const 
 std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors = nullptr,
                                      bool inverseForm = false);
 
+// Eigenvalues (ascending) of a dense symmetric column-major n x n matrix, by dsyev.
+std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a);
+
 // Max over the given modes of ||K phi - lambda M phi|| / ||K phi||, or / (||K||_1 ||phi||) with
 // byNormOfK (meaningful for zero eigenvalues too).
 double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi,
@@ -76,6 +79,8 @@ struct RegistryError {
   std::string message;
 };
 RegistryError LastError();
+// The registry's last warning, likewise.
+RegistryError LastWarning();
 
 // A fresh folder under the system's temporary folder, removed with everything in it at
 // destruction; Path() ends with "/".
