@@ -12,17 +12,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "dense/VQ_Matrix.h"
-#include "dense/VQ_SymMatrix.h"
 #include "models/SolidModel.h"
-#include "sparse/VQ_SparseSymMatrix.h"
 #include "support/ModelsSupport.h"
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"

@@ -2,7 +2,6 @@
 // real structural matrices and generated solids, plus the registry rules of the family.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -19,12 +18,7 @@ using vqtest::Csr;
 
 std::string LastError() { return vqtest::LastError().message; }
 
-std::string LastWarning() {
-  char* m = VQ_GetLastWarningMessage();
-  std::string s(m);
-  std::free(m);
-  return s;
-}
+std::string LastWarning() { return vqtest::LastWarning().message; }
 
 struct Result {
   int code = 0, found = 0;

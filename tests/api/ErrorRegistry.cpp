@@ -1,28 +1,16 @@
 // The registry is what a host reads after every call: exact texts, ownership of the copies and
 // the reset rule.
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "support/TestSupport.h"
 #include "vqmath.h"
 
 namespace {
 
-std::string TakeError() {
-  char* m = VQ_GetLastErrorMessage();
-  std::string s(m);
-  std::free(m);
-  return s;
-}
-
-std::string TakeWarning() {
-  char* m = VQ_GetLastWarningMessage();
-  std::string s(m);
-  std::free(m);
-  return s;
-}
+std::string TakeError() { return vqtest::LastError().message; }
+std::string TakeWarning() { return vqtest::LastWarning().message; }
 
 class ErrorRegistry : public ::testing::Test {
  protected:

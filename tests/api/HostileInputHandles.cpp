@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/ModelsSupport.h"
 #include "support/ReliabilitySupport.h"
 #include "vqmath.h"
 
@@ -20,16 +21,7 @@ using vqtest::GuardedArray;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-std::vector<double> VectorValues(VQ_SysVectorHandle v) {
-  int n = 0;
-  VQ_SysVectorInq(v, &n);
-  std::vector<int> dofs(static_cast<size_t>(n));
-  for (int i = 0; i < n; ++i) dofs[i] = i + 1;
-  std::vector<double> out(static_cast<size_t>(n));
-  VQ_SysVectorGather(v, n, dofs.data(), out.data());
-  return out;
-}
-
+using vqtest::SysVectorValues;
 
 // A 3 x 3 system assembled from one element on equations (1, 2, 3), ready to solve.
 class HostileHandles : public testing::Test {
@@ -57,7 +49,7 @@ class HostileHandles : public testing::Test {
     const vqtest::RegistryError e = vqtest::LastError();
     EXPECT_EQ(e.code, -64);
     EXPECT_EQ(e.message, "ERROR_INVALID_MATRICES: " + problem);
-    EXPECT_EQ(VectorValues(x_), std::vector<double>(3, -8.0));
+    EXPECT_EQ(SysVectorValues(x_), std::vector<double>(3, -8.0));
   }
   VQ_SysMatrixHandle h_ = nullptr;
   VQ_SysVectorHandle rhs_ = nullptr;

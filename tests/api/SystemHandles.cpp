@@ -2,8 +2,8 @@
 // stiffness, the reserved pattern, solutions through the shared harness (single, several
 // right-hand sides on one factorisation, the kept solver of VQ_SysMatrixSolveAdvanced, Resolve),
 // products, keyed parameters, vector operations and the empty solution-procedure family.
+#include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -34,40 +34,11 @@ Csr Rows(VQ_SysMatrixHandle h) {
   return c;
 }
 
-// A handle holding K, assembled entry by entry as two-node "elements" (off-diagonal entries) and
-// diagonal contributions.
-VQ_SysMatrixHandle AssembleFromCsr(const Csr& k) {
-  VQ_SysMatrixHandle h = VQ_SysMatrixBegin();
-  VQ_SysMatrixDef(h, 0, k.n);
-  for (int i = 1; i <= k.n; ++i)
-    for (int p = k.rowPointers[i - 1]; p < k.rowPointers[i] - 1; ++p) {
-      const int dofs[2] = {i, k.columnIndices[p]};
-      VQ_SysMatrixPreAssem(h, 2, dofs);
-    }
-  for (int i = 1; i <= k.n; ++i) {
-    for (int p = k.rowPointers[i - 1]; p < k.rowPointers[i] - 1; ++p) {
-      const int dofs[2] = {i, k.columnIndices[p]};
-      const double packed[3] = {0.0, k.values[p], 0.0};  // local (1,1), (1,2), (2,2)
-      VQ_SysMatrixAssem(h, 2, dofs, packed);
-    }
-    const double d = k.values[k.rowPointers[i - 1] - 1];
-    VQ_SysMatrixAssemDiag(h, 1, &i, &d);
-  }
-  return h;
-}
+using vqtest::SysVectorOf;
 
-VQ_SysVectorHandle VectorOf(const double* v, int n) {
-  VQ_SysVectorHandle h = VQ_SysVectorCreate(n, 0.0);
-  std::vector<int> dofs(n);
-  for (int i = 0; i < n; ++i) dofs[i] = i + 1;
-  VQ_SysVectorScatter(h, n, dofs.data(), v);
-  return h;
-}
-
-void CopyOut(VQ_SysVectorHandle h, double* out, int n) {
-  std::vector<int> dofs(n);
-  for (int i = 0; i < n; ++i) dofs[i] = i + 1;
-  VQ_SysVectorGather(h, n, dofs.data(), out);
+void CopyOut(VQ_SysVectorHandle h, double* out) {
+  const std::vector<double> v = vqtest::SysVectorValues(h);
+  std::copy(v.begin(), v.end(), out);
 }
 
 class SystemHandles : public ::testing::Test {
@@ -117,19 +88,19 @@ class HandleSolver : public vqtest::SolverUnderTest {
   ~HandleSolver() override { VQ_SysMatrixEnd(h_); }
   int Factor(const Csr& k) override {
     n_ = k.n;
-    h_ = AssembleFromCsr(k);
+    h_ = vqtest::HandleFromCsr(k);
     return h_ ? 0 : -1;
   }
   int Solve(int nrhs, double* b, double* x) override {
     std::vector<VQ_SysVectorHandle> rhs(nrhs), sol(nrhs);
     for (int j = 0; j < nrhs; ++j) {
-      rhs[j] = VectorOf(b + static_cast<size_t>(j) * n_, n_);
+      rhs[j] = SysVectorOf(b + static_cast<size_t>(j) * n_, n_);
       sol[j] = x ? VQ_SysVectorBegin() : rhs[j];
     }
     int status = (nrhs == 1) ? VQ_SysMatrixSolve(h_, rhs[0], x ? sol[0] : nullptr)
                              : VQ_SysMatrixSolveMult(h_, nrhs, rhs.data(), sol.data());
     for (int j = 0; j < nrhs; ++j) {
-      CopyOut(sol[j], (x ? x : b) + static_cast<size_t>(j) * n_, n_);
+      CopyOut(sol[j], (x ? x : b) + static_cast<size_t>(j) * n_);
       if (x) VQ_SysVectorEnd(sol[j]);
       VQ_SysVectorEnd(rhs[j]);
     }
@@ -172,13 +143,13 @@ TEST_F(SystemHandles, SolveAdvancedThroughTheHarness) {
 
 TEST_F(SystemHandles, ResolveKeepsAFactorisationPerHandleUntilTheMatrixChanges) {
   const Csr k = vqtest::SolidStiffness(700);
-  VQ_SysMatrixHandle h = AssembleFromCsr(k);
+  VQ_SysMatrixHandle h = vqtest::HandleFromCsr(k);
   const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 1);
-  VQ_SysVectorHandle b = VectorOf(f.data(), k.n), x = VQ_SysVectorBegin();
+  VQ_SysVectorHandle b = SysVectorOf(f.data(), k.n), x = VQ_SysVectorBegin();
   std::vector<double> got(k.n);
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(0, VQ_SysMatrixResolve(h, b, x));
-    CopyOut(x, got.data(), k.n);
+    CopyOut(x, got.data());
     EXPECT_LE(vqtest::RelativeResidual(k, got.data(), f.data(), 1), 1e-10);
     EXPECT_NE(nullptr, h->resolveSolver);
   }
@@ -186,14 +157,12 @@ TEST_F(SystemHandles, ResolveKeepsAFactorisationPerHandleUntilTheMatrixChanges) 
   VQ_SysMatrixSum(h, 1.0, h);
   EXPECT_EQ(nullptr, h->resolveSolver);
   ASSERT_EQ(0, VQ_SysMatrixResolve(h, b, x));
-  CopyOut(x, got.data(), k.n);
+  CopyOut(x, got.data());
   for (double& v : got) v *= 2.0;
   EXPECT_LE(vqtest::RelativeResidual(k, got.data(), f.data(), 1), 1e-10);
   VQ_SysVectorEnd(b);
   VQ_SysVectorEnd(x);
   VQ_SysMatrixEnd(h);
 }
-
-// ---- parameters, vectors, the empty family ---------------------------------------------------
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -24,10 +23,7 @@ class SystemMatrixEigen : public ::testing::Test {
     model_ = std::make_unique<vqmath::models::SolidModel>(vqmath::models::SolidParameters{6, 2, 2});
     const int n = model_->NumEquations();
     h_ = vqtest::AssembleHandle(*model_);
-    mass_ = VQ_SysVectorCreate(n, 0.0);
-    std::vector<int> all(n);
-    for (int i = 0; i < n; ++i) all[i] = i + 1;
-    VQ_SysVectorScatter(mass_, n, all.data(), model_->LumpedMass().data());
+    mass_ = vqtest::SysVectorOf(model_->LumpedMass().data(), n);
     reference_ = vqtest::DenseEigenvalues(vqtest::FromModel(model_->Stiffness()),
                                           vqtest::DiagonalCsr(model_->LumpedMass()));
   }
@@ -65,10 +61,7 @@ TEST_F(SystemMatrixEigen, MethodChosenByKey93) {
     std::vector<double> values(nev), shapes(static_cast<size_t>(model_->NumEquations()) * nev);
     int found = 0;
     int status = VQ_SysMatrixEigen(h_, mass_, nev, &found, values.data(), shapes.data());
-    char* m = VQ_GetLastErrorMessage();
-    std::string message(m);
-    std::free(m);
-    ASSERT_EQ(status, 0) << "code " << code << ": " << message;
+    ASSERT_EQ(status, 0) << "code " << code << ": " << vqtest::LastError().message;
     ASSERT_EQ(found, nev);
     std::sort(values.begin(), values.end());
     for (int q = 0; q < nev; ++q) {

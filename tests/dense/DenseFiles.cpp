@@ -18,7 +18,6 @@ using V = std::vector<double>;
 namespace {
 
 const char kGeneral[] = "%%MatrixMarket matrix coordinate real general \n";
-const char kSymmetric[] = "%%MatrixMarket matrix coordinate real symmetric \n";
 
 // The bytes m.StoreIn_MTX_Format writes (the writers are not virtual: M is the static kind).
 template <class M>

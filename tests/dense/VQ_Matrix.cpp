@@ -5,24 +5,14 @@
 #include <gtest/gtest.h>
 #include <mkl.h>
 
-#include <cmath>
-#include <limits>
-#include <string>
 #include <vector>
 
 #include "dense/VQ_Dense.h"
-#include "sparse/VQ_SparseSymMatrix.h"
 #include "support/DenseSupport.h"
 
 using namespace vqtest;
 namespace MC = MATLIBDLLCOMMONS;
 using V = std::vector<double>;
-
-namespace {
-const char kNoMemoryLine[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n\n";
-const double kInf = std::numeric_limits<double>::infinity();
-
-}  // namespace
 
 // ---- storage and lifecycle
 // -----------------------------------------------------------------------

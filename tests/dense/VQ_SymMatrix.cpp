@@ -3,11 +3,9 @@
 // threshold), products with vectors and construction from a sparse matrix.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <vector>
 
 #include "dense/VQ_Dense.h"
-#include "sparse/VQ_SparseSymMatrix.h"
 #include "support/DenseSupport.h"
 
 using namespace vqtest;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <cstdlib>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -19,51 +18,8 @@ namespace {
 using vqtest::Csr;
 using vqtest::EigenProblem;
 
-struct BandRun {
-  int code = 0;
-  int bandCount = -1;
-  int found = -1;
-  std::vector<double> values;
-  std::vector<double> vectors;
-};
-
-// The flat entry point (diagonal or sparse M), arrays sized for maxModes.
-BandRun RunBand(const EigenProblem& e, double lower, double upper, int maxModes) {
-  BandRun r;
-  const int n = e.k.n;
-  r.values.assign(std::max(maxModes, 1), 0.0);
-  r.vectors.assign(static_cast<size_t>(n) * std::max(maxModes, 1), 0.0);
-  if (e.diagonal())
-    r.code = VQ_EigenvalueAnalysis_Band(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                        e.k.values.data(), e.lumped.data(), lower, upper, maxModes,
-                                        &r.bandCount, &r.found, r.values.data(), r.vectors.data(),
-                                        nullptr);
-  else
-    r.code = VQ_EigenvalueAnalysis_Band2(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                         e.k.values.data(), e.mass.rowPointers.data(),
-                                         e.mass.columnIndices.data(), e.mass.values.data(), lower,
-                                         upper, maxModes, &r.bandCount, &r.found, r.values.data(),
-                                         r.vectors.data(), nullptr);
-  return r;
-}
-
-VQ_BandProblem ClassProblem(const EigenProblem& e, double lower, double upper) {
-  VQ_BandProblem p;
-  p.n = e.k.n;
-  p.kRowPointers = e.k.rowPointers.data();
-  p.kColumnIndices = e.k.columnIndices.data();
-  p.kValues = e.k.values.data();
-  if (e.diagonal()) {
-    p.mDiagonal = e.lumped.data();
-  } else {
-    p.mRowPointers = e.mass.rowPointers.data();
-    p.mColumnIndices = e.mass.columnIndices.data();
-    p.mValues = e.mass.values.data();
-  }
-  p.lower = lower;
-  p.upper = upper;
-  return p;
-}
+using vqtest::BandRun;
+using vqtest::RunBand;
 
 std::vector<double> Inside(const std::vector<double>& all, double lower, double upper) {
   std::vector<double> v;
@@ -155,11 +111,11 @@ TEST(BandSlicing, ManySlicesEqualOneSlice) {
   const std::vector<double> ev = vqtest::ReferenceEigenvalues(e);
   double lower = 0.0, upper = 0.0;
   MidpointBand(ev, 0, 49, lower, upper);
-  VQ_BandEigenSolver one(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver one(vqtest::BandProblemOf(e, lower, upper));
   one.Set_SliceSize(100);
   ASSERT_EQ(one.Solve(60), 0);
   EXPECT_EQ(one.Slices().size(), 1u);
-  VQ_BandEigenSolver many(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver many(vqtest::BandProblemOf(e, lower, upper));
   many.Set_SliceSize(6);
   ASSERT_EQ(many.Solve(60), 0);
   EXPECT_GE(many.Slices().size(), 9u);
@@ -188,7 +144,7 @@ TEST(BandSlicing, RepeatedPairsAtSliceBorders) {
   ASSERT_GE(pairs, 3) << "the bar should have repeated bending eigenvalues";
   double lower = 0.0, upper = 0.0;
   MidpointBand(ev, 0, 19, lower, upper);
-  VQ_BandEigenSolver s(ClassProblem(e, lower, upper));
+  VQ_BandEigenSolver s(vqtest::BandProblemOf(e, lower, upper));
   s.Set_SliceSize(1);
   ASSERT_EQ(s.Solve(20), 0) << s.GetErrorMessage();
   ASSERT_EQ(s.GetNumFoundEigen(), 20);
@@ -229,15 +185,13 @@ TEST(BandSpecialCases, EmptyBandAndCapAndBadBounds) {
       -DBL_MAX, 0.5 * (ev[11] + ev[12]), cap, &bandCount, &found, values.data(), shapes.data(),
       nullptr);
   EXPECT_EQ(code, -90);
-  EXPECT_EQ(VQ_GetLastErrorID(), -90);
+  EXPECT_EQ(vqtest::LastError().code, -90);
   EXPECT_EQ(bandCount, 12);
   EXPECT_EQ(found, 0);
   for (int i = cap; i < cap + 3; ++i) EXPECT_EQ(values[i], -7.0);
   for (size_t i = static_cast<size_t>(n) * cap; i < shapes.size(); ++i) ASSERT_EQ(shapes[i], -7.0);
 
-  char* message = VQ_GetLastErrorMessage();
-  EXPECT_STREQ(message, "More Eigenvalues in the Band than the Caller Can Take");
-  std::free(message);
+  EXPECT_EQ(vqtest::LastError().message, "More Eigenvalues in the Band than the Caller Can Take");
 
   struct Bad { double lower, upper; };
   for (const Bad& b : {Bad{2.0, 1.0}, Bad{0.0, std::numeric_limits<double>::infinity()},

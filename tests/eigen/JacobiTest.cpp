@@ -3,18 +3,14 @@
 // the later index first, failures on non-positive diagonals).
 #include <gtest/gtest.h>
 #include <mkl_cblas.h>
-#include <mkl_lapacke.h>
 
 #include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
 
-#include "dense/VQ_ColVector.h"
-#include "dense/VQ_DiagonalMatrix.h"
-#include "dense/VQ_SymMatrix.h"
-#include "eigen/VQ_EigenSolver.h"
 #include "eigen/internal/GeneralizedJacobi.h"
+#include "support/EigenHarness.h"
 
 namespace {
 
@@ -39,61 +35,27 @@ Dense Pack(int n, const Dense& full) {
   return p;
 }
 
-// max |X' M X - I|.
-double MOrthoError(int n, const Dense& m, const Dense& x) {
-  Dense mx(static_cast<size_t>(n) * n), g(static_cast<size_t>(n) * n);
-  cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1.0, m.data(), n, x.data(), n,
-              0.0, mx.data(), n);
-  cblas_dgemm(CblasColMajor, CblasTrans, CblasNoTrans, n, n, n, 1.0, x.data(), n, mx.data(), n, 0.0,
-              g.data(), n);
-  double e = 0.0;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i)
-      e = std::max(e, std::fabs(g[static_cast<size_t>(j) * n + i] - (i == j ? 1.0 : 0.0)));
-  return e;
-}
-
-// max over modes of ||K x - lambda M x|| / ||K x||.
-double Residual(int n, const Dense& k, const Dense& m, const Dense& x, const Dense& lambda) {
-  double worst = 0.0;
-  Dense kx(n), mx(n);
-  for (int c = 0; c < n; ++c) {
-    const double* xc = &x[static_cast<size_t>(c) * n];
-    cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, k.data(), n, xc, 1, 0.0, kx.data(), 1);
-    cblas_dgemv(CblasColMajor, CblasNoTrans, n, n, 1.0, m.data(), n, xc, 1, 0.0, mx.data(), 1);
-    double r = 0.0, s = 0.0;
-    for (int i = 0; i < n; ++i) {
-      r += std::pow(kx[i] - lambda[c] * mx[i], 2);
-      s += kx[i] * kx[i];
-    }
-    worst = std::max(worst, std::sqrt(r / s));
-  }
-  return worst;
-}
-
 class JacobiAgainstLapack : public ::testing::TestWithParam<int> {};
 
+// Through the eigen harness (dsygv, residuals, M-orthonormality, Sturm count). The sweeps stop
+// after a sweep whose couplings (measured before its rotations) were all below 1e-10 in square,
+// i.e. 1e-5 relative: the eigenvalues are then exact to rounding (second order), the vectors
+// orthonormal to well below that first-order bound.
 TEST_P(JacobiAgainstLapack, EigenvaluesAndMOrthonormalVectors) {
   const int n = GetParam();
   std::mt19937 rng(1000 + n);
+  const vqtest::EigenMethod jacobi = [](const vqtest::EigenProblem& e, int count) {
+    Dense kp = Pack(count, vqtest::Dense(e.k)), mp = Pack(count, vqtest::Dense(e.mass));
+    vqtest::EigenOutcome out{0, Dense(count), Dense(static_cast<size_t>(count) * count)};
+    out.status = vqmath::internal::GeneralizedJacobi(count, kp.data(), mp.data(), out.vectors.data(), out.values.data());
+    return out;
+  };
+  vqtest::EigenCheckOptions o;
+  o.valueTolerance = 1e-10;
   for (int trial = 0; trial < 2; ++trial) {
     const Dense k = RandomSpd(n, rng, 0.5 * n);
     const Dense m = RandomSpd(n, rng, 1.0 + n);
-
-    Dense a = k, b = m, w(n);
-    ASSERT_EQ(0,
-              LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, a.data(), n, b.data(), n, w.data()));
-
-    Dense kp = Pack(n, k), mp = Pack(n, m), x(static_cast<size_t>(n) * n), lambda(n);
-    ASSERT_EQ(
-        0, vqmath::internal::GeneralizedJacobi(n, kp.data(), mp.data(), x.data(), lambda.data()));
-    for (int i = 0; i < n; ++i)
-      EXPECT_NEAR(lambda[i], w[i], 1e-10 * std::fabs(w[i])) << "mode " << i + 1;
-    // The sweeps stop after a sweep whose couplings (measured before its rotations) were all
-    // below 1e-10 in square, i.e. 1e-5 relative: the eigenvalues are then exact to rounding
-    // (second order), the vectors orthonormal to well below that first-order bound.
-    EXPECT_LT(MOrthoError(n, m, x), 1e-6);
-    EXPECT_LT(Residual(n, k, m, x, lambda), 1e-6);
+    vqtest::RunEigenChecks(jacobi, {"random", vqtest::CsrFromDense(n, k), {}, vqtest::CsrFromDense(n, m)}, n, o);
   }
 }
 

@@ -3,13 +3,11 @@
 // results against known spectra.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "models/FrameModel.h"
-#include "support/TestSupport.h"
+#include "support/EigenSupport.h"
 #include "vqmath.h"
 
 namespace {
@@ -18,42 +16,26 @@ using vqtest::Csr;
 
 std::string LastMessage() { return vqtest::LastError().message; }
 
-// K = diag(kd), M = diag(md) (by default K = diag(n…1), M = diag(2): λ_i = i / 2). The entry
-// points take it with M as its diagonal (ARPACK) or in compressed rows (ARPACK2, ARPACK3).
+// K = diag(kd), M = diag(md), given to the entry points with M as its diagonal (ARPACK) or in
+// compressed rows (ARPACK2, ARPACK3).
 struct DiagonalProblem {
-  int n;
-  std::vector<double> kd, md;
-  Csr k, m;
-  explicit DiagonalProblem(int order)
-      : DiagonalProblem(Descending(order), std::vector<double>(order, 2.0)) {}
-  DiagonalProblem(std::vector<double> kd_, std::vector<double> md_)
-      : n(static_cast<int>(kd_.size())),
-        kd(std::move(kd_)),
-        md(std::move(md_)),
-        k(vqtest::DiagonalCsr(kd)),
-        m(vqtest::DiagonalCsr(md)) {}
-  static std::vector<double> Descending(int n) {
-    std::vector<double> v(n);
-    for (int i = 0; i < n; ++i) v[i] = n - i;
-    return v;
-  }
+  vqtest::EigenProblem e;
+  Csr m = e.MassCsr();
   int Arpack(int nev, int mode, int selector, int* found, double* values, double* shapes,
-             double shift, const int* rows = nullptr, int maxIterations = -1) const {
-    return VQ_EigenvalueAnalysis_ARPACK(
-        n, nev, rows ? rows : k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-        md.data(), mode, selector, maxIterations, found, values, shapes, shift, "", 0);
+             double shift, int maxIterations = -1) const {
+    return VQ_EigenvalueAnalysis_ARPACK(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
+                                        e.k.values.data(), e.lumped.data(), mode, selector, maxIterations, found,
+                                        values, shapes, shift, "", 0);
   }
   int Arpack2(int nev, int selector, int* found, double* values, double* shapes) const {
-    return VQ_EigenvalueAnalysis_ARPACK2(n, nev, k.rowPointers.data(), k.columnIndices.data(),
-                                         k.values.data(), m.rowPointers.data(),
-                                         m.columnIndices.data(), m.values.data(), 4, selector, -1,
-                                         found, values, shapes, 0.0, nullptr, 0);
+    return VQ_EigenvalueAnalysis_ARPACK2(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
+                                         e.k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
+                                         m.values.data(), 4, selector, -1, found, values, shapes, 0.0, nullptr, 0);
   }
   int Arpack3(int nev, int block, int* found, double* values) const {
-    return VQ_EigenvalueAnalysis_ARPACK3(n, nev, k.rowPointers.data(), k.columnIndices.data(),
-                                         k.values.data(), m.rowPointers.data(),
-                                         m.columnIndices.data(), m.values.data(), 4, 0, -1, block,
-                                         found, values, nullptr, 0.0, "", 0);
+    return VQ_EigenvalueAnalysis_ARPACK3(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
+                                         e.k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
+                                         m.values.data(), 4, 0, -1, block, found, values, nullptr, 0.0, "", 0);
   }
 };
 
@@ -64,7 +46,10 @@ class LanczosEntryPoints : public ::testing::Test {
 };
 
 TEST_F(LanczosEntryPoints, DiagonalOrSparseMassOnePassOrIncrementalGiveTheSameModes) {
-  const DiagonalProblem d(40);
+  // K = diag(40 … 1) (reversed, so that sorting is exercised), M = 2 I: λ_i = i / 2.
+  std::vector<double> kd(40);
+  for (int i = 0; i < 40; ++i) kd[i] = 40 - i;
+  const DiagonalProblem d{vqtest::DiagonalProblem(kd, std::vector<double>(40, 2.0))};
   const int nev = 9;
   std::vector<double> v1(nev, 9.0), v2(nev, 9.0), v3(nev, 9.0), v4(nev, 9.0);
   std::vector<double> s1(40 * nev), s2(40 * nev), untouched(40 * nev, 42.0);
@@ -122,7 +107,7 @@ TEST_F(LanczosEntryPoints, FrameModelThroughArpack4AndArpack5) {
 }
 
 TEST_F(LanczosEntryPoints, SingularStiffnessRecordsTheInstabilityDof) {
-  const DiagonalProblem d({4.0, 1.0, 3.0, 0.0, 2.0, 6.0}, std::vector<double>(6, 1.0));
+  const DiagonalProblem d{vqtest::DiagonalProblem({4.0, 1.0, 3.0, 0.0, 2.0, 6.0}, std::vector<double>(6, 1.0))};
   VQ_SetSolverMatrixType(2);
   std::vector<double> v(2);
   int found = 0;
@@ -135,10 +120,10 @@ TEST_F(LanczosEntryPoints, PartialResultsReturnOneWithMinus22) {
   // Five separated eigenvalues below a tight cluster; one restart cycle allowed.
   std::vector<double> kd = {1.0, 2.0, 3.0, 4.0, 5.0};
   for (int i = 0; i < 400; ++i) kd.push_back(100.0 + 1e-3 * i);
-  const DiagonalProblem d(kd, std::vector<double>(kd.size(), 1.0));
+  const DiagonalProblem d{vqtest::DiagonalProblem(kd, std::vector<double>(kd.size(), 1.0))};
   std::vector<double> v(40, -1.0);
   int found = 0;
-  EXPECT_EQ(d.Arpack(40, 4, 0, &found, v.data(), nullptr, 0.0, nullptr, 1), 1);
+  EXPECT_EQ(d.Arpack(40, 4, 0, &found, v.data(), nullptr, 0.0, 1), 1);
   EXPECT_EQ(VQ_GetLastErrorID(), -22);
   EXPECT_EQ(LastMessage(), "Not all required EigenValues were found");
   ASSERT_EQ(found, 5);

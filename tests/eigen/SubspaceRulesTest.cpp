@@ -133,15 +133,8 @@ TEST(SubspacePasses, MissedModeIsReportedBySturmCheck) {
 // ---- the rigid-body check
 // -------------------------------------------------------------------------
 
-TEST(SubspaceRigidBody, SingularStiffnessFailsWithInstabilityEquation) {
-  const EigenProblem e = vqtest::SolidProblem(4, 2, 2, false, /*clamped=*/false);
-  const SubspaceRun r = vqtest::RunSubspace(e, 4);
-  EXPECT_EQ(-3, r.status);
-  EXPECT_EQ(0, r.found);
-  EXPECT_GE(r.instabilityDof, 1);
-  EXPECT_LE(r.instabilityDof, e.k.n);
-}
-
+// (A free body without permission fails in the rigid-body check: the eigen base tests and the
+// singular-model table of the entry points.)
 TEST(SubspaceRigidBody, AllowedRigidBodyModesAreFoundWithANegativeShift) {
   const EigenProblem e = vqtest::SolidProblem(4, 2, 2, false, /*clamped=*/false);
   const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);

@@ -4,13 +4,12 @@
 #include "models/BeamColumnElement.h"
 #include "models/CsrMatrix.h"
 #include "models/FrameModel.h"
+#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <mkl.h>
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 using namespace vqmath::models;
 
@@ -18,36 +17,19 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a)
-{
-    std::vector<double> w(static_cast<size_t>(n));
-    EXPECT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', n, a.data(), n, w.data()), 0);
-    return w;
-}
+using vqtest::SymmetricEigenvalues;
 
 // Buckling loads of K·φ = λ·Kg·φ, ascending. Kg is only semi-definite (no axial terms), so the
 // pencil is solved the other way round, Kg·φ = μ·K·φ with K definite, and λ = 1/μ over μ > 0.
 std::vector<double> BucklingLoads(const FrameModel& f)
 {
-    const int n = f.NumEquations();
-    std::vector<double> kg = ToDense(f.GeometricStiffness()), k = ToDense(f.Stiffness());
-    std::vector<double> mu(static_cast<size_t>(n));
-    EXPECT_EQ(LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, kg.data(), n, k.data(), n, mu.data()), 0);
-    const double top = *std::max_element(mu.begin(), mu.end());
-    std::vector<double> lambda;
-    for (double m : mu)
-        if (m > 1e-12 * top) lambda.push_back(1.0 / m);
-    std::sort(lambda.begin(), lambda.end());
-    return lambda;
+    return vqtest::DenseEigenvalues(f.Stiffness(), f.GeometricStiffness(), nullptr, true);
 }
 
 // Circular frequencies of K·φ = ω²·M·φ, ascending.
 std::vector<double> Frequencies(const FrameModel& f)
 {
-    const int n = f.NumEquations();
-    std::vector<double> k = ToDense(f.Stiffness()), m = ToDense(f.Mass());
-    std::vector<double> w(static_cast<size_t>(n));
-    EXPECT_EQ(LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, k.data(), n, m.data(), n, w.data()), 0);
+    std::vector<double> w = vqtest::DenseEigenvalues(f.Stiffness(), f.Mass());
     for (double& x : w) x = std::sqrt(x);
     return w;
 }

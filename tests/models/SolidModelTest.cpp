@@ -31,13 +31,7 @@ SolidParameters Small(bool clamped)
     return p;
 }
 
-// Eigenvalues (ascending) of a dense symmetric matrix.
-std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a)
-{
-    std::vector<double> w(static_cast<size_t>(n));
-    EXPECT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', n, a.data(), n, w.data()), 0);
-    return w;
-}
+using vqtest::SymmetricEigenvalues;
 
 // An irregular but valid hexahedron (perturbed unit cube).
 std::vector<double> DistortedHexahedron()
@@ -124,11 +118,8 @@ TEST_P(SolidSupports, StiffnessIsSymmetricAndDefiniteOnlyWhenClamped)
     EXPECT_EQ(n, 3 * model.NumNodes() - (clamped ? 3 * 3 * 4 : 0));
     ASSERT_EQ(CheckLayout(model.Stiffness()), "");
     const std::vector<double> k = ToDense(model.Stiffness());
-    std::vector<double> chol = k;
-    const int info = LAPACKE_dpotrf(LAPACK_COL_MAJOR, 'U', n, chol.data(), n);
     const std::vector<double> w = SymmetricEigenvalues(n, k);
     if (clamped) {
-        EXPECT_EQ(info, 0);
         EXPECT_GT(w[0], 1e-8 * w.back());
     } else {
         for (int i = 0; i < 6; ++i) EXPECT_LT(std::fabs(w[i]), 1e-10 * w.back()) << "eigenvalue " << i;

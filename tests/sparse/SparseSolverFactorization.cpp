@@ -11,8 +11,8 @@
 #include <mkl_lapacke.h>
 
 #include "sparse/VQ_SparseSolver.h"
-#include "sparse/internal/PardisoWorkspace.h"
 #include "sparse/internal/PivotOrder.h"
+#include "support/EigenSupport.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 
@@ -76,11 +76,11 @@ TEST_F(SparseSolverFactorization, ShiftedChainCountsEigenvaluesBelowTheShift) {
 
 TEST_F(SparseSolverFactorization, ShiftedRealStructureCountsEigenvaluesOfDenseReference) {
   VQTEST_REQUIRE_DATA();
-  Csr k, m;
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstk06.mtx"), k));
-  ASSERT_TRUE(vqtest::ReadMtx(vqtest::DataFile("bcsstm06.mtx"), m));
-  const std::vector<double> lambda = vqtest::DenseEigenvalues(k, m);
-  const std::vector<double> mass = vqtest::Diagonal(m);
+  vqtest::EigenProblem e;
+  ASSERT_TRUE(vqtest::RealProblem("06", e) && e.diagonal());
+  const Csr& k = e.k;
+  const std::vector<double>& mass = e.lumped;
+  const std::vector<double> lambda = vqtest::ReferenceEigenvalues(e);
   for (int below : {1, 5, 30}) {
     SCOPED_TRACE(below);
     const double sigma = 0.5 * (lambda[below - 1] + lambda[below]);

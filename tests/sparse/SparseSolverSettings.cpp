@@ -2,15 +2,12 @@
 // global array, the override list, the record of the last parameter list), the parameters copied
 // back after a factorisation, the error table and its translation, the environment operations,
 // the out-of-core path and the verbose reports.
-#include <cstdlib>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "core/GlobalState.h"
 #include "sparse/VQ_SparseSolver.h"
-#include "sparse/internal/PardisoErrors.h"
-#include "sparse/internal/PardisoReports.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 

@@ -8,8 +8,6 @@
 #include <functional>
 #include <vector>
 
-#include "dense/VQ_DiagonalMatrix.h"
-#include "dense/VQ_Matrix.h"
 #include "sparse/SparseOperators.h"
 #include "sparse/VQ_SparseSymMatrix.h"
 #include "support/SparseSymMatrixSupport.h"

@@ -8,10 +8,7 @@
 #include <tuple>
 #include <vector>
 
-#include "dense/VQ_DiagonalMatrix.h"
-#include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"
-#include "sparse/SharedArray.h"
 #include "support/SparseSymMatrixSupport.h"
 
 using namespace vqtest;
@@ -19,7 +16,6 @@ using namespace vqtest;
 namespace {
 
 const char kInvalidCreation[] = ">>>>>>> Invalid Sparse Matrix Creation !..... <<<<<< \n";
-const char kNoMemory[] = ">>>>>>> Cannot Allocate Memory !..... <<<<<< \n";
 
 struct Entry {
   int i, j;

@@ -26,6 +26,11 @@ struct EigenCheckOptions {
   double residualTolerance = 1e-6;         // max over the modes
   double orthonormalityTolerance = 1e-6;   // max |Phi' M Phi - I|
   bool expectVectors = true;
+  // Eigenvalues compared to valueTolerance * max(|reference|, zeroFloor * |highest reference|):
+  // a free body's zero eigenvalues are held to the elastic ones' absolute accuracy.
+  double zeroFloor = 0.0;
+  bool residualByNormOfK = false;  // residual / (||K||_1 ||phi||) instead of / ||K phi||
+  int first = 0;  // the method delivers eigenvalues first + 1 ... first + count (an interval)
 };
 
 void RunEigenChecks(const EigenMethod& method, const EigenProblem& e, int count,

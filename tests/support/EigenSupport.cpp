@@ -5,12 +5,14 @@
 #include <mkl_lapacke.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <random>
 
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 #include "models/SolidModel.h"
+#include "vqmath.h"
 
 namespace vqtest {
 
@@ -112,6 +114,42 @@ SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& o) 
 
 std::vector<double> ReferenceEigenvalues(const EigenProblem& e) {
   return DenseEigenvalues(e.k, e.MassCsr());
+}
+
+BandRun RunBand(const EigenProblem& e, double lower, double upper, int maxModes) {
+  BandRun r;
+  const int n = e.k.n;
+  const Csr m = e.MassCsr();
+  r.values.assign(std::max(maxModes, 1), 0.0);
+  r.vectors.assign(static_cast<size_t>(n) * std::max(maxModes, 1), 0.0);
+  if (e.diagonal())
+    r.code = VQ_EigenvalueAnalysis_Band(n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
+                                        e.lumped.data(), lower, upper, maxModes, &r.bandCount, &r.found,
+                                        r.values.data(), r.vectors.data(), nullptr);
+  else
+    r.code = VQ_EigenvalueAnalysis_Band2(n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
+                                         m.rowPointers.data(), m.columnIndices.data(), m.values.data(), lower,
+                                         upper, maxModes, &r.bandCount, &r.found, r.values.data(),
+                                         r.vectors.data(), nullptr);
+  return r;
+}
+
+VQ_BandProblem BandProblemOf(const EigenProblem& e, double lower, double upper) {
+  VQ_BandProblem p;
+  p.n = e.k.n;
+  p.kRowPointers = e.k.rowPointers.data();
+  p.kColumnIndices = e.k.columnIndices.data();
+  p.kValues = e.k.values.data();
+  if (e.diagonal()) {
+    p.mDiagonal = e.lumped.data();
+  } else {
+    p.mRowPointers = e.mass.rowPointers.data();
+    p.mColumnIndices = e.mass.columnIndices.data();
+    p.mValues = e.mass.values.data();
+  }
+  p.lower = lower;
+  p.upper = upper;
+  return p;
 }
 
 }  // namespace vqtest

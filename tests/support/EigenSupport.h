@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "eigen/VQ_BandEigenSolver.h"
 #include "support/TestSupport.h"
 
 namespace vqtest {
@@ -57,5 +58,18 @@ SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& opt
 
 // All eigenvalues by dense LAPACK (finite ones, ascending).
 std::vector<double> ReferenceEigenvalues(const EigenProblem& e);
+
+// A run of the band entry point (VQ_EigenvalueAnalysis_Band, _Band2 for a sparse M), arrays
+// sized for maxModes.
+struct BandRun {
+  int code = 0;
+  int bandCount = -1;
+  int found = -1;
+  std::vector<double> values;
+  std::vector<double> vectors;
+};
+BandRun RunBand(const EigenProblem& e, double lower, double upper, int maxModes);
+// The band class's problem over the arrays of e (which must outlive it).
+VQ_BandProblem BandProblemOf(const EigenProblem& e, double lower, double upper);
 
 }  // namespace vqtest

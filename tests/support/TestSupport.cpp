@@ -121,18 +121,19 @@ double RelativeResidual(const Csr& k, const double* x, const double* f, int nrhs
 }
 
 std::vector<double> DenseEigenvalues(int n, const std::vector<double>& k, const std::vector<double>& m,
-                                     std::vector<double>* vectors) {
+                                     std::vector<double>* vectors, bool inverseForm) {
   std::vector<double> a = k, b = m, w(n);
-  lapack_int info = LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, vectors ? 'V' : 'N', 'U', n, a.data(), n,
-                                  b.data(), n, w.data());
+  lapack_int info = inverseForm ? 1
+                                : LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, vectors ? 'V' : 'N', 'U', n, a.data(),
+                                                n, b.data(), n, w.data());
   if (info == 0) {
     if (vectors) *vectors = a;
     return w;
   }
-  // M is not positive definite (massless dofs): solve M phi = mu K phi, lambda = 1 / mu.
+  // M is not positive definite (massless dofs), or asked for: M phi = mu K phi, lambda = 1 / mu.
   a = m;
   b = k;
-  info = LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'V', 'U', n, a.data(), n, b.data(), n, w.data());
+  info = LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, vectors ? 'V' : 'N', 'U', n, a.data(), n, b.data(), n, w.data());
   if (info != 0) return {};
   double mumax = 0.0;
   for (double mu : w) mumax = std::max(mumax, std::fabs(mu));
@@ -153,11 +154,28 @@ std::vector<double> DenseEigenvalues(int n, const std::vector<double>& k, const 
   return lambda;
 }
 
-std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors) {
-  return DenseEigenvalues(k.n, Dense(k), Dense(m), vectors);
+std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors, bool inverseForm) {
+  return DenseEigenvalues(k.n, Dense(k), Dense(m), vectors, inverseForm);
 }
 
-double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi) {
+std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a) {
+  std::vector<double> w(static_cast<size_t>(n));
+  EXPECT_EQ(LAPACKE_dsyev(LAPACK_COL_MAJOR, 'N', 'U', n, a.data(), n, w.data()), 0);
+  return w;
+}
+
+double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi,
+                     bool byNormOfK) {
+  double kNorm = 0.0;  // ||K||_1: largest absolute column sum of the symmetric matrix
+  if (byNormOfK) {
+    std::vector<double> sums(static_cast<size_t>(k.n), 0.0);
+    for (int i = 0; i < k.n; ++i)
+      for (int p = k.rowPointers[i] - 1; p < k.rowPointers[i + 1] - 1; ++p) {
+        sums[i] += std::fabs(k.values[p]);
+        if (k.columnIndices[p] - 1 != i) sums[k.columnIndices[p] - 1] += std::fabs(k.values[p]);
+      }
+    kNorm = *std::max_element(sums.begin(), sums.end());
+  }
   std::vector<double> kp(k.n), mp(k.n);
   double worst = 0.0;
   for (int q = 0; q < nmodes; ++q) {
@@ -168,11 +186,20 @@ double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambd
     for (int i = 0; i < k.n; ++i) {
       double r = kp[i] - lambda[q] * mp[i];
       num += r * r;
-      den += kp[i] * kp[i];
+      den += byNormOfK ? v[i] * v[i] : kp[i] * kp[i];
     }
-    worst = std::max(worst, std::sqrt(num) / (den > 0 ? std::sqrt(den) : 1.0));
+    den = byNormOfK ? kNorm * std::sqrt(den) : std::sqrt(den);
+    worst = std::max(worst, std::sqrt(num) / (den > 0 ? den : 1.0));
   }
   return worst;
+}
+
+double MDot(const Csr& m, const double* a, const double* b) {
+  std::vector<double> mb(m.n);
+  Multiply(m, b, mb.data());
+  double s = 0.0;
+  for (int i = 0; i < m.n; ++i) s += a[i] * mb[i];
+  return s;
 }
 
 double MOrthonormalityError(const Csr& m, int nmodes, const double* phi) {
@@ -221,6 +248,16 @@ RegistryError LastError() {
   RegistryError e;
   e.code = VQ_GetLastErrorID();
   if (char* m = VQ_GetLastErrorMessage()) {
+    e.message = m;
+    std::free(m);
+  }
+  return e;
+}
+
+RegistryError LastWarning() {
+  RegistryError e;
+  e.code = VQ_GetLastWarningID();
+  if (char* m = VQ_GetLastWarningMessage()) {
     e.message = m;
     std::free(m);
   }

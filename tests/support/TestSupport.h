@@ -43,13 +43,22 @@ double RelativeResidual(const Csr& k, const double* x, const double* f, int nrhs
 // Lowest eigenvalues of K phi = lambda M phi by dense LAPACK (dsygv when M is positive
 // definite, otherwise the inverse form M phi = mu K phi with lambda = 1/mu over the finite
 // ones). Returns all finite eigenvalues in ascending order; vectors (column-major, n per mode,
-// M-normalised) on request.
+// M-normalised) on request. inverseForm uses the inverse form from the start (K positive
+// definite): more accurate than dsygv's Cholesky factor of M on badly graded pairs.
 std::vector<double> DenseEigenvalues(int n, const std::vector<double>& k, const std::vector<double>& m,
-                                     std::vector<double>* vectors = nullptr);
-std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors = nullptr);
+                                     std::vector<double>* vectors = nullptr, bool inverseForm = false);
+std::vector<double> DenseEigenvalues(const Csr& k, const Csr& m, std::vector<double>* vectors = nullptr,
+                                     bool inverseForm = false);
 
-// Max over the given modes of ||K phi - lambda M phi|| / ||K phi||.
-double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi);
+// Eigenvalues (ascending) of a dense symmetric column-major n x n matrix, by dsyev.
+std::vector<double> SymmetricEigenvalues(int n, std::vector<double> a);
+
+// Max over the given modes of ||K phi - lambda M phi|| / ||K phi||, or / (||K||_1 ||phi||) with
+// byNormOfK (meaningful for zero eigenvalues too).
+double EigenResidual(const Csr& k, const Csr& m, int nmodes, const double* lambda, const double* phi,
+                     bool byNormOfK = false);
+// a' M b.
+double MDot(const Csr& m, const double* a, const double* b);
 // Max |Phi^T M Phi - I| entry.
 double MOrthonormalityError(const Csr& m, int nmodes, const double* phi);
 
@@ -70,6 +79,8 @@ struct RegistryError {
   std::string message;
 };
 RegistryError LastError();
+// The registry's last warning, likewise.
+RegistryError LastWarning();
 
 // A fresh folder under the system's temporary folder, removed with everything in it at
 // destruction; Path() ends with "/".
