@@ -14,7 +14,16 @@ import scipy.sparse as sp
 import vqmath
 from vqmath import _core
 
-CALLS = 1000
+
+def _under_address_sanitizer():
+    with open("/proc/self/maps") as maps:
+        return "libasan" in maps.read()
+
+
+# Under AddressSanitizer (sanitizer builds preload it) freed memory waits in its quarantine:
+# fewer calls, and resident memory is not compared; reference counts still are.
+ASAN = _under_address_sanitizer()
+CALLS = 200 if ASAN else 1000
 SETTINGS = vqmath.Settings(threads=1, out_of_core=0)
 
 CALL = {
@@ -80,7 +89,7 @@ def test_a_thousand_calls_keep_references_and_memory(tiny, call):
     print(f"{call}: resident memory {grown:+d} kB over {CALLS} calls")
     assert [sys.getrefcount(a) for a in inputs] == refs
     # The model's arrays are ~20 kB: a leak of one of them per call would show as 20 MB.
-    assert grown < 4096
+    assert ASAN or grown < 4096
 
 
 def test_results_own_their_buffers(tiny):
