@@ -6,6 +6,10 @@ load-dependent Ritz vectors or dense LAPACK/Jacobi, every eigen solution checked
 sequence count. Matrices are scipy.sparse matrices of any format or dense numpy arrays; a
 symmetric matrix may be given in full or as one triangle. Results are numpy arrays.
 
+Bad input raises ValueError (values, shapes, sizes beyond the library's 32-bit indices) or
+TypeError (an argument of the wrong kind) before any work; failures of the library raise
+vqmath.Error with its status code.
+
 Examples
 --------
 >>> import vqmath
@@ -105,8 +109,15 @@ class Settings:
         PARDISO's out-of-core mode: 0 in core, 1 out of core when memory runs short, 2 always.
     core_size : int, optional
         Out-of-core memory budget in MB.
-    working_dir : str, optional
+    working_dir : str or os.PathLike, optional
         Folder for work and out-of-core files (default: the system's temporary folder).
+
+    Raises (when the settings are used)
+    ------
+    TypeError
+        A value of the wrong kind (threads, core_size or out_of_core not an integer).
+    ValueError
+        A value out of range (threads or core_size below 1 or beyond 2**31 - 1).
     """
 
     threads: Optional[int] = None
