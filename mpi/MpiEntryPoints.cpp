@@ -55,15 +55,14 @@ struct RowsArg {
 
 // The row ranges (collective, the same verdict everywhere), then each process's own arrays,
 // agreed on. Nothing after a failure here reads the arrays.
-// `missing` names an output argument this process passed as NULL (pointers may differ between
-// processes, so that too is agreed on).
+// `problem` is what this process found wrong with its pointer arguments before (pointers may
+// differ between processes, so that too is agreed on); empty when nothing.
 mi::Outcome CheckInput(MPI_Comm comm, int n, int firstRow, int lastRow, const std::vector<RowsArg>& matrices,
                        const std::vector<std::pair<const char*, const double*>>& slices, long long sliceLength,
-                       const char* missing = nullptr) {
+                       std::string problem = std::string()) {
   const std::string ranges = mi::CheckRowRanges(comm, n, firstRow, lastRow);
   if (!ranges.empty()) return InvalidOutcome(ranges);
   mi::Outcome local;
-  std::string problem = missing ? std::string(missing) + " is NULL" : std::string();
   for (const RowsArg& m : matrices) {
     if (!problem.empty()) break;
     problem = mi::CheckRows(m.name, n, firstRow, lastRow, m.rowPointers, m.columnIndices, m.values);
@@ -97,7 +96,7 @@ int Factor(MPI_Comm comm, int n, int firstRow, int lastRow, const int* rowPointe
   if (matrixType != 2 && matrixType != -2)
     return mi::Record(InvalidOutcome("matrix type " + std::to_string(matrixType) + " is neither 2 nor -2"));
   mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, {{"K", rowPointers, columnIndices, values}}, {}, 0,
-                             factorization ? nullptr : "the factorization argument");
+                             factorization ? "" : "the factorization argument is NULL");
   if (o.Failed()) return mi::Record(o);
 
   std::unique_ptr<VQ_MpiFactorization> f;
@@ -200,27 +199,35 @@ int Lanczos(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowPoin
   if (eigenvalues && requested > 0) std::memset(eigenvalues, 0, sizeof(double) * requested);
   if (found) *found = 0;
   if (belowShift) *belowShift = 0;
-  if (requested < 1 || n < 2) {
+  // Scalar arguments are the same on every process: these verdicts need no exchange.
+  if (requested < 1) {
     mi::Outcome o;
-    ei::ArpackInfoText(requested < 1 ? -2 : -1, o.message);
-    o.code = ei::ArpackInfoStatus(requested < 1 ? -2 : -1);
+    ei::ArpackInfoText(-2, o.message);
+    o.code = ei::ArpackInfoStatus(-2);
     return mi::Record(o);
   }
-  const bool sparseB = bRowPointers != nullptr;
-  if (buckling && !sparseB) return mi::Record(InvalidOutcome("buckling needs the geometric stiffness as rows"));
-  if (!buckling && sparseB == (massDiagonal != nullptr))
-    return mi::Record(InvalidOutcome("give the mass either as a diagonal or as rows"));
   if (!std::isfinite(shift)) return mi::Record(InvalidOutcome("the shift is not a finite number"));
   if (buckling && std::fabs(shift) < kZeroShift) return mi::Record(DriverFailure(ei::kLanczosBucklingWithoutShift));
 
+  // Pointers and the order may differ between processes: judged together with the rows.
+  const bool sparseB = bRowPointers != nullptr;
+  std::string problem;
+  if (buckling && !sparseB) problem = "buckling needs the geometric stiffness as rows";
+  else if (!buckling && sparseB == (massDiagonal != nullptr)) problem = "give the mass either as a diagonal or as rows";
+  else if (!found) problem = "found is NULL";
+  else if (!eigenvalues) problem = "eigenvalues is NULL";
   std::vector<RowsArg> matrices = {{"K", kRowPointers, kColumnIndices, kValues}};
   if (sparseB) matrices.push_back({buckling ? "Kg" : "M", bRowPointers, bColumnIndices, bValues});
   std::vector<std::pair<const char*, const double*>> slices;
-  if (massDiagonal) slices.push_back({"mass diagonal", massDiagonal});
+  if (massDiagonal && !sparseB) slices.push_back({"mass diagonal", massDiagonal});
   const long long rows = static_cast<long long>(lastRow) - firstRow + 1;
-  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, rows,
-                             !found ? "found" : !eigenvalues ? "eigenvalues" : nullptr);
+  mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, rows, problem);
   if (o.Failed()) return mi::Record(o);
+  if (n < 2) {
+    ei::ArpackInfoText(-1, o.message);
+    o.code = ei::ArpackInfoStatus(-1);
+    return mi::Record(o);
+  }
 
   // K − σ·B, its factorisation, and B·x (K·x in buckling mode).
   mi::Outcome local;
@@ -313,15 +320,17 @@ int SturmCount(MPI_Comm comm, int n, int firstRow, int lastRow, const int* kRowP
                const double* bValues, double sigma, int* below) {
   VQ_ResetGlobalErrorsAndWarnings();
   if (below) *below = 0;
-  const bool sparseB = bRowPointers != nullptr;
-  if (sparseB == (massDiagonal != nullptr)) return mi::Record(InvalidOutcome("give B either as a diagonal or as rows"));
   if (!std::isfinite(sigma)) return mi::Record(InvalidOutcome("the shift is not a finite number"));
+  const bool sparseB = bRowPointers != nullptr;
+  std::string problem;
+  if (sparseB == (massDiagonal != nullptr)) problem = "give B either as a diagonal or as rows";
+  else if (!below) problem = "below is NULL";
   std::vector<RowsArg> matrices = {{"K", kRowPointers, kColumnIndices, kValues}};
   if (sparseB) matrices.push_back({"B", bRowPointers, bColumnIndices, bValues});
   std::vector<std::pair<const char*, const double*>> slices;
-  if (massDiagonal) slices.push_back({"mass diagonal", massDiagonal});
+  if (massDiagonal && !sparseB) slices.push_back({"mass diagonal", massDiagonal});
   mi::Outcome o = CheckInput(comm, n, firstRow, lastRow, matrices, slices, static_cast<long long>(lastRow) - firstRow + 1,
-                             below ? nullptr : "below");
+                             problem);
   if (o.Failed()) return mi::Record(o);
   mi::Outcome local;
   mi::LocalRows shifted;
@@ -471,8 +480,17 @@ int VQ_MpiSparseSymmMatrixVectorMultiplication(MPI_Comm comm, int n, int firstRo
     if (!y) local = InvalidOutcome("process " + std::to_string(mi::RankOf(comm)) + ": y: the array is missing (NULL)");
     o = mi::Agree(comm, local);
     if (o.Failed()) return mi::Record(o);
-    mi::DistributedProduct product(comm, n, firstRow, lastRow, rowPointers, columnIndices, values);
-    product.Apply(x, y);
+    // The product's buffers (two of order n) agreed on before the collective product.
+    std::unique_ptr<mi::DistributedProduct> product;
+    try {
+      product = std::make_unique<mi::DistributedProduct>(comm, n, firstRow, lastRow, rowPointers, columnIndices,
+                                                         values);
+    } catch (const std::bad_alloc&) {
+      local = NoMemory();
+    }
+    o = mi::Agree(comm, local);
+    if (o.Failed()) return mi::Record(o);
+    product->Apply(x, y);
     return 0;
   });
 }

@@ -26,12 +26,16 @@ Breakdown LocateBreakdown(MPI_Comm comm, int n, int firstRow, int lastRow, const
   MPI_Gather(&rows, 1, MPI_INT, rowCounts.data(), 1, MPI_INT, 0, comm);
   MPI_Gather(&nnz, 1, MPI_INT, nnzCounts.data(), 1, MPI_INT, 0, comm);
   // Row lengths rather than pointers: they concatenate without adjustment.
-  std::vector<int> lengths(static_cast<size_t>(rows));
-  for (int r = 0; r < rows; ++r) lengths[r] = rowPointers[r + 1] - rowPointers[r];
-  std::vector<int> allLengths, columns, rowDisp, nnzDisp;
+  std::vector<int> lengths, allLengths, columns, rowDisp, nnzDisp;
   std::vector<double> allValues;
   int ok = 1;
-  if (rank == 0) {
+  try {
+    lengths.resize(static_cast<size_t>(rows));
+    for (int r = 0; r < rows; ++r) lengths[r] = rowPointers[r + 1] - rowPointers[r];
+  } catch (const std::bad_alloc&) {
+    ok = 0;
+  }
+  if (rank == 0 && ok) {
     try {
       allLengths.resize(static_cast<size_t>(n));
       columns.resize(static_cast<size_t>(total));
@@ -46,7 +50,8 @@ Breakdown LocateBreakdown(MPI_Comm comm, int n, int firstRow, int lastRow, const
       ok = 0;
     }
   }
-  MPI_Bcast(&ok, 1, MPI_INT, 0, comm);
+  // Any process short of memory: nothing is gathered, the breakdown stays unlocated.
+  MPI_Allreduce(MPI_IN_PLACE, &ok, 1, MPI_INT, MPI_MIN, comm);
   if (!ok) return b;
   MPI_Gatherv(lengths.data(), rows, MPI_INT, allLengths.data(), rowCounts.data(), rowDisp.data(), MPI_INT, 0, comm);
   MPI_Gatherv(columnIndices, nnz, MPI_INT, columns.data(), nnzCounts.data(), nnzDisp.data(), MPI_INT, 0, comm);

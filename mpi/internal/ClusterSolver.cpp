@@ -7,6 +7,7 @@
 #include <mkl_cluster_sparse_solver.h>
 
 #include <climits>
+#include <memory>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -127,19 +128,21 @@ Outcome ClusterSolver::ProbeSingularity(int matrixType) {
   const int rows = LocalRows();
   int ok = 1;
   std::vector<double> z, b, y;
+  std::unique_ptr<DistributedProduct> product;
   try {
     z.resize(static_cast<size_t>(rows));
     b.resize(z.size());
     y.resize(z.size());
     // Not a multiple of any rigid-body motion: varies from equation to equation.
     for (int r = 0; r < rows; ++r) z[r] = 1.0 + static_cast<double>((first_ + r) * 7919LL % 1009) / 1009.0;
-    DistributedProduct product(comm_, n_, first_, last_, ia_, ja_, a_);
-    product.Apply(z.data(), b.data());
+    product = std::make_unique<DistributedProduct>(comm_, n_, first_, last_, ia_, ja_, a_);
   } catch (const std::bad_alloc&) {
     ok = 0;
   }
+  // Agreed before the product, which is collective.
   MPI_Allreduce(MPI_IN_PLACE, &ok, 1, MPI_INT, MPI_MIN, comm_);
   if (!ok) return Outcome();  // nothing to probe with: the factorisation stands
+  product->Apply(z.data(), b.data());
   if (Solve(1, b.data(), y.data()).Failed()) return JudgePerturbedPivots(matrixType);
   double sums[2] = {0.0, 0.0};
   for (int r = 0; r < rows; ++r) {

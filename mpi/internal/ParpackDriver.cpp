@@ -39,13 +39,28 @@ ArpackResult Run(MPI_Comm comm, const ParpackRequest& request, eigen_internal::S
   const std::size_t un = static_cast<std::size_t>(std::max(nloc, 0));
   const std::size_t uncv = static_cast<std::size_t>(std::max(ncv, 0));
 
-  std::vector<double> resid(std::max<std::size_t>(un, 1), 0.0);
-  std::vector<double> v(std::max<std::size_t>(un * uncv, 1), 0.0);
-  std::vector<double> workd(std::max<std::size_t>(3 * un, 1), 0.0);
+  // Every array of the iteration and of the extraction, allocated before the first collective
+  // step and agreed on: a process that runs out of memory later would leave the others waiting.
   const int lworkl = ncv * (ncv + 8);
-  std::vector<double> workl(std::max(lworkl, 1), 0.0);
-  std::vector<int> select(std::max<std::size_t>(uncv, 1), 0);
-  std::vector<double> scratch(std::max<std::size_t>(un, 1), 0.0);
+  const int capacityMost = std::max(nev, ncv);
+  const int rvec = request.wantVectors ? 1 : 0;
+  std::vector<double> resid, v, workd, workl, scratch, d, z;
+  std::vector<int> select;
+  int ok = 1;
+  try {
+    resid.assign(std::max<std::size_t>(un, 1), 0.0);
+    v.assign(std::max<std::size_t>(un * uncv, 1), 0.0);
+    workd.assign(std::max<std::size_t>(3 * un, 1), 0.0);
+    workl.assign(std::max(lworkl, 1), 0.0);
+    select.assign(std::max<std::size_t>(uncv, 1), 0);
+    scratch.assign(std::max<std::size_t>(un, 1), 0.0);
+    d.assign(static_cast<std::size_t>(std::max(capacityMost, 1)), 0.0);
+    if (request.wantVectors) z.assign(std::max<std::size_t>(un * capacityMost, 1), 0.0);
+  } catch (const std::bad_alloc&) {
+    ok = 0;
+  }
+  MPI_Allreduce(MPI_IN_PLACE, &ok, 1, MPI_INT, MPI_MIN, comm);
+  if (!ok) return ArpackResult::kOutOfMemory;
   int iparam[11] = {};
   int ipntr[11] = {};
   iparam[0] = 1;
@@ -89,10 +104,6 @@ ArpackResult Run(MPI_Comm comm, const ParpackRequest& request, eigen_internal::S
     }
   }
   const int capacity = std::max(nev, std::min(std::max(out.nconv, 0), ncv));
-  std::vector<double> d(static_cast<std::size_t>(std::max(capacity, 1)), 0.0);
-  std::vector<double> z;
-  const int rvec = request.wantVectors ? 1 : 0;
-  if (request.wantVectors) z.assign(std::max<std::size_t>(un * capacity, 1), 0.0);
   const char howmny[] = "A";
   double sigma = request.sigma;
   int eupdInfo = 0;

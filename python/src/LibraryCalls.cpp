@@ -112,6 +112,26 @@ Outcome SturmCount(const UpperCsr& k, const UpperCsr& b, double sigma, const Cal
 #endif
 }
 
+Outcome Band(const UpperCsr& k, const UpperCsr& m, double lower, double upper, int maxModes,
+             double* values, double* vectors, int* bandCount, const CallSettings& settings)
+{
+    ScopedSettings scope(settings);
+    int found = 0;
+    *bandCount = 0;
+    const int code =
+        m.IsDiagonal()
+            ? VQ_EigenvalueAnalysis_Band(k.n, k.rowPointers.data(), k.columnIndices.data(),
+                                         k.values.data(), m.Diagonal().data(), lower, upper, maxModes,
+                                         bandCount, &found, values, vectors, Directory(settings))
+            : VQ_EigenvalueAnalysis_Band2(k.n, k.rowPointers.data(), k.columnIndices.data(),
+                                          k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
+                                          m.values.data(), lower, upper, maxModes, bandCount, &found,
+                                          values, vectors, Directory(settings));
+    Outcome o = ReadRegistry(code);
+    o.found = code == 0 ? std::max(0, std::min(found, maxModes)) : 0;
+    return o;
+}
+
 bool EffectiveMassAvailable()
 {
 #if defined(VQPY_HAVE_VQ_EffectiveMass) && defined(VQPY_HAVE_VQ_EffectiveMass2)

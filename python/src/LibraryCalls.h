@@ -68,6 +68,13 @@ struct EigenCall {
 Outcome Eigen(const EigenCall& call, const UpperCsr& k, const UpperCsr& b, double* values,
               double* vectors, const CallSettings& settings);
 
+// Every eigenpair with lower <= lambda <= upper by the library's band search (Sturm counts at
+// both ends, slices solved by shift-invert Lanczos). values hold maxModes doubles, vectors
+// n * maxModes (column-major) or null. *bandCount is the proven number of eigenvalues in the
+// band, also when it exceeds maxModes (code -90, nothing else written).
+Outcome Band(const UpperCsr& k, const UpperCsr& m, double lower, double upper, int maxModes,
+             double* values, double* vectors, int* bandCount, const CallSettings& settings);
+
 // Number of eigenvalues of K phi = lambda B phi below sigma: the negative pivots of K - sigma B.
 Outcome SturmCount(const UpperCsr& k, const UpperCsr& b, double sigma, const CallSettings& settings,
                    int* count);

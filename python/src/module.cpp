@@ -221,6 +221,29 @@ PYBIND11_MODULE(_core, m)
           py::arg("buckling"), py::arg("want_vectors"), py::arg("load"), py::arg("load_is_force"),
           py::arg("settings"));
 
+    m.def("band",
+          [](const UpperCsr& k, const UpperCsr& b, double lower, double upper, int maxModes,
+             bool wantVectors, const CallSettings& s) {
+              if (b.n != k.n) throw InputError("the two matrices differ in order");
+              if (maxModes < 1) throw InputError("max_modes must be at least 1");
+              py::array_t<double> values(maxModes);
+              std::fill(values.mutable_data(), values.mutable_data() + maxModes, 0.0);
+              py::object vectors = py::none();
+              double* pv = nullptr;
+              if (wantVectors) {
+                  py::array_t<double> v = ColumnMajor(k.n, maxModes);
+                  pv = v.mutable_data();
+                  vectors = v;
+              }
+              double* pe = values.mutable_data();
+              int count = 0;
+              const Outcome o =
+                  Unlocked([&] { return Band(k, b, lower, upper, maxModes, pe, pv, &count, s); });
+              return py::make_tuple(values, vectors, count, o);
+          },
+          py::arg("k"), py::arg("b"), py::arg("lower"), py::arg("upper"), py::arg("max_modes"),
+          py::arg("want_vectors"), py::arg("settings"));
+
     m.def("sturm_count",
           [](const UpperCsr& k, const UpperCsr& b, double sigma, const CallSettings& s) {
               if (b.n != k.n) throw InputError("the two matrices differ in order");

@@ -6,6 +6,10 @@ load-dependent Ritz vectors or dense LAPACK/Jacobi, every eigen solution checked
 sequence count. Matrices are scipy.sparse matrices of any format or dense numpy arrays; a
 symmetric matrix may be given in full or as one triangle. Results are numpy arrays.
 
+Bad input raises ValueError (values, shapes, sizes beyond the library's 32-bit indices) or
+TypeError (an argument of the wrong kind) before any work; failures of the library raise
+vqmath.Error with its status code.
+
 Examples
 --------
 >>> import vqmath
@@ -16,6 +20,7 @@ Examples
 from __future__ import annotations
 
 import math
+import operator
 import os
 import sys
 import tempfile
@@ -44,6 +49,8 @@ __all__ = [
 #: Methods of :func:`modes` and :func:`buckling`.
 METHODS = ("lanczos", "subspace", "feast", "ritz", "lapack", "jacobi", "block")
 _DENSE_LIMIT = {"lapack": 6000, "jacobi": 600}
+# Doubles of mode shapes band() allocates before it knows how many modes the band holds.
+_SHAPES_BUDGET = 4_000_000
 #: Largest |a_ij - a_ji| accepted, relative to the largest |a_ij|, when both triangles are given.
 SYMMETRY_TOLERANCE = 1e-10
 
@@ -102,8 +109,15 @@ class Settings:
         PARDISO's out-of-core mode: 0 in core, 1 out of core when memory runs short, 2 always.
     core_size : int, optional
         Out-of-core memory budget in MB.
-    working_dir : str, optional
+    working_dir : str or os.PathLike, optional
         Folder for work and out-of-core files (default: the system's temporary folder).
+
+    Raises (when the settings are used)
+    ------
+    TypeError
+        A value of the wrong kind (threads, core_size or out_of_core not an integer).
+    ValueError
+        A value out of range (threads or core_size below 1 or beyond 2**31 - 1).
     """
 
     threads: Optional[int] = None
@@ -112,19 +126,21 @@ class Settings:
     working_dir: Optional[str] = None
 
     def _native(self) -> "_core.CallSettings":
-        if self.out_of_core not in (0, 1, 2):
+        out_of_core = _integer(self.out_of_core, "out_of_core")
+        if out_of_core not in (0, 1, 2):
             raise ValueError("out_of_core must be 0, 1 or 2")
         s = _core.CallSettings()
         if self.threads is not None:
-            if int(self.threads) < 1:
-                raise ValueError("threads must be at least 1")
-            s.threads = int(self.threads)
+            s.threads = _integer(self.threads, "threads", 1)
         if self.core_size is not None:
-            if int(self.core_size) < 1:
-                raise ValueError("core_size must be at least 1 (MB)")
-            s.core_size = int(self.core_size)
-        s.out_of_core = int(self.out_of_core)
-        folder = self.working_dir or tempfile.gettempdir()
+            s.core_size = _integer(self.core_size, "core_size", 1)
+        s.out_of_core = out_of_core
+        folder = tempfile.gettempdir() if self.working_dir is None else self.working_dir
+        if not isinstance(folder, (str, os.PathLike)):
+            raise TypeError("working_dir must be a path")
+        folder = os.fspath(folder)
+        if not isinstance(folder, str) or not folder or "\0" in folder:
+            raise ValueError("working_dir must be a non-empty path without NUL characters")
         s.working_directory = folder if folder.endswith("/") else folder + "/"
         return s
 
@@ -191,10 +207,56 @@ def _settings(settings: Optional[Settings]) -> "_core.CallSettings":
     return settings._native()
 
 
+#: Largest order and number of stored entries the library's 32-bit indices can address.
+_MAX_INDEX = 2**31 - 2
+
+
+def _integer(value, name: str, lowest: Optional[int] = None, highest: int = 2**31 - 1) -> int:
+    """An integer argument (Python or numpy integer) within [lowest, highest]."""
+    if isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"{name} must be an integer, got {value!r}")
+    try:
+        value = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name} must be an integer, got {type(value).__name__}") from None
+    if lowest is not None and value < lowest:
+        raise ValueError(f"{name} must be at least {lowest}")
+    if value > highest:
+        raise ValueError(f"{name} must be at most {highest}")
+    return value
+
+
+def _real(value, name: str, finite: bool = True) -> float:
+    """A real scalar argument; finite unless told otherwise."""
+    if value is None or isinstance(value, (str, bytes, complex, np.complexfloating)):
+        raise TypeError(f"{name} must be a real number, got {type(value).__name__}")
+    try:
+        value = float(value)
+    except (TypeError, ValueError):
+        raise TypeError(f"{name} must be a real number, got {type(value).__name__}") from None
+    if finite and not math.isfinite(value):
+        raise ValueError(f"{name} must be finite")
+    return value
+
+
 def _values(data, name: str) -> np.ndarray:
     if np.iscomplexobj(data):
         raise ValueError(f"{name} is complex; vqmath works on real matrices")
-    return np.ascontiguousarray(data, dtype=np.float64)
+    try:
+        return np.ascontiguousarray(data, dtype=np.float64)
+    except (TypeError, ValueError):
+        raise ValueError(f"{name} must hold real numbers") from None
+
+
+def _real_vector(data, name: str, n: int) -> np.ndarray:
+    """A 1-D array of n finite reals, contiguous float64 (checked before any copy)."""
+    a = np.asarray(data)
+    if a.shape != (n,):
+        raise ValueError(f"{name} must hold {n} values, got shape {a.shape}")
+    a = _values(a, name)
+    if not np.all(np.isfinite(a)):
+        raise ValueError(f"{name} holds values that are not finite")
+    return a
 
 
 def _indices(a, name: str) -> np.ndarray:
@@ -241,6 +303,9 @@ def as_matrix(A, name: str = "matrix") -> Matrix:
             n = A.shape[0]
             if n == 0:
                 raise ValueError(f"{name} is empty")
+            if n > _MAX_INDEX:
+                raise ValueError(f"{name}: the matrix is too large for the library's 32-bit "
+                                 f"indices: order {n} exceeds {_MAX_INDEX}")
             fmt = A.format
             if fmt not in ("csr", "csc", "coo"):
                 warnings.warn(f"{name}: {fmt.upper()} format converted to COO first",
@@ -252,6 +317,11 @@ def as_matrix(A, name: str = "matrix") -> Matrix:
                 first, second = _indices(A.row, name), _indices(A.col, name)
             else:
                 first, second = _indices(A.indptr, name), _indices(A.indices, name)
+                if first.shape != (n + 1,):
+                    raise ValueError(f"{name}: the index pointers must hold {n + 1} entries")
+                if not 0 <= first[-1] <= min(len(data), len(second)):
+                    raise ValueError(f"{name}: the index pointers do not match the "
+                                     f"{len(data)} stored entries")
                 if len(data) != first[-1]:
                     data = data[: first[-1]]
                     second = second[: first[-1]]
@@ -266,20 +336,29 @@ def as_matrix(A, name: str = "matrix") -> Matrix:
         raise ValueError(f"{name}: {e}") from None
 
 
-def _as_second(B, name: str) -> Matrix:
+def _as_second(B, name: str, n: Optional[int] = None) -> Matrix:
     """M or Kg: a matrix, or a 1-D array holding a diagonal (lumped mass)."""
     if not isinstance(B, Matrix) and not hasattr(B, "format"):
         b = np.asarray(B)
         if b.ndim == 1:
-            if np.iscomplexobj(b) or not np.all(np.isfinite(b)):
+            if n is not None and b.shape[0] != n:
+                raise ValueError(f"K is {n} x {n} but {name} is {b.shape[0]} x {b.shape[0]}")
+            if b.shape[0] == 0:
+                raise ValueError(f"{name}: the diagonal is empty")
+            if b.shape[0] > _MAX_INDEX:
+                raise ValueError(f"{name}: the diagonal is too long for the library's 32-bit indices")
+            if np.iscomplexobj(b):
                 raise ValueError(f"{name}: the diagonal must hold finite real numbers")
-            return _core.from_diagonal(np.ascontiguousarray(b, dtype=np.float64))
+            b = _values(b, name)
+            if not np.all(np.isfinite(b)):
+                raise ValueError(f"{name}: the diagonal must hold finite real numbers")
+            return _core.from_diagonal(b)
     return as_matrix(B, name)
 
 
 def _pencil(K, M, second: str) -> Tuple[Matrix, Matrix]:
     Km = as_matrix(K, "K")
-    Mm = _as_second(M, second)
+    Mm = _as_second(M, second, Km.n)
     if Mm.n != Km.n:
         raise ValueError(f"K is {Km.n} x {Km.n} but {second} is {Mm.n} x {Mm.n}")
     return Km, Mm
@@ -336,7 +415,12 @@ def solve(K, F, *, definite: bool = True, return_inertia: bool = False,
         raise ValueError("F is complex; vqmath works on real loads")
     if f.ndim not in (1, 2) or f.shape[0] != Km.n or f.size == 0:
         raise ValueError(f"F must have {Km.n} rows, got shape {f.shape}")
-    f2 = f.reshape(Km.n, -1).astype(np.float64, copy=False)
+    if f.ndim == 2 and f.shape[1] > 2**31 - 1:
+        raise ValueError(f"F holds {f.shape[1]} load cases; at most {2**31 - 1} in one call")
+    try:
+        f2 = f.reshape(Km.n, -1).astype(np.float64, copy=False)
+    except (TypeError, ValueError):
+        raise ValueError("F must hold real numbers") from None
     if not np.all(np.isfinite(f2)):
         raise ValueError("F holds values that are not finite")
     x, o = _core.solve(Km, f2, bool(definite), s)
@@ -380,10 +464,10 @@ def sturm_count(K, M, sigma: float, *, settings: Optional[Settings] = None) -> i
     --------
     >>> vqmath.sturm_count(K, M, (2 * np.pi * 100.0) ** 2)   # modes below 100 Hz
     """
-    if not np.isfinite(sigma):
-        raise ValueError("sigma must be finite")
+    sigma = _real(sigma, "sigma")
+    s = _settings(settings)
     Km, Mm = _pencil(K, M, "M")
-    return _count(Km, Mm, sigma, _settings(settings))
+    return _count(Km, Mm, sigma, s)
 
 
 def effective_mass(vectors: np.ndarray, M, direction) -> Tuple[np.ndarray, np.ndarray]:
@@ -404,13 +488,26 @@ def effective_mass(vectors: np.ndarray, M, direction) -> Tuple[np.ndarray, np.nd
         (phi_i^T M r)^2 / (phi_i^T M phi_i) / (r^T M r).
     """
     Mm = M if isinstance(M, Matrix) else _as_second(M, "M")
-    r = np.asarray(direction, dtype=np.float64)
-    if r.shape != (Mm.n,) or not np.all(np.isfinite(r)):
-        raise ValueError(f"direction must hold {Mm.n} finite values")
+    r = _real_vector(direction, "direction", Mm.n)
+    V = np.asarray(vectors)
+    if V.ndim != 2 or V.shape[0] != Mm.n:
+        raise ValueError(f"vectors must be an array of shape ({Mm.n}, m), got shape {V.shape}")
+    if np.iscomplexobj(V):
+        raise ValueError("vectors are complex; vqmath works on real mode shapes")
+    if V.shape[1] > 2**31 - 1:
+        raise ValueError(f"at most {2**31 - 1} mode shapes in one call")
+    try:
+        vectors = np.asfortranarray(V, dtype=np.float64)
+    except (TypeError, ValueError):
+        raise ValueError("vectors must hold real numbers") from None
+    if not np.all(np.isfinite(vectors)):
+        raise ValueError("vectors hold values that are not finite")
     Mr = Mm.multiply(r)
     total = float(r @ Mr)
-    if total <= 0.0:
+    if not total > 0.0:
         raise ValueError("the direction carries no mass")
+    if vectors.shape[1] == 0:
+        return np.zeros(0), np.zeros(0)
     if hasattr(_core, "effective_mass"):
         participation, fraction, o = _core.effective_mass(Mm, vectors, r)
         if o.code != 0:
@@ -521,22 +618,22 @@ def _finish(Km, Bm, values, shapes, *, method, o, verify, bounded, direction, re
     return result
 
 
+def _check_direction(direction, n):
+    if direction is not None:
+        _real_vector(direction, "direction", n)
+
+
 def _check_common(method, k, n, tol, direction, block=0):
-    if method not in METHODS:
+    if not isinstance(method, str) or method not in METHODS:
         raise ValueError(f"unknown method {method!r}; choose one of {', '.join(METHODS)}")
-    if int(k) < 1:
-        raise ValueError("k must be at least 1")
+    _integer(k, "k", 1, highest=sys.maxsize)
     if method in _DENSE_LIMIT and n > _DENSE_LIMIT[method]:
         raise ValueError(f"method {method!r} works on dense n x n arrays; n = {n} exceeds "
                          f"{_DENSE_LIMIT[method]}")
-    if not np.isfinite(tol) or tol < 0:
+    if _real(tol, "tol") < 0:
         raise ValueError("tol must be a finite number >= 0")
-    if int(block) < 0:
-        raise ValueError("block must be >= 0 (0: chosen by the library)")
-    if direction is not None:
-        d = np.asarray(direction)
-        if d.shape != (n,):
-            raise ValueError(f"direction must hold {n} values, got shape {d.shape}")
+    _integer(block, "block", 0)
+    _check_direction(direction, n)
 
 
 def _select(values, shapes, k, lower, upper):
@@ -610,15 +707,16 @@ def modes(K, M, k: int = 6, *, method: str = "block", shift: Optional[float] = N
     _check_common(method, k, n, tol, direction, block)
     lower, upper = -np.inf, np.inf
     if interval is not None:
-        lower, upper = (float(v) for v in interval)
+        bounds = tuple(interval)
+        if len(bounds) != 2:
+            raise ValueError("interval must be (lower, upper)")
+        lower, upper = (_real(v, "interval", finite=False) for v in bounds)
         if not lower < upper:
             raise ValueError("interval must be (lower, upper) with lower < upper")
-    if shift is not None and not np.isfinite(shift):
-        raise ValueError("shift must be finite")
+    if shift is not None:
+        shift = _real(shift, "shift")
     if load is not None:
-        load = np.ascontiguousarray(load, dtype=np.float64)
-        if load.shape != (n,) or not np.all(np.isfinite(load)):
-            raise ValueError(f"load must hold {n} finite values")
+        load = _real_vector(load, "load", n)
     want = return_eigenvectors or direction is not None or residual
     k = min(int(k), n)
     sigma = shift if shift is not None else (lower if np.isfinite(lower) else 0.0)
@@ -653,16 +751,19 @@ def band(K, M, fmin: float, fmax: float, *, lower: Optional[float] = None,
          return_eigenvectors: bool = True, settings: Optional[Settings] = None) -> ModesResult:
     """Every natural mode with a frequency in [fmin, fmax] Hz, with its Sturm proof.
 
-    Sturm counts at both ends give the number of modes in the band; shift-invert Lanczos from
-    the lower end collects them; the result's sturm_count is that number.
+    The library's band search: Sturm counts at both ends give the number of modes in the band;
+    a wide band is cut into slices at shifts chosen from further counts, each slice is solved
+    by shift-invert Lanczos and checked against its own counts. The result's sturm_count is
+    the proven number of modes in the band.
 
     Parameters
     ----------
     K, M : as for :func:`modes`
     fmin, fmax : float
-        Band in Hz (eigenvalue bounds (2 pi f)^2).
+        Band in Hz (eigenvalue bounds (2 pi f)^2). fmin <= 0 starts below the spectrum, so a
+        free structure's rigid-body modes are included.
     lower, upper : float, optional
-        Eigenvalue bounds instead of fmin/fmax.
+        Eigenvalue bounds instead of fmin/fmax (lower may be -inf).
     direction, residual, return_eigenvectors, settings : as for :func:`modes`
 
     Returns
@@ -679,41 +780,32 @@ def band(K, M, fmin: float, fmax: float, *, lower: Optional[float] = None,
     """
     s = _settings(settings)
     Km, Mm = _pencil(K, M, "M")
-    lo = float(lower) if lower is not None else (2 * math.pi * float(fmin)) ** 2 * (1 if fmin >= 0 else -1)
-    hi = float(upper) if upper is not None else (2 * math.pi * float(fmax)) ** 2
-    if not (np.isfinite(lo) and np.isfinite(hi) and lo < hi):
-        raise ValueError("the band must have finite bounds with lower < upper")
-    if direction is not None and np.asarray(direction).shape != (Km.n,):
-        raise ValueError(f"direction must hold {Km.n} values")
-    below_lo, below_hi = _count(Km, Mm, lo, s), _count(Km, Mm, hi, s)
-    inside = below_hi - below_lo
-    empty = np.zeros(0)
-    if inside == 0:
-        r = ModesResult(eigenvalues=empty, vectors=np.zeros((Km.n, 0)) if return_eigenvectors else None,
-                        frequencies=empty, sturm_count=0, sturm_passed=True, sturm_shifts=(lo, hi),
-                        method="lanczos")
-        return r
+    n = Km.n
+    fmin, fmax = _real(fmin, "fmin", finite=False), _real(fmax, "fmax", finite=False)
+    lo = _real(lower, "lower", False) if lower is not None else (
+        -np.inf if fmin <= 0 else (2 * math.pi * fmin) ** 2)
+    hi = _real(upper, "upper", False) if upper is not None else (2 * math.pi * fmax) ** 2
+    if math.isnan(lo) or not np.isfinite(hi) or lo == np.inf or not lo < hi:
+        raise ValueError("the band must have bounds lower < upper, upper finite")
+    _check_direction(direction, n)
     want = return_eigenvectors or direction is not None or residual
-    # Shift-invert from the lower end finds the eigenvalues nearest it on both sides: ask for
-    # more until the band is complete.
-    nev = min(inside, Km.n - 1)
+    # A first guess of the number of modes that keeps the shapes' array moderate; a band that
+    # holds more is solved again with its proven count (the library only counted).
+    capacity = min(n, max(1, min(64, _SHAPES_BUDGET // n)) if want else 2000)
     while True:
-        values, shapes, o = _solve_eigen("lanczos", Km, Mm, nev, shift=lo, tol=0.0, lower=0.0,
-                                         upper=0.0, block=0, buckling=False, vectors=want,
-                                         load=None, load_is_force=True, s=s)
-        keep = (values >= lo) & (values <= hi)
-        if keep.sum() >= inside or nev >= Km.n - 1:
+        values, shapes, count, o = _core.band(Km, Mm, lo, hi, capacity, bool(want), s)
+        if o.code != -90 or count <= capacity:
             break
-        nev = min(Km.n - 1, nev + (inside - int(keep.sum())) + max(5, nev // 2))
-    values = values[keep]
-    shapes = shapes[:, keep] if shapes is not None else None
-    result = _finish(Km, Mm, values, shapes, method="lanczos", o=o, verify=False, bounded=True,
+        capacity = count
+    if o.code != 0:
+        _raise(o)
+    found = o.found
+    values = values[:found]
+    shapes = shapes[:, :found] if shapes is not None else None
+    result = _finish(Km, Mm, values, shapes, method="band", o=o, verify=False, bounded=True,
                      direction=direction, residual=residual, vectors_wanted=return_eigenvectors, s=s)
-    result.sturm_count, result.sturm_shifts = inside, (lo, hi)
-    result.sturm_passed = inside == len(values)
-    if not result.sturm_passed:
-        warnings.warn(f"Sturm check: {inside} eigenvalues lie in the band, {len(values)} found",
-                      SturmWarning, stacklevel=2)
+    result.sturm_count, result.sturm_shifts = count, (lo, hi)
+    result.sturm_passed = count == len(values)
     return result
 
 
@@ -755,8 +847,8 @@ def buckling(K, Kg, k: int = 6, *, method: str = "lanczos", shift: Optional[floa
     if method in ("feast", "ritz"):
         raise ValueError(f"method {method!r} needs a positive definite second matrix; "
                          "use block, lanczos, subspace, lapack or jacobi for buckling")
-    if shift is not None and not np.isfinite(shift):
-        raise ValueError("shift must be finite")
+    if shift is not None:
+        shift = _real(shift, "shift")
     k = min(int(k), Km.n)
     sigma = shift
     if method == "lanczos" and sigma is None:
@@ -785,9 +877,7 @@ def solid_model(equations: int, consistent: bool = False):
     M : vqmath.Matrix or None
         Consistent mass (consistent=True).
     """
-    if int(equations) < 1:
-        raise ValueError("equations must be positive")
-    return _core.solid_model(int(equations), bool(consistent))
+    return _core.solid_model(_integer(equations, "equations", 1, 10_000_000), bool(consistent))
 
 
 def to_scipy(A: Matrix):

@@ -92,17 +92,38 @@ def test_shift_and_interval_select_the_right_modes(solid):
     np.testing.assert_allclose(f.eigenvalues, w[i + 1:j + 1], rtol=1e-9)
 
 
-def test_band_finds_every_mode_with_its_sturm_proof(solid):
-    K, lumped, _ = solid
-    w, _ = dense_eigh(K, lumped)
+@pytest.mark.parametrize("mass", ["lumped", "consistent"])
+@pytest.mark.parametrize("width", [8, 60])   # 60 modes: the library cuts the band into slices
+def test_band_finds_every_mode_with_its_sturm_proof(solid, mass, width):
+    K, lumped, M = solid
+    B = lumped if mass == "lumped" else M
+    w, V = dense_eigh(K, B)
     f = np.sqrt(w) / (2 * np.pi)
-    i, j = gaps(w, 8)[1], gaps(w, 8)[7]
+    cuts = gaps(w, width + 2)
+    i, j = cuts[1], cuts[width + 1]
     fmin, fmax = 0.5 * (f[i] + f[i + 1]), 0.5 * (f[j] + f[j + 1])
-    r = vqmath.band(K, lumped, fmin, fmax)
+    r = vqmath.band(K, B, fmin, fmax, residual=True)
     np.testing.assert_allclose(r.eigenvalues, w[i + 1:j + 1], rtol=1e-9)
-    assert r.sturm_count == j - i and r.sturm_passed
-    empty = vqmath.band(K, lumped, 0.0, 0.5 * f[0])
-    assert len(empty.eigenvalues) == 0 and empty.sturm_count == 0
+    assert r.sturm_count == j - i and r.sturm_passed and r.method == "band"
+    assert np.all(r.residuals < 1e-8)
+    MV = (np.diag(B) if B.ndim == 1 else B) @ r.vectors
+    np.testing.assert_allclose(r.vectors.T @ MV, np.eye(j - i), atol=1e-8)
+    empty = vqmath.band(K, B, 0.0, 0.5 * f[0])
+    assert len(empty.eigenvalues) == 0 and empty.sturm_count == 0 and empty.sturm_passed
+    values_only = vqmath.band(K, B, fmin, fmax, return_eigenvectors=False)
+    assert values_only.vectors is None
+    np.testing.assert_allclose(values_only.eigenvalues, r.eigenvalues, rtol=1e-9)
+
+
+def test_band_from_zero_holds_the_rigid_body_mode():
+    # A free-free chain of springs: lambda = 4 sin^2(k pi / 2n), k = 0 the rigid-body mode.
+    n = 120
+    K = sp.diags([-np.ones(n - 1), np.r_[1.0, 2.0 * np.ones(n - 2), 1.0], -np.ones(n - 1)],
+                 [-1, 0, 1]).tocsr()
+    w = 4 * np.sin(np.arange(n) * np.pi / (2 * n)) ** 2
+    r = vqmath.band(K, np.ones(n), 0.0, np.sqrt(w[5]) / (2 * np.pi) * 1.001)
+    assert r.sturm_count == 6 and r.sturm_passed
+    np.testing.assert_allclose(r.eigenvalues, w[:6], atol=1e-10)
 
 
 @pytest.mark.parametrize("method", ["block", "lanczos", "lapack", "subspace"])
