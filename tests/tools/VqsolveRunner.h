@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -83,8 +84,6 @@ inline RunResult RunVqsolve(const std::vector<std::string>& args,
 
 class Json {
  public:
-  enum class Kind { Null, Bool, Number, String, Array, Object };
-  Kind kind = Kind::Null;
   bool boolean = false;
   double number = 0.0;
   std::string text;
@@ -146,35 +145,25 @@ class JsonParser {
   }
   bool Value(Json& v) {
     Blank();
-    if (Take('{')) {
-      v.kind = Json::Kind::Object;
-      if (Take('}')) return true;
+    const bool object = Take('{');
+    if (object || Take('[')) {
+      const char close = object ? '}' : ']';
+      if (Take(close)) return true;
       do {
         std::string key;
-        Json member;
-        if (!String(key) || !Take(':') || !Value(member)) return false;
-        v.members[key] = member;
-      } while (Take(','));
-      return Take('}');
-    }
-    if (Take('[')) {
-      v.kind = Json::Kind::Array;
-      if (Take(']')) return true;
-      do {
         Json item;
-        if (!Value(item)) return false;
-        v.items.push_back(item);
+        if ((object && (!String(key) || !Take(':'))) || !Value(item)) return false;
+        if (!object) v.items.emplace_back();
+        (object ? v.members[key] : v.items.back()) = item;
       } while (Take(','));
-      return Take(']');
+      return Take(close);
     }
-    if (p_ < s_.size() && s_[p_] == '"') return v.kind = Json::Kind::String, String(v.text);
-    if (Word("true")) return v.kind = Json::Kind::Bool, v.boolean = true;
-    if (Word("false")) return v.kind = Json::Kind::Bool, v.boolean = false, true;
-    if (Word("null")) return v.kind = Json::Kind::Null, true;
+    if (p_ < s_.size() && s_[p_] == '"') return String(v.text);
+    if (Word("true")) return v.boolean = true;
+    if (Word("false") || Word("null")) return true;
     char* end = nullptr;
     v.number = std::strtod(s_.c_str() + p_, &end);
     if (end == s_.c_str() + p_) return false;
-    v.kind = Json::Kind::Number;
     p_ = static_cast<size_t>(end - s_.c_str());
     return true;
   }
@@ -189,6 +178,15 @@ inline Json ParseJson(const std::string& text) {
   return j;
 }
 
+// Runs vqsolve with --json added, expects the exit code and returns the report.
+inline Json RunJson(std::vector<std::string> args, int expectedExit = 0,
+                    const std::string& environment = "") {
+  args.push_back("--json");
+  const RunResult r = RunVqsolve(args, environment);
+  EXPECT_EQ(r.exitCode, expectedExit) << r.err;
+  return ParseJson(r.out);
+}
+
 // ---------------------------------------------------------------------------------------------
 // XML: one root, every tag closed in order, attribute values quoted; elements <g class="panel">
 // are counted on the way.
@@ -196,40 +194,37 @@ inline Json ParseJson(const std::string& text) {
 struct XmlCheck {
   bool wellFormed = false;
   std::string problem;
-  std::string root;
   int panels = 0;
 };
 
 inline XmlCheck CheckXml(const std::string& s) {
   XmlCheck r;
   std::vector<std::string> open;
+  int roots = 0;
   size_t p = s.compare(0, 5, "<?xml") == 0 ? s.find("?>") : 0;
   while ((p = s.find('<', p)) != std::string::npos) {
     const size_t end = s.find('>', p);
-    if (end == std::string::npos) return r.problem = "unterminated tag", r;
-    std::string tag = s.substr(p + 1, end - p - 1);
+    const std::string tag = s.substr(p + 1, end - p - 1);
+    if (end == std::string::npos || tag.empty()) return r.problem = "unterminated tag", r;
     p = end + 1;
     if (tag.compare(0, 3, "!--") == 0) continue;
     if (std::count(tag.begin(), tag.end(), '"') % 2 != 0)
       return r.problem = "unquoted attribute in <" + tag + ">", r;
-    const bool closing = !tag.empty() && tag[0] == '/', empty = !tag.empty() && tag.back() == '/';
-    const std::string name = tag.substr(
-        closing ? 1 : 0, tag.find_first_of(" \t\n/", closing ? 1 : 0) - (closing ? 1 : 0));
+    const size_t closing = tag[0] == '/';
+    const std::string name = tag.substr(closing, tag.find_first_of(" \t\n/", closing) - closing);
+    if (closing && (open.empty() || open.back() != name))
+      return r.problem = "</" + name + "> closes nothing open", r;
     if (closing) {
-      if (open.empty() || open.back() != name)
-        return r.problem = "</" + name + "> closes nothing open", r;
       open.pop_back();
       continue;
     }
-    if (open.empty()) {
-      if (!r.root.empty()) return r.problem = "a second root element", r;
-      r.root = name;
-    }
-    if (name == "g" && tag.find("class=\"panel\"") != std::string::npos) ++r.panels;
-    if (!empty) open.push_back(name);
+    roots += open.empty();
+    r.panels += name == "g" && tag.find("class=\"panel\"") != std::string::npos;
+    if (tag.back() != '/') open.push_back(name);
   }
-  if (!open.empty()) return r.problem = "<" + open.back() + "> is never closed", r;
-  r.wellFormed = !r.root.empty();
+  r.wellFormed = roots == 1 && open.empty();
+  if (!open.empty()) r.problem = "<" + open.back() + "> is never closed";
+  if (roots != 1) r.problem = std::to_string(roots) + " root elements";
   return r;
 }
 
@@ -253,23 +248,51 @@ inline void WriteText(const std::string& path, const std::string& text) {
 
 // Reads back a dense array file written by vqsolve (-o).
 inline std::vector<double> ReadArray(const std::string& path, int& rows, int& cols) {
-  std::ifstream in(path);
+  std::istringstream in(ReadFile(path));
   std::string line;
-  std::vector<double> values;
+  while (std::getline(in, line) && (line.empty() || line[0] == '%')) continue;
   rows = cols = 0;
-  bool size = false;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '%') continue;
-    std::istringstream s(line);
-    if (!size) {
-      s >> rows >> cols;
-      size = true;
-      continue;
-    }
-    double v;
-    while (s >> v) values.push_back(v);
-  }
+  std::istringstream(line) >> rows >> cols;
+  std::vector<double> values;
+  for (double v; in >> v;) values.push_back(v);
   return values;
 }
+
+// ---------------------------------------------------------------------------------------------
+// Checks
+
+inline int CountBelow(const std::vector<double>& spectrum, double sigma) {
+  return static_cast<int>(
+      std::count_if(spectrum.begin(), spectrum.end(), [&](double v) { return v < sigma; }));
+}
+
+inline double MaxAbs(const double* begin, const double* end) {
+  double largest = 0.0;
+  for (const double* v = begin; v != end; ++v) largest = std::max(largest, std::fabs(*v));
+  return largest;
+}
+
+// The largest difference between x and reference, relative to the largest reference entry.
+inline double MaxRelativeDifference(const std::vector<double>& x,
+                                    const std::vector<double>& reference) {
+  EXPECT_EQ(x.size(), reference.size());
+  double scale = 0.0, difference = 0.0;
+  for (size_t i = 0; i < std::min(x.size(), reference.size()); ++i) {
+    scale = std::max(scale, std::fabs(reference[i]));
+    difference = std::max(difference, std::fabs(x[i] - reference[i]));
+  }
+  return scale > 0.0 ? difference / scale : difference;
+}
+
+// A test with its own folder for the files it gives vqsolve; skips when vqsolve is not built.
+class VqsolveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    VQSOLVE_REQUIRE();
+    folder_ = TempFolder();
+  }
+  std::string File(const std::string& name) const { return folder_ + name; }
+  std::string folder_;
+};
 
 }  // namespace vqsolve_test
