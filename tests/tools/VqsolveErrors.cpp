@@ -93,8 +93,9 @@ TEST_F(VqsolveErrors, UsageErrorsAreBadInput) {
     EXPECT_EQ(r.exitCode, 2) << line << "\n" << r.err;
     EXPECT_FALSE(r.err.empty()) << line;
     EXPECT_TRUE(r.out.empty()) << line << "\n" << r.out;
-    if (line == "buckling --model solid")  // a generated solid has no geometric stiffness
+    if (line == "buckling --model solid") {  // a generated solid has no geometric stiffness
       EXPECT_NE(r.err.find("column or portal"), std::string::npos) << r.err;
+    }
   }
 }
 
