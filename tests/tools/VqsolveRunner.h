@@ -4,9 +4,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -14,8 +17,6 @@
 #include <memory>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "models/CsrMatrix.h"
@@ -25,173 +26,165 @@
 #ifndef VQSOLVE_PATH
 #define VQSOLVE_PATH ""
 #endif
-#define VQSOLVE_REQUIRE()                                                     \
-    do {                                                                      \
-        if (std::string(VQSOLVE_PATH).empty()) GTEST_SKIP() << "vqsolve is not built"; \
-    } while (0)
+#define VQSOLVE_REQUIRE()                                                          \
+  do {                                                                             \
+    if (std::string(VQSOLVE_PATH).empty()) GTEST_SKIP() << "vqsolve is not built"; \
+  } while (0)
 
 namespace vqsolve_test {
 
 struct RunResult {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
+  int exitCode = -1;
+  std::string out;
+  std::string err;
 };
 
-inline std::string ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
 }
 
 // A fresh folder, removed with its files when the test program ends.
-inline std::string TempFolder()
-{
-    static std::vector<std::unique_ptr<vqtest::ScratchDir>> folders;
-    folders.push_back(std::make_unique<vqtest::ScratchDir>());
-    return folders.back()->Path();
+inline std::string TempFolder() {
+  static std::vector<std::unique_ptr<vqtest::ScratchDir>> folders;
+  folders.push_back(std::make_unique<vqtest::ScratchDir>());
+  return folders.back()->Path();
 }
 
 // Runs vqsolve with the arguments (each quoted for the shell); two threads, as the suite does.
 // environment: further VARIABLE=value words put before the program (unquoted).
-inline RunResult RunVqsolve(const std::vector<std::string>& args, const std::string& environment = "")
-{
-    static const std::string folder = TempFolder();
-    static int counter = 0;
-    const std::string out = folder + "out" + std::to_string(++counter);
-    const std::string err = out + ".err";
-    std::string command = "OMP_NUM_THREADS=2 MKL_NUM_THREADS=2 " + environment + " '" + std::string(VQSOLVE_PATH) + "'";
-    for (const auto& a : args) {
-        std::string quoted;
-        for (char c : a) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        command += " '" + quoted + "'";
-    }
-    command += " >'" + out + "' 2>'" + err + "' </dev/null";
-    const int status = std::system(command.c_str());
-    RunResult r;
-    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = ReadFile(out);
-    r.err = ReadFile(err);
-    std::remove(out.c_str());
-    std::remove(err.c_str());
-    return r;
+inline RunResult RunVqsolve(const std::vector<std::string>& args,
+                            const std::string& environment = "") {
+  static const std::string folder = TempFolder();
+  static int counter = 0;
+  const std::string out = folder + "out" + std::to_string(++counter);
+  const std::string err = out + ".err";
+  std::string command =
+      "OMP_NUM_THREADS=2 MKL_NUM_THREADS=2 " + environment + " '" + std::string(VQSOLVE_PATH) + "'";
+  for (const auto& a : args) {
+    std::string quoted;
+    for (char c : a) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    command += " '" + quoted + "'";
+  }
+  command += " >'" + out + "' 2>'" + err + "' </dev/null";
+  const int status = std::system(command.c_str());
+  RunResult r;
+  r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  r.out = ReadFile(out);
+  r.err = ReadFile(err);
+  std::remove(out.c_str());
+  std::remove(err.c_str());
+  return r;
 }
 
 // ---------------------------------------------------------------------------------------------
 // JSON
 
 class Json {
-public:
-    enum class Kind { Null, Bool, Number, String, Array, Object };
-    Kind kind = Kind::Null;
-    bool boolean = false;
-    double number = 0.0;
-    std::string text;
-    std::vector<Json> items;
-    std::map<std::string, Json> members;
+ public:
+  bool boolean = false;
+  double number = 0.0;
+  std::string text;
+  std::vector<Json> items;
+  std::map<std::string, Json> members;
 
-    bool Has(const std::string& key) const { return members.count(key) != 0; }
-    const Json& operator[](const std::string& key) const
-    {
-        static const Json null;
-        auto it = members.find(key);
-        return it == members.end() ? null : it->second;
-    }
-    const Json& operator[](size_t k) const
-    {
-        static const Json null;
-        return k < items.size() ? items[k] : null;
-    }
-    size_t size() const { return items.size(); }
-    std::vector<double> Numbers() const
-    {
-        std::vector<double> v;
-        for (const auto& i : items) v.push_back(i.number);
-        return v;
-    }
+  bool Has(const std::string& key) const { return members.count(key) != 0; }
+  const Json& operator[](const std::string& key) const {
+    static const Json null;
+    auto it = members.find(key);
+    return it == members.end() ? null : it->second;
+  }
+  const Json& operator[](size_t k) const {
+    static const Json null;
+    return k < items.size() ? items[k] : null;
+  }
+  size_t size() const { return items.size(); }
+  std::vector<double> Numbers() const {
+    std::vector<double> v;
+    for (const auto& i : items) v.push_back(i.number);
+    return v;
+  }
 };
 
 // A strict reader of the JSON vqsolve writes: objects, arrays, strings with the common escapes,
 // numbers, true, false and null.
 class JsonParser {
-public:
-    explicit JsonParser(const std::string& s) : s_(s) {}
-    bool Parse(Json& out) { return Value(out) && (Blank(), p_ == s_.size()); }
+ public:
+  explicit JsonParser(const std::string& s) : s_(s) {}
+  bool Parse(Json& out) { return Value(out) && (Blank(), p_ == s_.size()); }
 
-private:
-    void Blank()
-    {
-        while (p_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[p_]))) ++p_;
-    }
-    bool Take(char c) { return Blank(), p_ < s_.size() && s_[p_] == c ? (++p_, true) : false; }
-    bool Word(const std::string& w) { return s_.compare(p_, w.size(), w) == 0 ? (p_ += w.size(), true) : false; }
-    bool String(std::string& out)
-    {
-        if (!Take('"')) return false;
-        static const std::map<char, char> escapes = {{'n', '\n'}, {'t', '\t'}, {'r', '\r'}, {'b', '\b'}, {'f', '\f'}};
-        while (p_ < s_.size() && s_[p_] != '"') {
-            char c = s_[p_++];
-            if (c == '\\' && p_ < s_.size()) {
-                c = s_[p_++];
-                if (c == 'u') {
-                    if (p_ + 4 > s_.size()) return false;
-                    c = static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
-                    p_ += 4;
-                } else if (escapes.count(c)) {
-                    c = escapes.at(c);
-                }
-            }
-            out += c;
+ private:
+  void Blank() {
+    while (p_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[p_]))) ++p_;
+  }
+  bool Take(char c) { return Blank(), p_ < s_.size() && s_[p_] == c ? (++p_, true) : false; }
+  bool Word(const std::string& w) {
+    return s_.compare(p_, w.size(), w) == 0 ? (p_ += w.size(), true) : false;
+  }
+  bool String(std::string& out) {
+    if (!Take('"')) return false;
+    static const std::map<char, char> escapes = {
+        {'n', '\n'}, {'t', '\t'}, {'r', '\r'}, {'b', '\b'}, {'f', '\f'}};
+    while (p_ < s_.size() && s_[p_] != '"') {
+      char c = s_[p_++];
+      if (c == '\\' && p_ < s_.size()) {
+        c = s_[p_++];
+        if (c == 'u') {
+          if (p_ + 4 > s_.size()) return false;
+          c = static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
+          p_ += 4;
+        } else if (escapes.count(c)) {
+          c = escapes.at(c);
         }
-        return p_ < s_.size() && s_[p_++] == '"';
+      }
+      out += c;
     }
-    bool Value(Json& v)
-    {
-        Blank();
-        if (Take('{')) {
-            v.kind = Json::Kind::Object;
-            if (Take('}')) return true;
-            do {
-                std::string key;
-                Json member;
-                if (!String(key) || !Take(':') || !Value(member)) return false;
-                v.members[key] = member;
-            } while (Take(','));
-            return Take('}');
-        }
-        if (Take('[')) {
-            v.kind = Json::Kind::Array;
-            if (Take(']')) return true;
-            do {
-                Json item;
-                if (!Value(item)) return false;
-                v.items.push_back(item);
-            } while (Take(','));
-            return Take(']');
-        }
-        if (p_ < s_.size() && s_[p_] == '"') return v.kind = Json::Kind::String, String(v.text);
-        if (Word("true")) return v.kind = Json::Kind::Bool, v.boolean = true;
-        if (Word("false")) return v.kind = Json::Kind::Bool, v.boolean = false, true;
-        if (Word("null")) return v.kind = Json::Kind::Null, true;
-        char* end = nullptr;
-        v.number = std::strtod(s_.c_str() + p_, &end);
-        if (end == s_.c_str() + p_) return false;
-        v.kind = Json::Kind::Number;
-        p_ = static_cast<size_t>(end - s_.c_str());
-        return true;
+    return p_ < s_.size() && s_[p_++] == '"';
+  }
+  bool Value(Json& v) {
+    Blank();
+    const bool object = Take('{');
+    if (object || Take('[')) {
+      const char close = object ? '}' : ']';
+      if (Take(close)) return true;
+      do {
+        std::string key;
+        Json item;
+        if ((object && (!String(key) || !Take(':'))) || !Value(item)) return false;
+        if (!object) v.items.emplace_back();
+        (object ? v.members[key] : v.items.back()) = item;
+      } while (Take(','));
+      return Take(close);
     }
-    const std::string& s_;
-    size_t p_ = 0;
+    if (p_ < s_.size() && s_[p_] == '"') return String(v.text);
+    if (Word("true")) return v.boolean = true;
+    if (Word("false") || Word("null")) return true;
+    char* end = nullptr;
+    v.number = std::strtod(s_.c_str() + p_, &end);
+    if (end == s_.c_str() + p_) return false;
+    p_ = static_cast<size_t>(end - s_.c_str());
+    return true;
+  }
+  const std::string& s_;
+  size_t p_ = 0;
 };
 
-inline Json ParseJson(const std::string& text)
-{
-    Json j;
-    JsonParser parser(text);
-    EXPECT_TRUE(parser.Parse(j)) << "not JSON:\n" << text;
-    return j;
+inline Json ParseJson(const std::string& text) {
+  Json j;
+  JsonParser parser(text);
+  EXPECT_TRUE(parser.Parse(j)) << "not JSON:\n" << text;
+  return j;
+}
+
+// Runs vqsolve with --json added, expects the exit code and returns the report.
+inline Json RunJson(std::vector<std::string> args, int expectedExit = 0,
+                    const std::string& environment = "") {
+  args.push_back("--json");
+  const RunResult r = RunVqsolve(args, environment);
+  EXPECT_EQ(r.exitCode, expectedExit) << r.err;
+  return ParseJson(r.out);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -199,82 +192,107 @@ inline Json ParseJson(const std::string& text)
 // are counted on the way.
 
 struct XmlCheck {
-    bool wellFormed = false;
-    std::string problem;
-    std::string root;
-    int panels = 0;
+  bool wellFormed = false;
+  std::string problem;
+  int panels = 0;
 };
 
-inline XmlCheck CheckXml(const std::string& s)
-{
-    XmlCheck r;
-    std::vector<std::string> open;
-    size_t p = s.compare(0, 5, "<?xml") == 0 ? s.find("?>") : 0;
-    while ((p = s.find('<', p)) != std::string::npos) {
-        const size_t end = s.find('>', p);
-        if (end == std::string::npos) return r.problem = "unterminated tag", r;
-        std::string tag = s.substr(p + 1, end - p - 1);
-        p = end + 1;
-        if (tag.compare(0, 3, "!--") == 0) continue;
-        if (std::count(tag.begin(), tag.end(), '"') % 2 != 0) return r.problem = "unquoted attribute in <" + tag + ">", r;
-        const bool closing = !tag.empty() && tag[0] == '/', empty = !tag.empty() && tag.back() == '/';
-        const std::string name = tag.substr(closing ? 1 : 0, tag.find_first_of(" \t\n/", closing ? 1 : 0) - (closing ? 1 : 0));
-        if (closing) {
-            if (open.empty() || open.back() != name) return r.problem = "</" + name + "> closes nothing open", r;
-            open.pop_back();
-            continue;
-        }
-        if (open.empty()) {
-            if (!r.root.empty()) return r.problem = "a second root element", r;
-            r.root = name;
-        }
-        if (name == "g" && tag.find("class=\"panel\"") != std::string::npos) ++r.panels;
-        if (!empty) open.push_back(name);
+inline XmlCheck CheckXml(const std::string& s) {
+  XmlCheck r;
+  std::vector<std::string> open;
+  int roots = 0;
+  size_t p = s.compare(0, 5, "<?xml") == 0 ? s.find("?>") : 0;
+  while ((p = s.find('<', p)) != std::string::npos) {
+    const size_t end = s.find('>', p);
+    const std::string tag = s.substr(p + 1, end - p - 1);
+    if (end == std::string::npos || tag.empty()) return r.problem = "unterminated tag", r;
+    p = end + 1;
+    if (tag.compare(0, 3, "!--") == 0) continue;
+    if (std::count(tag.begin(), tag.end(), '"') % 2 != 0)
+      return r.problem = "unquoted attribute in <" + tag + ">", r;
+    const size_t closing = tag[0] == '/';
+    const std::string name = tag.substr(closing, tag.find_first_of(" \t\n/", closing) - closing);
+    if (closing && (open.empty() || open.back() != name))
+      return r.problem = "</" + name + "> closes nothing open", r;
+    if (closing) {
+      open.pop_back();
+      continue;
     }
-    if (!open.empty()) return r.problem = "<" + open.back() + "> is never closed", r;
-    r.wellFormed = !r.root.empty();
-    return r;
+    roots += open.empty();
+    r.panels += name == "g" && tag.find("class=\"panel\"") != std::string::npos;
+    if (tag.back() != '/') open.push_back(name);
+  }
+  r.wellFormed = roots == 1 && open.empty();
+  if (!open.empty()) r.problem = "<" + open.back() + "> is never closed";
+  if (roots != 1) r.problem = std::to_string(roots) + " root elements";
+  return r;
 }
 
 // ---------------------------------------------------------------------------------------------
 // Files
 
 // A dense block as "%%MatrixMarket matrix array real general".
-inline void WriteArray(const std::string& path, int rows, int cols, const std::vector<double>& values)
-{
-    std::FILE* f = std::fopen(path.c_str(), "w");
-    ASSERT_NE(f, nullptr) << path;
-    std::fprintf(f, "%%%%MatrixMarket matrix array real general\n%d %d\n", rows, cols);
-    for (double v : values) std::fprintf(f, "%.17g\n", v);
-    std::fclose(f);
+inline void WriteArray(const std::string& path, int rows, int cols,
+                       const std::vector<double>& values) {
+  std::FILE* f = std::fopen(path.c_str(), "w");
+  ASSERT_NE(f, nullptr) << path;
+  std::fprintf(f, "%%%%MatrixMarket matrix array real general\n%d %d\n", rows, cols);
+  for (double v : values) std::fprintf(f, "%.17g\n", v);
+  std::fclose(f);
 }
 
-inline void WriteText(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path, std::ios::binary);
-    out << text;
+inline void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
 }
 
 // Reads back a dense array file written by vqsolve (-o).
-inline std::vector<double> ReadArray(const std::string& path, int& rows, int& cols)
-{
-    std::ifstream in(path);
-    std::string line;
-    std::vector<double> values;
-    rows = cols = 0;
-    bool size = false;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '%') continue;
-        std::istringstream s(line);
-        if (!size) {
-            s >> rows >> cols;
-            size = true;
-            continue;
-        }
-        double v;
-        while (s >> v) values.push_back(v);
-    }
-    return values;
+inline std::vector<double> ReadArray(const std::string& path, int& rows, int& cols) {
+  std::istringstream in(ReadFile(path));
+  std::string line;
+  while (std::getline(in, line) && (line.empty() || line[0] == '%')) continue;
+  rows = cols = 0;
+  std::istringstream(line) >> rows >> cols;
+  std::vector<double> values;
+  for (double v; in >> v;) values.push_back(v);
+  return values;
 }
+
+// ---------------------------------------------------------------------------------------------
+// Checks
+
+inline int CountBelow(const std::vector<double>& spectrum, double sigma) {
+  return static_cast<int>(
+      std::count_if(spectrum.begin(), spectrum.end(), [&](double v) { return v < sigma; }));
+}
+
+inline double MaxAbs(const double* begin, const double* end) {
+  double largest = 0.0;
+  for (const double* v = begin; v != end; ++v) largest = std::max(largest, std::fabs(*v));
+  return largest;
+}
+
+// The largest difference between x and reference, relative to the largest reference entry.
+inline double MaxRelativeDifference(const std::vector<double>& x,
+                                    const std::vector<double>& reference) {
+  EXPECT_EQ(x.size(), reference.size());
+  double scale = 0.0, difference = 0.0;
+  for (size_t i = 0; i < std::min(x.size(), reference.size()); ++i) {
+    scale = std::max(scale, std::fabs(reference[i]));
+    difference = std::max(difference, std::fabs(x[i] - reference[i]));
+  }
+  return scale > 0.0 ? difference / scale : difference;
+}
+
+// A test with its own folder for the files it gives vqsolve; skips when vqsolve is not built.
+class VqsolveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    VQSOLVE_REQUIRE();
+    folder_ = TempFolder();
+  }
+  std::string File(const std::string& name) const { return folder_ + name; }
+  std::string folder_;
+};
 
 }  // namespace vqsolve_test
