@@ -31,11 +31,9 @@ namespace {
 void WarmUp() {
   const vqtest::Csr k = vqtest::Tridiagonal(200);
   std::vector<double> rhs(200, 1.0), x(200);
-  VQ_SparseSolverDirect(200, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                        rhs.data(), 0, x.data());
+  VQ_SparseSolverDirect(200, 1, VQTEST_CSR(k), rhs.data(), 0, x.data());
   std::vector<double> mass(200, 1.0), lambda(200);
-  VQ_EigenvalueAnalysis_LAPACK(200, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                               mass.data(), 0, lambda.data(), nullptr);
+  VQ_EigenvalueAnalysis_LAPACK(200, VQTEST_CSR(k), mass.data(), 0, lambda.data(), nullptr);
 }
 
 // Limits the address space to what the process maps now plus headroomMb (0: no limit).
@@ -107,15 +105,12 @@ TEST_F(AllocationUnderAddressSpaceLimit, FactorisationOutOfMemoryIsReportedAndSo
         VQ_SetSolverType(0);
         const long long heap = vqtest::HeapInUseBytes();
         if (!LimitAddressSpace(24)) return std::string("setrlimit failed");
-        const int code = VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                               k.values.data(), rhs.data(), 0, x.data());
+        const int code = VQ_SparseSolverDirect(k.n, 1, VQTEST_CSR(k), rhs.data(), 0, x.data());
         std::string f = ExpectRegistry(code, -81, "Not Enough Memory in Sparse Solver");
         if (f.empty()) f = HeapReturned(heap, "VQ_SparseSolverDirect");
         LimitAddressSpace(0);
         if (!f.empty()) return f;
-        const int again =
-            VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                  k.values.data(), rhs.data(), 0, x.data());
+        const int again = VQ_SparseSolverDirect(k.n, 1, VQTEST_CSR(k), rhs.data(), 0, x.data());
         f = ExpectRegistry(again, 0, "");
         if (f.empty() && vqtest::RelativeResidual(k, x.data(), rhs.data(), 1) > 1e-8)
           f = "solution after the failure is wrong";

@@ -18,7 +18,7 @@ namespace {
 namespace vi = vqmath::internal;
 using vqtest::Csr;
 
-std::string LastMessage() { return vqtest::LastError().message; }
+using vqtest::LastMessage;
 
 std::string LastWarning() {
   char* m = VQ_GetLastWarningMessage();
@@ -27,35 +27,25 @@ std::string LastWarning() {
   return s;
 }
 
-void ResetDirectSettings() {
-  vi::DirectSolverSettings& d = vi::directSolverSettings();
-  d.stopIfNotPosDefinite = false;
-  d.decompositionInCallingThread = false;
-  d.collectDiagonals = false;
-  d.retryOutOfCore = false;
-  d.messageLevel = 0;
-}
-
 class DirectSolution : public ::testing::Test {
  protected:
   void SetUp() override {
     for (int& p : vi::settings().sparseParams) p = 0;
-    VQ_SetSolverType(0);
-    VQ_SetSolverMatrixType(-2);
-    VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
     VQ_InitializeLibrary();
     VQ_ResetOverrideListSparseSolverParam();
-    vi::settings().sparseParamsSetByHost = false;
-    ResetDirectSettings();
+    Reset();
     VQ_SetWorkingDir(dir_.Path().c_str());
   }
   void TearDown() override {
+    Reset();
+    VQ_SetWorkingDir("");
+  }
+  static void Reset() {
     VQ_SetSolverType(0);
     VQ_SetSolverMatrixType(-2);
     VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
-    VQ_SetWorkingDir("");
     vi::settings().sparseParamsSetByHost = false;
-    ResetDirectSettings();
+    vi::directSolverSettings() = vi::DirectSolverSettings();
   }
   vqtest::ScratchDir dir_;
 };
@@ -80,13 +70,11 @@ class EntryPointSolver : public vqtest::SolverUnderTest {
     if (c_.settingsEntry) {
       VQ_SetSolverType(c_.solverType);
       vi::directSolverSettings().decompositionInCallingThread = c_.callingThread != 0;
-      return VQ_SparseSolverDirect(k_.n, nrhs, k_.rowPointers.data(), k_.columnIndices.data(),
-                                   k_.values.data(), b, 0, x);
+      return VQ_SparseSolverDirect(k_.n, nrhs, VQTEST_CSR(k_), b, 0, x);
     }
     int params[64];
-    return VQ_DirectSparseSolver(k_.n, nrhs, k_.rowPointers.data(), k_.columnIndices.data(),
-                                 k_.values.data(), b, c_.solverType, -2, params, 0, dir_.c_str(),
-                                 c_.callingThread, 1, x, 0, nullptr, nullptr, 0, 0);
+    return VQ_DirectSparseSolver(k_.n, nrhs, VQTEST_CSR(k_), b, c_.solverType, -2, params, 0,
+                                 dir_.c_str(), c_.callingThread, 1, x, 0, nullptr, nullptr, 0, 0);
   }
 
  private:
@@ -124,8 +112,7 @@ TEST_F(DirectSolution, IndefiniteShiftSolvesWithPivotingWarningAndCounts) {
   const Csr shifted = vqtest::ShiftedByDiagonal(k, m, 0.5 * (lambda[below - 1] + lambda[below]));
   const std::vector<double> f = vqtest::MakeRightHandSides(k.n, 2);
   std::vector<double> b = f, x(f.size());
-  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 2, shifted.rowPointers.data(), shifted.columnIndices.data(),
-                                     shifted.values.data(), b.data(), 0, x.data()));
+  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 2, VQTEST_CSR(shifted), b.data(), 0, x.data()));
   EXPECT_EQ(below, VQ_GetNumberOfNegativeEigenvalues());
   EXPECT_EQ(k.n - below, VQ_GetNumberOfPositiveEigenvalues());
   EXPECT_EQ(-85, VQ_GetLastWarningID());
@@ -137,8 +124,7 @@ TEST_F(DirectSolution, IndefiniteShiftSolvesWithPivotingWarningAndCounts) {
   vi::directSolverSettings().stopIfNotPosDefinite = true;
   std::vector<double> untouched(f.size(), 3.0);
   b = f;
-  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 2, shifted.rowPointers.data(), shifted.columnIndices.data(),
-                                      shifted.values.data(), b.data(), 0, untouched.data()));
+  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 2, VQTEST_CSR(shifted), b.data(), 0, untouched.data()));
   EXPECT_EQ(-3, VQ_GetLastErrorID());
   EXPECT_EQ("Zero Pivot, Numerical Factoriztion or Iterative Refinement Problem in Sparse Solver",
             LastMessage());
@@ -157,17 +143,15 @@ TEST_F(DirectSolution, SingularModelReportsMinusThreeWithItsEquation) {
       if (i == j || k.columnIndices[p] == j) k.values[p] = 0.0;
   std::vector<double> b(k.n, 1.0);
   int params[64];
-  EXPECT_EQ(-3, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                      k.values.data(), b.data(), 0, 2, params, 0, "", 1, 0, nullptr,
-                                      0, nullptr, nullptr, 0, 0));
+  EXPECT_EQ(-3, VQ_DirectSparseSolver(k.n, 1, VQTEST_CSR(k), b.data(), 0, 2, params, 0, "", 1, 0,
+                                      nullptr, 0, nullptr, nullptr, 0, 0));
   EXPECT_EQ(-3, VQ_GetLastErrorID());
   EXPECT_EQ(j, VQ_GetInstabilityDOF());
   EXPECT_EQ(j, params[29]);  // parameters delivered also after a failure
   EXPECT_EQ(std::vector<double>(k.n, 1.0), b);
 
   VQ_SetSolverMatrixType(2);
-  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                      k.values.data(), b.data(), 0, nullptr));
+  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 1, VQTEST_CSR(k), b.data(), 0, nullptr));
   EXPECT_EQ(j, VQ_GetInstabilityDOF());
   EXPECT_EQ(j, vi::directSolverSettings().keptParams[29]);
 }
@@ -177,8 +161,7 @@ TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
   vi::directSolverSettings().collectDiagonals = true;
   VQ_SetGlobalSparseSolverParam(1, 2);  // the host's array is in use from now on
   std::vector<double> b = vqtest::MakeRightHandSides(k.n, 1);
-  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 1, nullptr));
+  ASSERT_EQ(0, VQ_SparseSolverDirect(k.n, 1, VQTEST_CSR(k), b.data(), 1, nullptr));
   const vi::DirectSolverSettings& d = vi::directSolverSettings();
   EXPECT_EQ(vqtest::Diagonal(k), d.matrixDiagonal);
   ASSERT_EQ(static_cast<size_t>(k.n), d.factorDiagonal.size());
@@ -194,9 +177,8 @@ TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {
   std::vector<double> d1(k.n, -1.0), d2(k.n, -1.0);
   int params[64] = {};
   b = vqtest::MakeRightHandSides(k.n, 1);
-  ASSERT_EQ(0, VQ_DirectSparseSolver(k.n, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), b.data(), 0, -2, params, 0, "", 0, 1, nullptr,
-                                     1, d1.data(), d2.data(), 0, 0));
+  ASSERT_EQ(0, VQ_DirectSparseSolver(k.n, 1, VQTEST_CSR(k), b.data(), 0, -2, params, 0, "", 0, 1,
+                                     nullptr, 1, d1.data(), d2.data(), 0, 0));
   EXPECT_EQ(vqtest::Diagonal(k), d1);
   EXPECT_EQ(d.factorDiagonal, d2);
   EXPECT_EQ(d.keptParams[17], params[17]);

@@ -32,9 +32,9 @@ Result Subspace(const Csr& k, const std::vector<double>& mass, int nev, double s
   Result r;
   r.values.assign(nev, -1.0);
   r.shapes.assign(static_cast<size_t>(k.n) * nev, 0.0);
-  r.code = VQ_EigenvalueAnalysis_SubSpaceSolver(
-      k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), mass.data(), 0, -2,
-      "", 0, 0.0, allowRigid, &r.found, r.values.data(), 1, r.shapes.data(), shift, 0, nev, tolerance);
+  r.code = VQ_EigenvalueAnalysis_SubSpaceSolver(k.n, nev, VQTEST_CSR(k), mass.data(), 0, -2, "", 0,
+                                                0.0, allowRigid, &r.found, r.values.data(), 1,
+                                                r.shapes.data(), shift, 0, nev, tolerance);
   return r;
 }
 
@@ -92,9 +92,8 @@ TEST_F(EigenEntryPoints, DispatcherRunsEachMethodOnALumpedMass) {
   for (int type : {0, 2, 1}) {
     std::vector<double> values(nev), shapes(static_cast<size_t>(k.n) * nev);
     int found = 0;
-    int code = VQ_EigenvalueAnalysis(type, k.n, nev, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), mass.data(), 0, -2, "", 0, 0.0, 0, &found,
-                                     values.data(), 1, shapes.data(), 0.0, 0.0,
+    int code = VQ_EigenvalueAnalysis(type, k.n, nev, VQTEST_CSR(k), mass.data(), 0, -2, "", 0, 0.0,
+                                     0, &found, values.data(), 1, shapes.data(), 0.0, 0.0,
                                      0.5 * (ref[3] + ref[4]), nullptr);
     ASSERT_EQ(code, 0) << "type " << type << ": " << LastError();
     ASSERT_EQ(found, nev) << type;
@@ -120,9 +119,8 @@ TEST_F(EigenEntryPoints, FeastPartialResultsAreCopiedAndAnsweredWithOne) {
   Csr k = vqtest::DiagonalCsr(d), m = vqtest::DiagonalCsr(std::vector<double>(d.size(), 1.0));
   double values[2] = {-1.0, -1.0};
   int found = -1;
-  int code = VQ_EigenvalueAnalysis_ExtendedSolver(
-      k.n, 2, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), m.rowPointers.data(),
-      m.columnIndices.data(), m.values.data(), 0, -2, "", 0.5, 4.5, &found, values, 0, nullptr);
+  int code = VQ_EigenvalueAnalysis_ExtendedSolver(k.n, 2, VQTEST_CSR(k), VQTEST_CSR(m), 0, -2, "",
+                                                  0.5, 4.5, &found, values, 0, nullptr);
   EXPECT_EQ(code, 1);
   EXPECT_EQ(VQ_GetLastErrorID(), -22);
   EXPECT_EQ(LastError(), "Partial Results for Eigenvalue Analysis Found");
@@ -144,9 +142,9 @@ TEST_F(EigenEntryPoints, RitzVectorsSpanTheLowestModesOfALoadedSolid) {
     const int nev = 12;
     std::vector<double> values(nev), shapes(static_cast<size_t>(k.n) * nev);
     int found = 0;
-    int code = VQ_EigenvalueAnalysis_RitzVectorSolver(
-        k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), mass.data(), 0,
-        -2, "", 0, 0.0, 1, load.data(), 1, &found, values.data(), 1, shapes.data());
+    int code = VQ_EigenvalueAnalysis_RitzVectorSolver(k.n, nev, VQTEST_CSR(k), mass.data(), 0, -2,
+                                                      "", 0, 0.0, 1, load.data(), 1, &found,
+                                                      values.data(), 1, shapes.data());
     ASSERT_EQ(code, 0) << LastError();
     ASSERT_GT(found, 0);
     EXPECT_LT(vqtest::MOrthonormalityError(m, found, shapes.data()), 1e-8);

@@ -66,9 +66,8 @@ TEST_P(HostileSettings, SolutionIsStillCorrect) {
     std::vector<double> rhs(2 * 15), x(2 * 15, 0.0);
     for (int i = 0; i < 30; ++i) rhs[i] = 1.0 + i % 4;
     const std::vector<double> load = rhs;
-    ASSERT_EQ(VQ_SparseSolverDirect(15, 2, k.rowPointers.data(), k.columnIndices.data(),
-                                    k.values.data(), rhs.data(), 0, inPlace ? nullptr : x.data()),
-              0)
+    ASSERT_EQ(
+        VQ_SparseSolverDirect(15, 2, VQTEST_CSR(k), rhs.data(), 0, inPlace ? nullptr : x.data()), 0)
         << vqtest::LastError().message;
     EXPECT_LT(vqtest::RelativeResidual(k, inPlace ? rhs.data() : x.data(), load.data(), 2), 1e-12);
   }
@@ -95,9 +94,7 @@ TEST(HostileSettingsIndices, OutOfRangeIndicesChangeNothing) {
   VQ_OverrideDefaultSparseSolverParam(1000, 1);
   const vqtest::Csr k = vqtest::Tridiagonal(4);
   std::vector<double> rhs(4, 1.0), x(4);
-  EXPECT_EQ(VQ_SparseSolverDirect(4, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                  k.values.data(), rhs.data(), 0, x.data()),
-            0);
+  EXPECT_EQ(VQ_SparseSolverDirect(4, 1, VQTEST_CSR(k), rhs.data(), 0, x.data()), 0);
   VQ_ResetOverrideListSparseSolverParam();
 }
 

@@ -7,8 +7,9 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cmath>
+#include <cstdio>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -24,7 +25,9 @@ using vqtest::GuardedArray;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-enum Family { kSolve = 1, kProduct = 2, kEigen = 4, kAll = 7 };  // products take any value
+// Products take any value; kDirect and kMethod narrow a case to VQ_DirectSparseSolver's settings
+// and to VQ_EigenvalueAnalysis's method selector.
+enum Family { kSolve = 1, kProduct = 2, kEigen = 4, kAll = 7, kDirect = 8, kMethod = 16 };
 
 // One broken model: its arrays exactly as a host passes them, the families of entry points it
 // concerns, and the fragment the registry message carries after "ERROR_INVALID_MATRICES: "
@@ -41,6 +44,10 @@ struct Case {
   int nrhs = 2, nev = 2;
   bool nullRowPointers = false, nullColumns = false, nullValues = false, nullRhs = false;
   bool nanMass = false, nullMass = false;
+  int solverType = 0, matrixType = -2, diagonalInfo = 0;
+  bool ownMethod = false;  // method below instead of the entry point's own
+  int method = 0;
+  int code = -64;
 };
 
 // The valid 4 x 4 tridiagonal matrix (4, -1) most cases start from.
@@ -48,8 +55,10 @@ const std::vector<int> kRp = {1, 3, 5, 7, 8};
 const std::vector<int> kCi = {1, 2, 2, 3, 3, 4, 4};
 const std::vector<double> kV = {4, -1, 4, -1, 4, -1, 4};
 
-Case Base(const char* name, int families, const char* problem, const char* eigenProblem = nullptr) {
+Case Base(const char* name, int families, const char* problem, const char* eigenProblem = nullptr,
+          const std::function<void(Case&)>& edit = nullptr) {
   Case c{name, families, 4, kRp, kCi, kV, problem, eigenProblem};
+  if (edit) edit(c);
   return c;
 }
 
@@ -57,39 +66,26 @@ std::vector<Case> Cases() {
   std::vector<Case> cases;
   cases.push_back(Case{"OrderZero", kAll, 0, {1}, {}, {}, "order n = 0 is not positive", "order n"});
   cases.push_back(Case{"OrderNegative", kAll, -3, {1}, {}, {}, "order n = -3 is not positive", "order n"});
-  Case c = Base("NullRowPointers", kAll, "row pointer array is null");
-  c.nullRowPointers = true;
-  cases.push_back(c);
-  c = Base("NullColumns", kAll, "column index array is null");
-  c.nullColumns = true;
-  cases.push_back(c);
-  c = Base("NullValues", kAll, "value array is null");
-  c.nullValues = true;
-  cases.push_back(c);
-  c = Base("NullRightHandSide", kSolve, "right-hand side array is null");
-  c.nullRhs = true;
-  cases.push_back(c);
-  c = Base("NoRightHandSides", kSolve, "number of right-hand sides nrhs = 0 is below 1");
-  c.nrhs = 0;
-  cases.push_back(c);
-  c = Base("NoEigenvalues", kEigen, "", "eigenvalues");
-  c.nev = 0;
-  cases.push_back(c);
-  c = Base("NegativeEigenvalueCount", kEigen, "", "eigenvalues");
-  c.nev = -3;
-  cases.push_back(c);
-  c = Base("NaNInMass", kEigen, "", "NaN or infinite");
-  c.nanMass = true;
-  cases.push_back(c);
-  c = Base("NullMass", kEigen, "", "mass");
-  c.nullMass = true;
-  cases.push_back(c);
-  c = Base("RowPointersNotFromOne", kAll, "row pointers must start at 1 (found 0)");
-  c.rowPointers[0] = 0;
-  cases.push_back(c);
-  c = Base("RowPointersDecrease", kAll, "row 2: row pointers decrease (3 then 2)");
-  c.rowPointers[2] = 2;
-  cases.push_back(c);
+  cases.push_back(Base("NullRowPointers", kAll, "row pointer array is null", nullptr,
+                       [](Case& c) { c.nullRowPointers = true; }));
+  cases.push_back(Base("NullColumns", kAll, "column index array is null", nullptr,
+                       [](Case& c) { c.nullColumns = true; }));
+  cases.push_back(Base("NullValues", kAll, "value array is null", nullptr,
+                       [](Case& c) { c.nullValues = true; }));
+  cases.push_back(Base("NullRightHandSide", kSolve, "right-hand side array is null", nullptr,
+                       [](Case& c) { c.nullRhs = true; }));
+  cases.push_back(Base("NoRightHandSides", kSolve, "number of right-hand sides nrhs = 0 is below 1",
+                       nullptr, [](Case& c) { c.nrhs = 0; }));
+  cases.push_back(Base("NoEigenvalues", kEigen, "", "eigenvalues", [](Case& c) { c.nev = 0; }));
+  cases.push_back(
+      Base("NegativeEigenvalueCount", kEigen, "", "eigenvalues", [](Case& c) { c.nev = -3; }));
+  cases.push_back(
+      Base("NaNInMass", kEigen, "", "NaN or infinite", [](Case& c) { c.nanMass = true; }));
+  cases.push_back(Base("NullMass", kEigen, "", "mass", [](Case& c) { c.nullMass = true; }));
+  cases.push_back(Base("RowPointersNotFromOne", kAll, "row pointers must start at 1 (found 0)",
+                       nullptr, [](Case& c) { c.rowPointers[0] = 0; }));
+  cases.push_back(Base("RowPointersDecrease", kAll, "row 2: row pointers decrease (3 then 2)",
+                       nullptr, [](Case& c) { c.rowPointers[2] = 2; }));
   // A corrupt pointer far beyond the arrays, with columns that keep ascending to the end of the
   // array: a check that walked row 1 before looking at the pointers would read past the three
   // entries the caller holds.
@@ -111,15 +107,30 @@ std::vector<Case> Cases() {
                        "row 1: column indices are not strictly ascending (2 then 2)"});
   cases.push_back(Case{"MoreEntriesThanOrderAllows", kAll, 2, {1, 4, 5}, {1, 2, 3, 2}, {4, -1, -1, 4},
                        "row 1: column index 3 exceeds the order 2"});
-  c = Base("NaNOffDiagonal", kSolve | kEigen, "value at row 2, column 3 is NaN", "NaN or infinite");
-  c.values[3] = kNaN;
-  cases.push_back(c);
-  c = Base("InfiniteDiagonal", kSolve | kEigen, "value at row 4, column 4 is infinite", "NaN or infinite");
-  c.values[6] = kInf;
-  cases.push_back(c);
-  c = Base("NegativeInfinityFirstEntry", kSolve | kEigen, "value at row 1, column 1 is infinite", "NaN or infinite");
-  c.values[0] = -kInf;
-  cases.push_back(c);
+  cases.push_back(Base("NaNOffDiagonal", kSolve | kEigen, "value at row 2, column 3 is NaN",
+                       "NaN or infinite", [](Case& c) { c.values[3] = kNaN; }));
+  cases.push_back(Base("InfiniteDiagonal", kSolve | kEigen, "value at row 4, column 4 is infinite",
+                       "NaN or infinite", [](Case& c) { c.values[6] = kInf; }));
+  cases.push_back(Base("NegativeInfinityFirstEntry", kSolve | kEigen,
+                       "value at row 1, column 1 is infinite", "NaN or infinite",
+                       [](Case& c) { c.values[0] = -kInf; }));
+  // Settings outside their tables: solver and matrix types, diagonal output without arrays, and
+  // an unknown eigen method (-9999 "Unclassified").
+  cases.push_back(Base("SolverType3", kDirect, "solver type 3 is not 0, 1 or 2", nullptr,
+                       [](Case& c) { c.solverType = 3; }));
+  cases.push_back(Base("SolverTypeNegative", kDirect, "solver type -1 is not 0, 1 or 2", nullptr,
+                       [](Case& c) { c.solverType = -1; }));
+  cases.push_back(Base("MatrixType11", kDirect, "matrix type 11 is not 2 or -2", nullptr,
+                       [](Case& c) { c.matrixType = 11; }));
+  cases.push_back(Base("DiagonalWithoutArrays", kDirect,
+                       "diagonal information requested but a diagonal array is null", nullptr,
+                       [](Case& c) { c.matrixType = 2, c.diagonalInfo = 1; }));
+  const std::pair<const char*, int> methods[] = {
+      {"Method3", 3}, {"MethodNegative", -1}, {"MethodIntMax", INT_MAX}, {"MethodIntMin", INT_MIN}};
+  for (const auto& m : methods) {
+    cases.push_back(Base(m.first, kMethod, "", "Unclassified"));
+    cases.back().ownMethod = true, cases.back().method = m.second, cases.back().code = -9999;
+  }
   return cases;
 }
 
@@ -173,8 +184,9 @@ struct Call {
     switch (e) {
       case Entry::SparseSolverDirect: return VQ_SparseSolverDirect(c.n, c.nrhs, r, col, val, b, 0, x);
       case Entry::DirectSparseSolver:
-        return VQ_DirectSparseSolver(c.n, c.nrhs, r, col, val, b, 0, -2, nullptr, 0, "", 1, 0, x, 0, nullptr,
-                                     nullptr, 0, 0);
+        return VQ_DirectSparseSolver(c.n, c.nrhs, r, col, val, b, c.solverType, c.matrixType,
+                                     nullptr, 0, "", 1, 0, x, c.diagonalInfo, nullptr, nullptr, 0,
+                                     0);
       case Entry::SolveAdvanced: return VQ_SysMatrixSolveAdvanced(c.n, val, r, col, c.nrhs, b, 1, 1, x);
       case Entry::ProductKernel: return VQ_SparseSymmMatrixVectorMultiplication(1, c.n, val, r, col, rhs.data(), out.data());
       case Entry::ProductNativeDispatch:
@@ -188,9 +200,10 @@ struct Call {
       case Entry::Subspace:
       case Entry::Ritz:
       case Entry::Feast:
-        return VQ_EigenvalueAnalysis(static_cast<int>(e) - static_cast<int>(Entry::Subspace), c.n, c.nev, r, col,
-                                     val, m, 0, -2, "", 0, 0.0, 0, &found, out.data(), 1, vectors.data(), 0.0,
-                                     0.0, 10.0, nullptr);
+        return VQ_EigenvalueAnalysis(
+            c.ownMethod ? c.method : static_cast<int>(e) - static_cast<int>(Entry::Subspace), c.n,
+            c.nev, r, col, val, m, 0, -2, "", 0, 0.0, 0, &found, out.data(), 1, vectors.data(), 0.0,
+            0.0, 10.0, nullptr);
       case Entry::Lapack: return VQ_EigenvalueAnalysis_LAPACK(c.n, r, col, val, m, 1, out.data(), vectors.data());
       case Entry::Jacobi: return VQ_EigenvalueAnalysis_JACOBI(c.n, r, col, val, m, out.data(), vectors.data());
       case Entry::Arpack:
@@ -220,13 +233,19 @@ bool TakesCount(Entry e) {
          e != Entry::ResidualMode;
 }
 
+// The families of cases an entry point meets.
+int Bits(Entry e) {
+  return FamilyOf(e) | (e == Entry::DirectSparseSolver ? kDirect : 0) |
+         (e == Entry::Subspace ? kMethod : 0);
+}
+
 // Every entry point with every case that concerns its family.
 std::vector<std::pair<Entry, int>> Combinations() {
   std::vector<std::pair<Entry, int>> all;
   const std::vector<Case> cases = Cases();
   for (Entry e : Entries())
     for (size_t k = 0; k < cases.size(); ++k)
-      if ((cases[k].families & FamilyOf(e)) && (cases[k].nev > 0 || TakesCount(e)))
+      if ((cases[k].families & Bits(e)) && (cases[k].nev > 0 || TakesCount(e)))
         all.emplace_back(e, static_cast<int>(k));
   return all;
 }
@@ -247,7 +266,7 @@ TEST_P(MalformedInput, IsRejectedWithItsDescriptionAndTouchesNothing) {
   // The Lanczos driver answers counts out of range as ARPACK does (-46); the eigen paths name a
   // value that is not finite in words of their own.
   const bool arpackCount = e == Entry::Arpack && (c.n <= 0 || c.nev <= 0);
-  const int code = arpackCount ? -46 : -64;
+  const int code = arpackCount ? -46 : c.code;
   std::vector<std::string> fragments = {family == kEigen && c.eigenProblem ? c.eigenProblem : c.problem};
   if (arpackCount) fragments = {"must be positive"};
   if (family == kEigen && c.eigenProblem && std::string(c.eigenProblem) == "NaN or infinite")
@@ -262,8 +281,12 @@ TEST_P(MalformedInput, IsRejectedWithItsDescriptionAndTouchesNothing) {
     EXPECT_EQ(call.Run(e, inPlace), code);
     const vqtest::RegistryError last = vqtest::LastError();
     EXPECT_EQ(last.code, code);
-    if (!arpackCount) {
+    if (code == -64) {
       EXPECT_EQ(last.message.rfind("ERROR_INVALID_MATRICES: ", 0), 0u) << last.message;
+    }
+    if (c.families & (kDirect | kMethod)) {  // the whole message
+      EXPECT_EQ(last.message, (code == -64 ? "ERROR_INVALID_MATRICES: " : "") + fragments[0]);
+      EXPECT_EQ(call.found, code == -64 ? -5 : 0);
     }
     EXPECT_TRUE(std::any_of(fragments.begin(), fragments.end(),
                             [&](const std::string& f) { return last.message.find(f) != std::string::npos; }))
@@ -305,64 +328,22 @@ TEST(MalformedInputBaseline, ValidModelPassesEveryEntryPoint) {
   VQ_ReleaseSolver();
 }
 
-// Settings the caller gets wrong: solver and matrix types outside their tables, diagonal output
-// without arrays, an unknown eigen method.
-TEST(MalformedInputSettings, UnknownTypesAndMissingArraysAreRejected) {
-  vqtest::Csr k = vqtest::Tridiagonal(5);
-  GuardedArray<double> rhs(5, 1.0), x(5, 0.0);
-  const std::vector<double> before = rhs.Values();
-  struct Setting {
-    int solverType, matrixType, diagonalInfo;
-    const char* problem;
-  } settings[] = {{3, -2, 0, "solver type 3 is not 0, 1 or 2"},
-                  {-1, -2, 0, "solver type -1 is not 0, 1 or 2"},
-                  {0, 11, 0, "matrix type 11 is not 2 or -2"},
-                  {0, 2, 1, "diagonal information requested but a diagonal array is null"}};
-  for (const Setting& s : settings) {
-    SCOPED_TRACE(s.problem);
-    EXPECT_EQ(VQ_DirectSparseSolver(5, 1, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                    rhs.data(), s.solverType, s.matrixType, nullptr, 0, "", 1, 0, x.data(),
-                                    s.diagonalInfo, nullptr, nullptr, 0, 0),
-              -64);
-    EXPECT_EQ(vqtest::LastError().message, std::string("ERROR_INVALID_MATRICES: ") + s.problem);
-    EXPECT_TRUE(vqtest::SameBits(rhs.Values(), before));
-    EXPECT_TRUE(rhs.Intact() && x.Intact());
-  }
-  std::vector<double> mass(5, 1.0);
-  for (int type : {3, -1, INT_MAX, INT_MIN}) {
-    GuardedArray<double> values(3, -7.0), modes(15, -7.0);
-    int found = -1;
-    EXPECT_EQ(VQ_EigenvalueAnalysis(type, 5, 3, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                                    mass.data(), 0, -2, "", 0, 0.0, 0, &found, values.data(), 1, modes.data(),
-                                    0.0, 0.0, 10.0, nullptr),
-              -9999);
-    EXPECT_EQ(vqtest::LastError().message, "Unclassified");
-    EXPECT_EQ(found, 0);
-    EXPECT_TRUE(values.Intact() && modes.Intact());
-  }
-}
-
 // A NaN handed over with refactor 1 to the kept solver is caught before PARDISO sees it, and the
 // kept solver still solves the next valid matrix.
 TEST(MalformedInputKeptSolver, NaNOnRefactorIsRejectedAndTheKeptSolverStaysUsable) {
   VQ_ReleaseSolver();
   vqtest::Csr k = vqtest::Tridiagonal(6);
-  std::vector<double> rhs(6, 1.0), x(6, 0.0);
-  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, k.values.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 0, x.data()),
-            0);
-  std::vector<double> broken = k.values;
+  std::vector<double> rhs(6, 1.0), x(6, 0.0), x2(6, 7.0), broken = k.values, scaled = k.values;
+  auto solve = [&](std::vector<double>& values, int refactor, std::vector<double>& out) {
+    return VQ_SysMatrixSolveAdvanced(6, values.data(), k.rowPointers.data(), k.columnIndices.data(),
+                                     1, rhs.data(), 1, refactor, out.data());
+  };
+  ASSERT_EQ(solve(k.values, 0, x), 0);
   broken[4] = kNaN;
-  std::vector<double> x2(6, 7.0);
-  EXPECT_EQ(VQ_SysMatrixSolveAdvanced(6, broken.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 1, x2.data()),
-            -64);
+  EXPECT_EQ(solve(broken, 1, x2), -64);
   EXPECT_EQ(x2, std::vector<double>(6, 7.0));
-  std::vector<double> scaled = k.values;
   for (double& v : scaled) v *= 2.0;
-  ASSERT_EQ(VQ_SysMatrixSolveAdvanced(6, scaled.data(), k.rowPointers.data(), k.columnIndices.data(), 1,
-                                      rhs.data(), 1, 1, x2.data()),
-            0);
+  ASSERT_EQ(solve(scaled, 1, x2), 0);
   for (int i = 0; i < 6; ++i) EXPECT_NEAR(x2[i], 0.5 * x[i], 1e-14);
   VQ_ReleaseSolver();
 }
@@ -372,9 +353,7 @@ TEST(MalformedInputValidation, AcceptsEveryWellFormedLayout) {
   std::string problem;
   for (const vqtest::Csr& k : {vqtest::DiagonalCsr({1, 2, 3}), vqtest::CsrFromDense(3, {4, 1, 1, 1, 4, 1, 1, 1, 4}),
                                vqtest::Tridiagonal(5)})
-    EXPECT_TRUE(vqmath::internal::ValidateUpperCsr(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                                   k.values.data(), &problem))
-        << problem;
+    EXPECT_TRUE(vqmath::internal::ValidateUpperCsr(k.n, VQTEST_CSR(k), &problem)) << problem;
 }
 
 // More eigenvalues than the order: each method answers with what exists (the tridiagonal (2, -1)
@@ -388,9 +367,9 @@ TEST(MalformedInputCounts, MoreEigenvaluesThanTheOrderGiveWhatExists) {
       SCOPED_TRACE("method " + std::to_string(type) + ", nev " + std::to_string(nev));
       GuardedArray<double> values(static_cast<size_t>(nev), -7.0), modes(static_cast<size_t>(5 * nev), -7.0);
       int found = -1;
-      const int code = VQ_EigenvalueAnalysis(type, 5, nev, k.rowPointers.data(), k.columnIndices.data(),
-                                             k.values.data(), mass.data(), 0, -2, "", 0, 0.0, 0, &found,
-                                             values.data(), 1, modes.data(), 0.0, 0.0, 10.0, nullptr);
+      const int code =
+          VQ_EigenvalueAnalysis(type, 5, nev, VQTEST_CSR(k), mass.data(), 0, -2, "", 0, 0.0, 0,
+                                &found, values.data(), 1, modes.data(), 0.0, 0.0, 10.0, nullptr);
       ASSERT_TRUE(code == 0 || code == 1) << code << " " << vqtest::LastError().message;
       ASSERT_GE(found, 1);
       ASSERT_LE(found, 5);

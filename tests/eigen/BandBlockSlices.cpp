@@ -30,8 +30,7 @@ TEST_P(BandBlockSlices, EigenvaluesAndSliceCountsMatchDsygv) {
   ASSERT_GT(ev.size(), static_cast<size_t>(c.modes));
   VQ_BandProblem p;
   vqmath::eigen_internal::PencilArrays pencil;
-  p.n = pencil.n = e.k.n;
-  p.kRowPointers = pencil.kRowPointers = e.k.rowPointers.data();
+  p.n = pencil.n = e.k.n, p.kRowPointers = pencil.kRowPointers = e.k.rowPointers.data();
   p.kColumnIndices = pencil.kColumnIndices = e.k.columnIndices.data();
   p.kValues = pencil.kValues = e.k.values.data();
   if (e.diagonal()) {
@@ -41,8 +40,7 @@ TEST_P(BandBlockSlices, EigenvaluesAndSliceCountsMatchDsygv) {
     p.mColumnIndices = pencil.mColumnIndices = e.mass.columnIndices.data();
     p.mValues = pencil.mValues = e.mass.values.data();
   }
-  p.lower = -DBL_MAX;
-  p.upper = 0.5 * (ev[c.modes - 1] + ev[c.modes]);
+  p.lower = -DBL_MAX, p.upper = 0.5 * (ev[c.modes - 1] + ev[c.modes]);
   ASSERT_GT(ev[c.modes] - ev[c.modes - 1], 1e-6 * ev[c.modes]) << "band edge on a repeated pair";
 
   VQ_BandEigenSolver band(p);

@@ -180,10 +180,9 @@ TEST(BandSpecialCases, EmptyBandAndCapAndBadBounds) {
   const int n = e.k.n, cap = 5;
   std::vector<double> values(cap + 3, -7.0), shapes(static_cast<size_t>(n) * (cap + 1), -7.0);
   int bandCount = -1, found = -1;
-  const int code = VQ_EigenvalueAnalysis_Band(
-      n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(), e.lumped.data(),
-      -DBL_MAX, 0.5 * (ev[11] + ev[12]), cap, &bandCount, &found, values.data(), shapes.data(),
-      nullptr);
+  const int code = VQ_EigenvalueAnalysis_Band(n, VQTEST_CSR(e.k), e.lumped.data(), -DBL_MAX,
+                                              0.5 * (ev[11] + ev[12]), cap, &bandCount, &found,
+                                              values.data(), shapes.data(), nullptr);
   EXPECT_EQ(code, -90);
   EXPECT_EQ(vqtest::LastError().code, -90);
   EXPECT_EQ(bandCount, 12);

@@ -46,15 +46,12 @@ BlockRun RunBlock(const Csr& k, const Csr* b, const std::vector<double>* diagona
   VQ_SetEigenVerification(o.verify ? 1 : 0);
   if (b)
     r.code = VQ_EigenvalueAnalysis_BlockLanczos2(
-        k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-        b->rowPointers.data(), b->columnIndices.data(), b->values.data(), o.selector, o.block, 0,
-        &r.found, r.values.data(), r.modes.data(), o.shift, o.limitActive ? 1 : 0, o.limit,
-        nullptr, &r.sturm);
+        k.n, nev, VQTEST_CSR(k), VQTEST_CSR(*b), o.selector, o.block, 0, &r.found, r.values.data(),
+        r.modes.data(), o.shift, o.limitActive ? 1 : 0, o.limit, nullptr, &r.sturm);
   else
     r.code = VQ_EigenvalueAnalysis_BlockLanczos(
-        k.n, nev, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), diagonal->data(),
-        o.block, 0, &r.found, r.values.data(), r.modes.data(), o.shift, o.limitActive ? 1 : 0,
-        o.limit, nullptr, &r.sturm);
+        k.n, nev, VQTEST_CSR(k), diagonal->data(), o.block, 0, &r.found, r.values.data(),
+        r.modes.data(), o.shift, o.limitActive ? 1 : 0, o.limit, nullptr, &r.sturm);
   VQ_SetEigenVerification(0);
   r.warning = VQ_GetLastWarningID();
   r.values.resize(static_cast<size_t>(std::max(r.found, 0)));
@@ -78,11 +75,8 @@ vqtest::EigenMethod Block(const BlockOptions& o, BlockRun* last = nullptr) {
 
 vqtest::EigenCheckOptions Checks(double tolerance = 1e-10) {
   vqtest::EigenCheckOptions c;
-  c.valueTolerance = tolerance;
-  c.zeroFloor = 1e-4;
-  c.residualTolerance = 1e-10;
-  c.residualByNormOfK = true;
-  c.orthonormalityTolerance = 1e-9;
+  c.valueTolerance = tolerance, c.zeroFloor = 1e-4, c.residualTolerance = 1e-10;
+  c.residualByNormOfK = true, c.orthonormalityTolerance = 1e-9;
   return c;
 }
 
@@ -146,8 +140,7 @@ TEST(BlockLanczos, RepeatedEigenvaluesComeOutWithTheirMultiplicity) {
   const EigenProblem rotated = vqtest::RotatedProblem(spectrum, 7u);
   for (int block : {4, 5, 0}) {
     BlockOptions o;
-    o.block = block;
-    o.verify = true;
+    o.block = block, o.verify = true;
     const BlockRun r = RunBlock(rotated, 12, o);
     ASSERT_EQ(r.code, 0);
     ASSERT_EQ(r.found, 12);
@@ -159,8 +152,7 @@ TEST(BlockLanczos, RepeatedEigenvaluesComeOutWithTheirMultiplicity) {
   // the others in depends on the kernels): the Sturm count is the true number of eigenvalues up to
   // the largest returned, and any copy left out shows as warning -23.
   BlockOptions small;
-  small.block = 2;
-  small.verify = true;
+  small.block = 2, small.verify = true;
   const BlockRun missed = RunBlock(rotated, 12, small);
   ASSERT_GT(missed.found, 0);
   const double largest = missed.values[static_cast<size_t>(missed.found) - 1];
@@ -183,8 +175,7 @@ TEST(BlockLanczos, RigidBodyModesAreFoundBelowANegativeShift) {
     const EigenProblem e = vqtest::SolidProblem(4, 2, 2, consistent, false);
     const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
     BlockOptions o;
-    o.shift = -0.01 * reference[6];
-    o.verify = true;
+    o.shift = -0.01 * reference[6], o.verify = true;
     BlockRun r;
     vqtest::RunEigenChecks(Block(o, &r), e, 12, Checks());
     for (int i = 0; i < 6; ++i) EXPECT_LT(std::fabs(r.values[i]), 1e-9 * reference[6]);
@@ -202,9 +193,7 @@ TEST(BlockLanczos, PinnedColumnBucklesAtEulersLoads) {
   // Shift 0 (K^-1 Kg) and a shift below the first load (buckling transformation).
   for (double shift : {0.0, 0.5 * c.EulerLoad(1)}) {
     BlockOptions o;
-    o.selector = 1;
-    o.shift = shift;
-    o.verify = true;
+    o.selector = 1, o.shift = shift, o.verify = true;
     const BlockRun r = RunBlock(k, &kg, nullptr, 5, o);
     ASSERT_EQ(r.code, 0) << shift;
     ASSERT_EQ(r.found, 5);
@@ -236,9 +225,9 @@ TEST(BlockLanczos, BlockSizesMassFormsLimitAndOutOfCoreAgree) {
   }
   vqtest::ScratchDir dir;
   for (const auto& [ooc, verify] : {std::pair<int, bool>{0, false}, {2, true}}) {
-    VQ_BlockLanczosEigenSolver s(e.k.n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
-                                 nullptr, nullptr, nullptr, e.lumped.data(),
-                                 VQ_BlockLanczosEigenSolver::kNaturalModes, 20, ooc, -2, dir.Path().c_str());
+    VQ_BlockLanczosEigenSolver s(e.k.n, VQTEST_CSR(e.k), nullptr, nullptr, nullptr, e.lumped.data(),
+                                 VQ_BlockLanczosEigenSolver::kNaturalModes, 20, ooc, -2,
+                                 dir.Path().c_str());
     s.Set_BlockSize(8);
     s.Set_VerifyWithSturmCount(verify);
     ASSERT_EQ(s.Solve(), 0) << ooc;
@@ -250,8 +239,7 @@ TEST(BlockLanczos, BlockSizesMassFormsLimitAndOutOfCoreAgree) {
   }
   // The interval limit ends the search at the fifth eigenvalue.
   BlockOptions o;
-  o.limitActive = true;
-  o.limit = 0.5 * (reference[4] + reference[5]);
+  o.limitActive = true, o.limit = 0.5 * (reference[4] + reference[5]);
   const BlockRun r = RunBlock(e, 12, o);
   EXPECT_EQ(r.code, 0);
   ASSERT_EQ(r.found, 5);
@@ -260,14 +248,14 @@ TEST(BlockLanczos, BlockSizesMassFormsLimitAndOutOfCoreAgree) {
   // the input checks are the malformed-input table's).
   int found = 9, sturm = 9;
   std::vector<double> values(4, 7.0);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_BlockLanczos(e.k.n, 4, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                               e.k.values.data(), e.lumped.data(), -2, 0, &found, values.data(),
-                                               nullptr, 0.0, 0, 0.0, nullptr, &sturm),
-            -64);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_BlockLanczos(e.k.n, 4, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                               e.k.values.data(), e.lumped.data(), 0, 0, &found, nullptr, nullptr,
-                                               0.0, 0, 0.0, nullptr, &sturm),
-            -64);
+  EXPECT_EQ(
+      VQ_EigenvalueAnalysis_BlockLanczos(e.k.n, 4, VQTEST_CSR(e.k), e.lumped.data(), -2, 0, &found,
+                                         values.data(), nullptr, 0.0, 0, 0.0, nullptr, &sturm),
+      -64);
+  EXPECT_EQ(
+      VQ_EigenvalueAnalysis_BlockLanczos(e.k.n, 4, VQTEST_CSR(e.k), e.lumped.data(), 0, 0, &found,
+                                         nullptr, nullptr, 0.0, 0, 0.0, nullptr, &sturm),
+      -64);
   EXPECT_EQ(found, 0);
   EXPECT_EQ(sturm, -1);
 }

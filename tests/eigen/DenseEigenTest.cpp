@@ -15,7 +15,7 @@ namespace {
 
 using vqtest::Csr;
 
-std::string LastMessage() { return vqtest::LastError().message; }
+using vqtest::LastMessage;
 
 // The four sparse-input dense paths as methods of the eigen harness (all n eigenpairs).
 vqtest::EigenOutcome Dense(const vqtest::EigenProblem& e, bool jacobi) {
@@ -30,12 +30,10 @@ vqtest::EigenOutcome Dense(const vqtest::EigenProblem& e, bool jacobi) {
                         : VQ_EigenvalueAnalysis_LAPACK(k.n, kr, kc, k.values.data(), e.lumped.data(), 1,
                                                        out.values.data(), out.vectors.data());
   else
-    out.status = jacobi ? VQ_EigenvalueAnalysis_JACOBI2(k.n, kr, kc, k.values.data(), m.rowPointers.data(),
-                                                        m.columnIndices.data(), m.values.data(),
+    out.status = jacobi ? VQ_EigenvalueAnalysis_JACOBI2(k.n, kr, kc, k.values.data(), VQTEST_CSR(m),
                                                         out.values.data(), out.vectors.data())
-                        : VQ_EigenvalueAnalysis_LAPACK2(k.n, kr, kc, k.values.data(), m.rowPointers.data(),
-                                                        m.columnIndices.data(), m.values.data(), 1,
-                                                        out.values.data(), out.vectors.data());
+                        : VQ_EigenvalueAnalysis_LAPACK2(k.n, kr, kc, k.values.data(), VQTEST_CSR(m),
+                                                        1, out.values.data(), out.vectors.data());
   EXPECT_EQ(VQ_GetLastErrorID(), out.status);
   return out;
 }
@@ -55,10 +53,8 @@ TEST(DenseEigenResults, LapackWithoutVectorsWritesNone) {
   const vqtest::EigenProblem e = vqtest::SolidProblem(3, 2, 1, true);
   Csr k = e.k, m = e.mass;
   std::vector<double> values(k.n), vectors(static_cast<size_t>(k.n) * k.n, 9.0);
-  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK2(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                             k.values.data(), m.rowPointers.data(),
-                                             m.columnIndices.data(), m.values.data(), 0,
-                                             values.data(), vectors.data()));
+  ASSERT_EQ(0, VQ_EigenvalueAnalysis_LAPACK2(k.n, VQTEST_CSR(k), VQTEST_CSR(m), 0, values.data(),
+                                             vectors.data()));
   const std::vector<double> reference = vqtest::DenseEigenvalues(k, m);
   for (int i = 0; i < k.n; ++i) EXPECT_LT(vqtest::RelDiff(values[i], reference[i]), 1e-12);
   for (double v : vectors) ASSERT_EQ(9.0, v);

@@ -13,18 +13,6 @@
 
 namespace {
 
-// K and M of a problem as objects owned by the test.
-struct Pair {
-  explicit Pair(const vqtest::EigenProblem& e)
-      : k(e.k),
-        m(e.MassCsr()),
-        K(k.n, k.values.data(), k.rowPointers.data(), k.columnIndices.data()),
-        M(m.n, m.values.data(), m.rowPointers.data(), m.columnIndices.data()) {}
-  vqtest::Csr k, m;
-  VQ_SparseSymMatrix K;
-  VQ_SparseSymMatrix M;
-};
-
 // The rigid-body check factors K alone: a regular K passes, a free body or an indefinite K
 // (diag(1, 3, 5, 7) - 2 I: one negative pivot) fails with -3 and an equation.
 TEST(EigenSolverRigidBody, OnlyARegularStiffnessPasses) {
@@ -39,12 +27,13 @@ TEST(EigenSolverRigidBody, OnlyARegularStiffnessPasses) {
                {indefinite, -2, false}};
   vqtest::ScratchDir dir;
   for (const auto& c : cases) {
-    Pair pair(c.e);
-    VQ_SubspaceEigenSparseSolver eigen(&pair.K, &pair.M, 0, c.matrixType, 2, dir.Path().c_str(), false, 0.0);
+    vqtest::ObjectPair pair(c.e);
+    VQ_SubspaceEigenSparseSolver eigen(&pair.K, pair.M(), 0, c.matrixType, 2, dir.Path().c_str(),
+                                       false, 0.0);
     EXPECT_EQ(c.passes, eigen.CheckForRigidBodyModes(""));
     EXPECT_EQ(c.passes ? 0 : -3, eigen.GetStatus());
     const int dof = eigen.Get_DOFNumForInstability();
-    EXPECT_TRUE(c.passes ? dof == -1 : dof >= 1 && dof <= pair.k.n) << dof;
+    EXPECT_TRUE(c.passes ? dof == -1 : dof >= 1 && dof <= pair.e.k.n) << dof;
   }
 }
 

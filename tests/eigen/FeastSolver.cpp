@@ -24,11 +24,7 @@ struct Problem {
   std::vector<double> reference;
   Problem() {
     vqmath::models::SolidParameters sp;
-    sp.nx = 6;
-    sp.ny = 3;
-    sp.nz = 2;
-    sp.hy = 0.15;
-    sp.consistentMass = true;
+    sp.nx = 6, sp.ny = 3, sp.nz = 2, sp.hy = 0.15, sp.consistentMass = true;
     const vqmath::models::SolidModel model(sp);
     k = vqtest::FromModel(model.Stiffness());
     m = vqtest::FromModel(model.ConsistentMass());
@@ -59,9 +55,7 @@ class FeastSolver : public ::testing::Test {
 
   // A solver of K·φ = λ·M·φ over the compressed rows.
   VQ_ExtendedEigenSparseSolver Make() {
-    return VQ_ExtendedEigenSparseSolver(
-        k_.n, k_.rowPointers.data(), k_.columnIndices.data(), k_.values.data(),
-        m_.rowPointers.data(), m_.columnIndices.data(), m_.values.data(), 0, -2, false, "");
+    return VQ_ExtendedEigenSparseSolver(k_.n, VQTEST_CSR(k_), VQTEST_CSR(m_), 0, -2, false, "");
   }
   // One SolveSystem of `s` over [lo, hi] in `intervals` sub-intervals into values_ / vectors_.
   int Run(double lo, double hi, int requested, int intervals = 1, bool store = true,
@@ -87,9 +81,7 @@ TEST_F(FeastSolver, FindsExactlyTheEigenpairsInsideTheInterval) {
   for (int i = 0; i < 60; ++i) ASSERT_GT(ref_[i + 1] / ref_[i], 1.0 + 1e-6) << i;
   vqtest::EigenProblem e{"solid", k_, {}, m_};
   vqtest::EigenCheckOptions o;
-  o.first = 3;
-  o.valueTolerance = 1e-9;
-  o.residualTolerance = o.orthonormalityTolerance = 1e-8;
+  o.first = 3, o.valueTolerance = 1e-9, o.residualTolerance = o.orthonormalityTolerance = 1e-8;
   const vqtest::EigenMethod feast = [&](const vqtest::EigenProblem&, int) {
     const int code = Run(Between(2), Between(9), 20);
     const double* v = vectors_.GetDataPointer();

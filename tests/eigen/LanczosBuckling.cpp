@@ -22,8 +22,7 @@ struct Column {
   ColumnParameters c;
   Csr k, kg, m;
   explicit Column(int elements, bool consistentMass = false) {
-    c.elements = elements;
-    c.consistentMass = consistentMass;
+    c.elements = elements, c.consistentMass = consistentMass;
     const FrameModel f = FrameModel::PinnedColumn(c);
     k = vqtest::FromModel(f.Stiffness());
     kg = vqtest::FromModel(f.GeometricStiffness());
@@ -40,10 +39,7 @@ LanczosRun Lanczos(const Csr& k, const Csr& b, int requested, double shift, int 
       [flag](VQ_LanczosEigenSolver& s) {
         return flag == 2 ? s.SolveBucklingModesIncrementally() : s.Solve(flag);
       },
-      [&](VQ_LanczosProblem& p) {
-        p.shift = shift;
-        p.blockSize = block;
-      });
+      [&](VQ_LanczosProblem& p) { p.shift = shift, p.blockSize = block; });
 }
 
 TEST(LanczosBuckling, PinnedColumnGivesEulersLoadsInOneOrSeveralPasses) {

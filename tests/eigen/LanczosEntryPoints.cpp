@@ -14,7 +14,7 @@ namespace {
 
 using vqtest::Csr;
 
-std::string LastMessage() { return vqtest::LastError().message; }
+using vqtest::LastMessage;
 
 // K = diag(kd), M = diag(md), given to the entry points with M as its diagonal (ARPACK) or in
 // compressed rows (ARPACK2, ARPACK3).
@@ -23,19 +23,17 @@ struct DiagonalProblem {
   Csr m = e.MassCsr();
   int Arpack(int nev, int mode, int selector, int* found, double* values, double* shapes,
              double shift, int maxIterations = -1) const {
-    return VQ_EigenvalueAnalysis_ARPACK(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                        e.k.values.data(), e.lumped.data(), mode, selector, maxIterations, found,
-                                        values, shapes, shift, "", 0);
+    return VQ_EigenvalueAnalysis_ARPACK(e.k.n, nev, VQTEST_CSR(e.k), e.lumped.data(), mode,
+                                        selector, maxIterations, found, values, shapes, shift, "",
+                                        0);
   }
   int Arpack2(int nev, int selector, int* found, double* values, double* shapes) const {
-    return VQ_EigenvalueAnalysis_ARPACK2(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                         e.k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
-                                         m.values.data(), 4, selector, -1, found, values, shapes, 0.0, nullptr, 0);
+    return VQ_EigenvalueAnalysis_ARPACK2(e.k.n, nev, VQTEST_CSR(e.k), VQTEST_CSR(m), 4, selector,
+                                         -1, found, values, shapes, 0.0, nullptr, 0);
   }
   int Arpack3(int nev, int block, int* found, double* values) const {
-    return VQ_EigenvalueAnalysis_ARPACK3(e.k.n, nev, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                                         e.k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
-                                         m.values.data(), 4, 0, -1, block, found, values, nullptr, 0.0, "", 0);
+    return VQ_EigenvalueAnalysis_ARPACK3(e.k.n, nev, VQTEST_CSR(e.k), VQTEST_CSR(m), 4, 0, -1,
+                                         block, found, values, nullptr, 0.0, "", 0);
   }
 };
 
@@ -78,28 +76,23 @@ TEST_F(LanczosEntryPoints, FrameModelThroughArpack4AndArpack5) {
   std::vector<double> v(4), shapes(static_cast<size_t>(n) * 3);
   int found = 0;
   // Buckling (selector 1) with the mass left out.
-  ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK4(n, 3, k.rowPointers.data(), k.columnIndices.data(),
-                                          k.values.data(), nullptr, g.rowPointers.data(),
-                                          g.columnIndices.data(), g.values.data(), 4, 1, -1, &found,
-                                          v.data(), shapes.data(), 1e6, "", 0),
+  ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK4(n, 3, VQTEST_CSR(k), nullptr, VQTEST_CSR(g), 4, 1, -1,
+                                          &found, v.data(), shapes.data(), 1e6, "", 0),
             0)
       << LastMessage();
   for (int mode = 1; mode <= 3; ++mode)
     EXPECT_LT(vqtest::RelDiff(v[mode - 1], c.EulerLoad(mode)), 1e-3);
   // Natural modes (selector 0) with Kg left out: ω² of the first transverse mode.
-  ASSERT_EQ(
-      VQ_EigenvalueAnalysis_ARPACK4(n, 3, k.rowPointers.data(), k.columnIndices.data(),
-                                    k.values.data(), column.LumpedMass().data(), nullptr, nullptr,
-                                    nullptr, 4, 0, -1, &found, v.data(), shapes.data(), 0.0, "", 0),
-      0)
+  ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK4(n, 3, VQTEST_CSR(k), column.LumpedMass().data(), nullptr,
+                                          nullptr, nullptr, 4, 0, -1, &found, v.data(),
+                                          shapes.data(), 0.0, "", 0),
+            0)
       << LastMessage();
   const double omega = c.NaturalFrequency(1);
   EXPECT_LT(vqtest::RelDiff(v[0], omega * omega), 5e-3);
   // Buckling in passes of two.
-  ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK5(n, 4, k.rowPointers.data(), k.columnIndices.data(),
-                                          k.values.data(), g.rowPointers.data(),
-                                          g.columnIndices.data(), g.values.data(), 4, 0, -1, 2,
-                                          &found, v.data(), nullptr, 1e6, "", 0),
+  ASSERT_EQ(VQ_EigenvalueAnalysis_ARPACK5(n, 4, VQTEST_CSR(k), VQTEST_CSR(g), 4, 0, -1, 2, &found,
+                                          v.data(), nullptr, 1e6, "", 0),
             0)
       << LastMessage();
   for (int mode = 1; mode <= 4; ++mode)

@@ -26,11 +26,7 @@ struct Model {
 
 Model Solid(int nx, int ny, int nz, bool consistent, bool clamped) {
   vqmath::models::SolidParameters p;
-  p.nx = nx;
-  p.ny = ny;
-  p.nz = nz;
-  p.consistentMass = consistent;
-  p.clamped = clamped;
+  p.nx = nx, p.ny = ny, p.nz = nz, p.consistentMass = consistent, p.clamped = clamped;
   vqmath::models::SolidModel model(p);
   Model m;
   m.e = vqtest::SolidProblem(nx, ny, nz, consistent, clamped);
@@ -75,15 +71,11 @@ TEST_P(ResidualMode, CompletesTheMassAndMatchesTheMissingModes) {
     const double* r = model.directions[d].data();
     std::vector<double> psi(n);
     double lambda = 0.0, fraction = 0.0;
-    const int rc =
-        e.diagonal()
-            ? VQ_ResidualMode(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                              e.k.values.data(), e.lumped.data(), found, shapes.data(), r,
-                              psi.data(), &lambda, &fraction)
-            : VQ_ResidualMode2(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                               e.k.values.data(), m.rowPointers.data(), m.columnIndices.data(),
-                               m.values.data(), found, shapes.data(), r, psi.data(), &lambda,
-                               &fraction);
+    const int rc = e.diagonal()
+                       ? VQ_ResidualMode(n, VQTEST_CSR(e.k), e.lumped.data(), found, shapes.data(),
+                                         r, psi.data(), &lambda, &fraction)
+                       : VQ_ResidualMode2(n, VQTEST_CSR(e.k), VQTEST_CSR(m), found, shapes.data(),
+                                          r, psi.data(), &lambda, &fraction);
     ASSERT_EQ(rc, 0);
     const double total = MDot(m, r, r);
     double modal = 0.0;
@@ -134,23 +126,20 @@ TEST(ResidualModeEdges, ClassNoModesAndMasslessDirection) {
   ASSERT_EQ(band.ComputeResidualMode(model.directions[2].data(), psi.data(), &lambda, &fraction,
                                      &modes), 0);
   EXPECT_NEAR(modes + fraction, 1.0, 1e-10);
-  ASSERT_EQ(VQ_ResidualMode(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                            e.k.values.data(), e.lumped.data(), 8, band.ModeShapes().data(),
+  ASSERT_EQ(VQ_ResidualMode(n, VQTEST_CSR(e.k), e.lumped.data(), 8, band.ModeShapes().data(),
                             model.directions[2].data(), flat.data(), &flatLambda, &flatFraction),
             0);
   // The flat function is checked against the dense modes above; the class must agree with it.
   EXPECT_NEAR(lambda, flatLambda, 1e-8 * flatLambda);
   EXPECT_NEAR(fraction, flatFraction, 1e-10);
 
-  ASSERT_EQ(VQ_ResidualMode(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                            e.k.values.data(), e.lumped.data(), 0, nullptr,
+  ASSERT_EQ(VQ_ResidualMode(n, VQTEST_CSR(e.k), e.lumped.data(), 0, nullptr,
                             model.directions[0].data(), flat.data(), &flatLambda, &flatFraction),
             0);
   EXPECT_NEAR(flatFraction, 1.0, 1e-12);
 
   const std::vector<double> zero(n, 0.0);
-  EXPECT_EQ(VQ_ResidualMode(n, e.k.rowPointers.data(), e.k.columnIndices.data(),
-                            e.k.values.data(), e.lumped.data(), 0, nullptr, zero.data(),
+  EXPECT_EQ(VQ_ResidualMode(n, VQTEST_CSR(e.k), e.lumped.data(), 0, nullptr, zero.data(),
                             flat.data(), &flatLambda, &flatFraction),
             -20);
 }

@@ -34,10 +34,7 @@ struct Problem {
   std::vector<double> mass, reference;
   Problem() {
     vqmath::models::SolidParameters sp;
-    sp.nx = 5;
-    sp.ny = 2;
-    sp.nz = 2;
-    sp.hy = 0.15;
+    sp.nx = 5, sp.ny = 2, sp.nz = 2, sp.hy = 0.15;
     const vqmath::models::SolidModel model(sp);
     k = vqtest::FromModel(model.Stiffness());
     mass = model.LumpedMass();
@@ -60,8 +57,7 @@ class RitzVectors : public ::testing::Test {
   VQ_ColVector load_{GenericLoad(k_.n)};
 
   Ritz Make(bool limit = false, double limitValue = 0.0) {
-    return Ritz(new VQ_LDRitzVectors(n_, k_.rowPointers.data(), k_.columnIndices.data(),
-                                     k_.values.data(), mass_.data(), 0, -2, limit, limitValue));
+    return Ritz(new VQ_LDRitzVectors(n_, VQTEST_CSR(k_), mass_.data(), 0, -2, limit, limitValue));
   }
   // count vectors of the generic load (or *load, as pattern (kind 0) or force (kind 1)).
   int Solve(VQ_LDRitzVectors& r, int count, bool lanczos = false, VQ_ColVector* load = nullptr,
@@ -123,8 +119,7 @@ TEST_F(RitzVectors, EstimatesApproachTheLowestEigenvaluesFromAbove) {
   }
   // The lowest five have converged: against dsygv and the Sturm count, through the eigen harness.
   vqtest::EigenCheckOptions o;
-  o.valueTolerance = 1e-8;
-  o.expectVectors = false;
+  o.valueTolerance = 1e-8, o.expectVectors = false;
   const vqtest::EigenMethod converged = [&](const vqtest::EigenProblem&, int c) {
     return vqtest::EigenOutcome{0, std::vector<double>(previous.begin(), previous.begin() + c), {}};
   };
@@ -165,15 +160,13 @@ TEST_F(RitzVectors, EffectiveMassRatioReachesOneAtTheMassDegreesOfFreedom) {
 TEST(RitzFailures, NoMassOrASingularStiffnessFail) {
   Csr k3 = vqtest::DiagonalCsr({2.0, 3.0, 4.0}), k = vqtest::DiagonalCsr({2.0, 3.0, 0.0, 4.0});
   std::vector<double> none = {1e-9, 0.0, -1e-9}, m(4, 1.0);
-  VQ_LDRitzVectors massless(3, k3.rowPointers.data(), k3.columnIndices.data(), k3.values.data(),
-                            none.data(), 0, -2, false, 0.0);
+  VQ_LDRitzVectors massless(3, VQTEST_CSR(k3), none.data(), 0, -2, false, 0.0);
   EXPECT_EQ(massless.SolveWYD(2, "", nullptr, nullptr, 0), -40);
   EXPECT_EQ(massless.GetStatus(), -40);
   EXPECT_EQ(massless.GetErrorMessage(), "Failed to Find Ritz Vectors");
   EXPECT_EQ(massless.SolveLWYD(0, "", nullptr, nullptr, 0), -40);
   // Equation 3 has no stiffness; as positive definite the factorisation meets the zero pivot.
-  VQ_LDRitzVectors singular(4, k.rowPointers.data(), k.columnIndices.data(), k.values.data(),
-                            m.data(), 0, 2, false, 0.0);
+  VQ_LDRitzVectors singular(4, VQTEST_CSR(k), m.data(), 0, 2, false, 0.0);
   EXPECT_EQ(singular.SolveWYD(2, "", nullptr, nullptr, 0), -3);
   EXPECT_EQ(singular.GetErrorMessage(), "Instability Detected (ill-conditioned matrices)");
   EXPECT_EQ(singular.Get_DOFNumForInstability(), 3);

@@ -25,8 +25,7 @@ vqtest::EigenMethod Subspace(const SubspaceOptions& o = {}) {
     const SubspaceRun r = vqtest::RunSubspace(e, p, o);
     vqtest::EigenOutcome out;
     out.status = r.constructionStatus ? r.constructionStatus : r.status ? r.status : r.warning;
-    out.values = r.values;
-    out.vectors = r.vectors;
+    out.values = r.values, out.vectors = r.vectors;
     return out;
   };
 }
@@ -48,8 +47,7 @@ TEST_P(SubspaceOnSolids, LowestModesMatchLapack) {
   const SolidCase c = GetParam();
   const EigenProblem e = vqtest::SolidProblem(c.nx, c.ny, c.nz, c.consistent);
   SubspaceOptions o;
-  o.shift = c.shift;
-  o.oocMode = c.oocMode;
+  o.shift = c.shift, o.oocMode = c.oocMode;
   vqtest::RunEigenChecks(Subspace(o), e, c.p);
 }
 
@@ -120,8 +118,7 @@ TEST(SubspaceLimit, KnownSpectrumStopsAtSixty) {
   const EigenProblem e =
       vqtest::DiagonalProblem({100, 10, 150, 60, 30, 210, 280, 360}, std::vector<double>(8, 1.0));
   SubspaceOptions o;
-  o.limitActive = true;
-  o.limit = 50.0;
+  o.limitActive = true, o.limit = 50.0;
   const SubspaceRun r = vqtest::RunSubspace(e, 6, o);
   EXPECT_EQ(0, r.status);
   ASSERT_EQ(3, r.found);

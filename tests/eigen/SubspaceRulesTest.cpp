@@ -19,16 +19,9 @@ using vqtest::SubspaceOptions;
 using vqtest::SubspaceRun;
 
 // A diagonal pair held in objects the test owns (K sparse, M diagonal).
-struct DiagonalPair {
-  DiagonalPair(const std::vector<double>& k, const std::vector<double>& m)
-      : kCsr(vqtest::DiagonalCsr(k)),
-        K(static_cast<int>(k.size()), kCsr.values.data(), kCsr.rowPointers.data(),
-          kCsr.columnIndices.data()),
-        M(static_cast<int>(m.size()), const_cast<double*>(m.data())) {}
-  vqtest::Csr kCsr;
-  VQ_SparseSymMatrix K;
-  VQ_DiagonalMatrix M;
-};
+vqtest::ObjectPair DiagonalPair(const std::vector<double>& k, const std::vector<double>& m) {
+  return vqtest::ObjectPair(vqtest::DiagonalProblem(k, m), false);
+}
 
 std::vector<double> Range(int n, double first, double step) {
   std::vector<double> v(n);
@@ -41,15 +34,15 @@ std::vector<double> Range(int n, double first, double step) {
 TEST(SubspaceTrialVectorCount, LimitedByMassDegreesOfFreedomAndOrder) {
   std::vector<double> m(50, 0.0);
   for (int i = 0; i < 10; ++i) m[5 * i] = 2.0;  // 10 mass terms
-  DiagonalPair pair(Range(50, 1.0, 1.0), m);
+  vqtest::ObjectPair pair = DiagonalPair(Range(50, 1.0, 1.0), m);
   vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver solver(&pair.K, &pair.M, 0, -2, 20, dir.Path().c_str(), false, 0.0);
+  VQ_SubspaceEigenSparseSolver solver(&pair.K, pair.M(), 0, -2, 20, dir.Path().c_str(), false, 0.0);
   EXPECT_EQ(10, solver.GetNumMassDOF());
   EXPECT_EQ(10, solver.GetNumReqEigen());  // lowered to the mass DOFs
   EXPECT_EQ(10, solver.NumberOfTrialVectors(20));
 
-  DiagonalPair small(Range(5, 1.0, 1.0), std::vector<double>(5, 1.0));
-  VQ_SubspaceEigenSparseSolver order(&small.K, &small.M, 0, -2, 9, dir.Path().c_str(), false, 0.0);
+  vqtest::ObjectPair small = DiagonalPair(Range(5, 1.0, 1.0), std::vector<double>(5, 1.0));
+  VQ_SubspaceEigenSparseSolver order(&small.K, small.M(), 0, -2, 9, dir.Path().c_str(), false, 0.0);
   EXPECT_EQ(5, order.GetNumReqEigen());  // lowered to n
   EXPECT_EQ(5, order.NumberOfTrialVectors(3));
 }
@@ -58,16 +51,16 @@ TEST(SubspaceTrialVectorCount, LimitedByMassDegreesOfFreedomAndOrder) {
 // --------------------------------------------------------------------------------------
 
 TEST(SubspaceNoMass, NoTermAboveTheZeroValueGivesMinus20) {
-  DiagonalPair pair(Range(6, 1.0, 1.0), {1e-8, 0.0, -1e-9, 5e-9, 1e-8, 0.0});
+  vqtest::ObjectPair pair = DiagonalPair(Range(6, 1.0, 1.0), {1e-8, 0.0, -1e-9, 5e-9, 1e-8, 0.0});
   vqtest::ScratchDir dir;
-  VQ_SubspaceEigenSparseSolver solver(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
+  VQ_SubspaceEigenSparseSolver solver(&pair.K, pair.M(), 0, -2, 3, dir.Path().c_str(), false, 0.0);
   EXPECT_EQ(-20, solver.GetStatus());
   EXPECT_EQ(-20, solver.SolveSystemIncrementally(3, 0.0, 0));
   EXPECT_EQ(0, solver.GetNumFoundEigen());
 
   // One term just above the zero value is enough.
-  DiagonalPair one(Range(6, 1.0, 1.0), {1e-8, 0.0, 0.0, 2e-8, 0.0, 0.0});
-  VQ_SubspaceEigenSparseSolver some(&one.K, &one.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
+  vqtest::ObjectPair one = DiagonalPair(Range(6, 1.0, 1.0), {1e-8, 0.0, 0.0, 2e-8, 0.0, 0.0});
+  VQ_SubspaceEigenSparseSolver some(&one.K, one.M(), 0, -2, 3, dir.Path().c_str(), false, 0.0);
   EXPECT_EQ(0, some.GetStatus());
   EXPECT_EQ(1, some.GetNumReqEigen());
 }
@@ -119,8 +112,7 @@ TEST(SubspacePasses, MissedModeIsReportedBySturmCheck) {
   for (double v : Range(20, 20.0, 1.0)) lambda.push_back(v);
   const EigenProblem e = vqtest::RotatedProblem(lambda, 5);
   SubspaceOptions o;
-  o.shift = 9.9;
-  o.tolerance = 1e-6;
+  o.shift = 9.9, o.tolerance = 1e-6;
   const SubspaceRun r = vqtest::RunSubspace(e, 2, o);
   EXPECT_EQ(-23, r.warning);
   EXPECT_EQ("Eigenvalue missed (Subspace Iteration)", r.warningMessage);
@@ -139,9 +131,7 @@ TEST(SubspaceRigidBody, AllowedRigidBodyModesAreFoundWithANegativeShift) {
   const EigenProblem e = vqtest::SolidProblem(4, 2, 2, false, /*clamped=*/false);
   const std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
   SubspaceOptions o;
-  o.allowRigidBodyModes = true;
-  o.shift = -0.01 * reference[6];
-  o.tolerance = 1e-12;
+  o.allowRigidBodyModes = true, o.shift = -0.01 * reference[6], o.tolerance = 1e-12;
   const SubspaceRun r = vqtest::RunSubspace(e, 8, o);
   EXPECT_EQ(0, r.status);
   ASSERT_EQ(8, r.found);

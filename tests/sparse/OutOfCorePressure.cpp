@@ -70,8 +70,7 @@ class OutOfCorePressure : public testing::Test {
             int* params) {
     std::vector<double> rhs = *load_;
     x.assign(rhs.size(), 0.0);
-    return VQ_DirectSparseSolver(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
-                                 k_->values.data(), rhs.data(), solverType, -2, params, 0,
+    return VQ_DirectSparseSolver(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), solverType, -2, params, 0,
                                  workingDirectory.c_str(), 1, 0, x.data(), 0, nullptr, nullptr, 0,
                                  0);
   }
@@ -136,9 +135,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   // The process-wide path: VQ_SparseSolverDirect with the solver type and working directory set.
   VQ_SetSolverType(2);
   std::vector<double> rhs = *load_;
-  ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
-                                  k_->values.data(), rhs.data(), 0, nullptr),
-            0);
+  ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
   EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
 }
@@ -159,9 +156,7 @@ TEST_F(OutOfCorePressure, BudgetBelowTheOutOfCoreMinimumIsRetriedOnlyForTypeTwo)
   VQ_SetSolverType(2);
   VQ_SetParameterB(1006, 1);
   std::vector<double> rhs = *load_;
-  ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
-                                  k_->values.data(), rhs.data(), 0, nullptr),
-            0);
+  ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
   EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_GT(VQ_Get_INTEL_MKL_OOC_Max_Core_Size(), 1);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
@@ -191,25 +186,11 @@ TEST_F(OutOfCorePressure, UnwritableWorkingDirectoryGivesTheScratchFileError) {
   VQ_SetWorkingDir(unwritable.c_str());
   VQ_SetSolverType(1);
   std::vector<double> rhs = *load_;
-  EXPECT_EQ(VQ_SparseSolverDirect(k_->n, 1, k_->rowPointers.data(), k_->columnIndices.data(),
-                                  k_->values.data(), rhs.data(), 0, x.data()),
-            -83);
+  EXPECT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, x.data()), -83);
   EXPECT_EQ(vqtest::LastError().message, kOocFileError);
   EXPECT_EQ(rhs, *load_);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>{"not-a-directory"});
 }
-
-// K and M of a problem as objects owned by the test.
-struct Pair {
-  explicit Pair(const vqtest::EigenProblem& e)
-      : k(e.k),
-        m(e.MassCsr()),
-        K(k.n, k.values.data(), k.rowPointers.data(), k.columnIndices.data()),
-        M(m.n, m.values.data(), m.rowPointers.data(), m.columnIndices.data()) {}
-  vqtest::Csr k, m;
-  VQ_SparseSymMatrix K;
-  VQ_SparseSymMatrix M;
-};
 
 // The eigen solvers' factorisation, out of core with a core size of 1 MB: PARDISO runs short of
 // memory, the factorisation is repeated once with the size its report asks for, and that size is
@@ -217,18 +198,18 @@ struct Pair {
 TEST(OutOfCoreEigenFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
   const int saved = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
   const vqtest::EigenProblem e = vqtest::SolidProblem(20, 4, 4, false);
-  Pair pair(e);
+  vqtest::ObjectPair pair(e);
   vqtest::ScratchDir dir;
 
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
-  VQ_SubspaceEigenSparseSolver inCore(&pair.K, &pair.M, 0, -2, 3, dir.Path().c_str(), false, 0.0);
+  VQ_SubspaceEigenSparseSolver inCore(&pair.K, pair.M(), 0, -2, 3, dir.Path().c_str(), false, 0.0);
   VQ_SparseSolver* solver = nullptr;
   ASSERT_EQ(0, inCore.CreateSolverAndDecompose("", &solver, false, nullptr));
   EXPECT_EQ(1, VQ_Get_INTEL_MKL_OOC_Max_Core_Size());
   delete solver;
   solver = nullptr;
 
-  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, &pair.M, 2, -2, 3, dir.Path().c_str(), false,
+  VQ_SubspaceEigenSparseSolver outOfCore(&pair.K, pair.M(), 2, -2, 3, dir.Path().c_str(), false,
                                          0.0);
   ASSERT_EQ(0, outOfCore.CreateSolverAndDecompose("", &solver, false, nullptr));
   const int size = VQ_Get_INTEL_MKL_OOC_Max_Core_Size();
@@ -241,8 +222,7 @@ TEST(OutOfCoreEigenFactorisation, OutOfCoreRetryEnlargesTheCoreSize) {
   // A whole run under the small core size: the rigid-body check and the passes retry as well.
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(1);
   vqtest::SubspaceOptions o;
-  o.oocMode = 2;
-  o.tolerance = 1e-10;
+  o.oocMode = 2, o.tolerance = 1e-10;
   const vqtest::SubspaceRun r = vqtest::RunSubspace(e, 3, o);
   EXPECT_EQ(0, r.status);
   ASSERT_EQ(3, r.found);

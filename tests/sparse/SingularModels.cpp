@@ -35,11 +35,6 @@ struct Model {
   std::vector<double> mass;  // lumped, one per equation
 };
 
-Csr FromTriplets(int n, const std::vector<int>& r, const std::vector<int>& c,
-                 const std::vector<double>& v) {
-  return vqtest::FromModel(vm::FromTriplets(n, r, c, v));
-}
-
 // Springs (i, j, stiffness) between equations, 0 meaning ground; every equation gets a diagonal.
 Csr Springs(int n, const std::vector<std::vector<double>>& springs) {
   std::vector<int> r, c;
@@ -52,7 +47,7 @@ Csr Springs(int n, const std::vector<std::vector<double>>& springs) {
     if (j > 0) r.push_back(j), c.push_back(j), v.push_back(k);
     if (i > 0 && j > 0) r.push_back(i), c.push_back(j), v.push_back(-k);
   }
-  return FromTriplets(n, r, c, v);
+  return vqtest::FromModel(vm::FromTriplets(n, r, c, v));
 }
 
 // A chain of `count` springs of stiffness k starting at equation `first` (first - 1 = 0: ground).
@@ -126,11 +121,20 @@ std::vector<double> NullSpaceWeights(const Csr& k) {
 
 using vqtest::HandleFromCsr;
 
+// A model's arrays as the flat calls take them, a load of ones and room for the answers.
+struct Call {
+  const Model& m;
+  const int n = m.k.n, *rp = m.k.rowPointers.data(), *ci = m.k.columnIndices.data();
+  const double *v = m.k.values.data(), *mass = m.mass.data();
+  std::vector<double> f = std::vector<double>(n, 1.0), x = std::vector<double>(n), values = x;
+  int found = 0;
+};
+
 // A solution through a system-matrix handle: 0 Solve, 1 SolveMult, 2 Resolve.
-std::function<int(const Model&)> HandlePath(int which) {
-  return [which](const Model& m) {
-    VQ_SysMatrixHandle h = HandleFromCsr(m.k);
-    VQ_SysVectorHandle f = VQ_SysVectorCreate(m.k.n, 1.0), x = VQ_SysVectorCreate(m.k.n, 0.0);
+std::function<int(Call&)> HandlePath(int which) {
+  return [which](Call& c) {
+    VQ_SysMatrixHandle h = HandleFromCsr(c.m.k);
+    VQ_SysVectorHandle f = VQ_SysVectorCreate(c.n, 1.0), x = VQ_SysVectorCreate(c.n, 0.0);
     const int code = which == 0   ? VQ_SysMatrixSolve(h, f, x)
                      : which == 1 ? VQ_SysMatrixSolveMult(h, 1, &f, &x)
                                   : VQ_SysMatrixResolve(h, f, x);
@@ -142,77 +146,61 @@ std::function<int(const Model&)> HandlePath(int which) {
 // Every path that factors K, each returning its code.
 struct Path {
   const char* name;
-  std::function<int(const Model&)> run;
+  std::function<int(Call&)> run;
 };
 
 std::vector<Path> Paths() {
-  static vqtest::ScratchDir dir;
-  auto ones = [](const Model& m) { return std::vector<double>(static_cast<size_t>(m.k.n), 1.0); };
+  static vqtest::ScratchDir scratch;
+  static const std::string dir = scratch.Path();
   return {
       {"VQ_SparseSolverDirect",
-       [=](const Model& m) {
-         std::vector<double> f = ones(m), x(f.size());
-         const int code = VQ_SparseSolverDirect(m.k.n, 1, m.k.rowPointers.data(), m.k.columnIndices.data(),
-                                                m.k.values.data(), f.data(), 0, x.data());
+       [](Call& c) {
+         const int code = VQ_SparseSolverDirect(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, c.x.data());
          // Nothing is delivered for a mechanism, and the registry carries the table's text.
-         return x == std::vector<double>(x.size(), 0.0) && LastError().message == kInstability ? code : 2000 + code;
+         const bool clean = c.x == std::vector<double>(c.x.size(), 0.0);
+         return clean && LastError().message == kInstability ? code : 2000 + code;
        }},
       {"VQ_DirectSparseSolver positive definite",
-       [=](const Model& m) {
-         std::vector<double> f = ones(m), x(f.size());
-         return VQ_DirectSparseSolver(m.k.n, 1, m.k.rowPointers.data(), m.k.columnIndices.data(),
-                                      m.k.values.data(), f.data(), 0, 2, nullptr, 0,
-                                      dir.Path().c_str(), 1, 0, x.data(), 0, nullptr, nullptr, 0, 0);
+       [](Call& c) {
+         return VQ_DirectSparseSolver(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, 2, nullptr, 0,
+                                      dir.c_str(), 1, 0, c.x.data(), 0, nullptr, nullptr, 0, 0);
        }},
       {"VQ_DirectSparseSolver indefinite, worker thread",
-       [=](const Model& m) {
-         std::vector<double> f = ones(m);
-         return VQ_DirectSparseSolver(m.k.n, 1, m.k.rowPointers.data(), m.k.columnIndices.data(),
-                                      m.k.values.data(), f.data(), 0, -2, nullptr, 0,
-                                      dir.Path().c_str(), 0, 0, nullptr, 0, nullptr, nullptr, 0, 0);
+       [](Call& c) {
+         return VQ_DirectSparseSolver(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, -2, nullptr, 0,
+                                      dir.c_str(), 0, 0, nullptr, 0, nullptr, nullptr, 0, 0);
        }},
       {"VQ_SysMatrixSolve", HandlePath(0)},
       {"VQ_SysMatrixSolveMult", HandlePath(1)},
       {"VQ_SysMatrixResolve", HandlePath(2)},
       {"VQ_SysMatrixSolveAdvanced, new and refactored",
-       [=](const Model& m) {
-         std::vector<double> f = ones(m), x(f.size());
+       [](Call& c) {
          VQ_ReleaseSolver();
-         const int first = VQ_SysMatrixSolveAdvanced(m.k.n, m.k.values.data(), m.k.rowPointers.data(),
-                                                     m.k.columnIndices.data(), 1, f.data(), 1, 0, x.data());
+         const int first =
+             VQ_SysMatrixSolveAdvanced(c.n, c.v, c.rp, c.ci, 1, c.f.data(), 1, 0, c.x.data());
          const int dof = VQ_GetInstabilityDOF();
-         const int again = VQ_SysMatrixSolveAdvanced(m.k.n, m.k.values.data(), m.k.rowPointers.data(),
-                                                     m.k.columnIndices.data(), 1, f.data(), 1, 1, x.data());
+         const int again =
+             VQ_SysMatrixSolveAdvanced(c.n, c.v, c.rp, c.ci, 1, c.f.data(), 1, 1, c.x.data());
          VQ_ReleaseSolver();
          // Both report the same; the refactored call must not lose the equation either.
          return first == again && dof == VQ_GetInstabilityDOF() ? again : 1000 + first;
        }},
       {"VQ_EigenvalueAnalysis_SubSpaceSolver, rigid-body modes not allowed",
-       [=](const Model& m) {
-         int found = 0;
-         std::vector<double> values(3);
-         return VQ_EigenvalueAnalysis_SubSpaceSolver(
-             m.k.n, 3, m.k.rowPointers.data(), m.k.columnIndices.data(), m.k.values.data(),
-             m.mass.data(), 0, -2, dir.Path().c_str(), 0, 0.0, 0, &found, values.data(), 0,
-             nullptr, 0.0, 0, 0, 0.0);
+       [](Call& c) {
+         return VQ_EigenvalueAnalysis_SubSpaceSolver(c.n, 3, c.rp, c.ci, c.v, c.mass, 0, -2,
+                                                     dir.c_str(), 0, 0.0, 0, &c.found,
+                                                     c.values.data(), 0, nullptr, 0.0, 0, 0, 0.0);
        }},
       {"VQ_EigenvalueAnalysis_RitzVectorSolver",
-       [=](const Model& m) {
-         int found = 0;
-         std::vector<double> values(3);
-         return VQ_EigenvalueAnalysis_RitzVectorSolver(
-             m.k.n, 3, m.k.rowPointers.data(), m.k.columnIndices.data(), m.k.values.data(),
-             m.mass.data(), 0, -2, dir.Path().c_str(), 0, 0.0, 0, nullptr, 1, &found,
-             values.data(), 0, nullptr);
+       [](Call& c) {
+         return VQ_EigenvalueAnalysis_RitzVectorSolver(c.n, 3, c.rp, c.ci, c.v, c.mass, 0, -2,
+                                                       dir.c_str(), 0, 0.0, 0, nullptr, 1, &c.found,
+                                                       c.values.data(), 0, nullptr);
        }},
       {"VQ_EigenvalueAnalysis_ARPACK without shift",
-       [=](const Model& m) {
-         int found = 0;
-         std::vector<double> values(2);
-         return VQ_EigenvalueAnalysis_ARPACK(m.k.n, 2, m.k.rowPointers.data(),
-                                             m.k.columnIndices.data(), m.k.values.data(),
-                                             m.mass.data(), 4, 2, -1, &found, values.data(),
-                                             nullptr, 0.0, dir.Path().c_str(), 0);
+       [](Call& c) {
+         return VQ_EigenvalueAnalysis_ARPACK(c.n, 2, c.rp, c.ci, c.v, c.mass, 4, 2, -1, &c.found,
+                                             c.values.data(), nullptr, 0.0, dir.c_str(), 0);
        }},
   };
 }
@@ -224,7 +212,8 @@ TEST(SingularModels, EveryPathReportsTheMechanismWithOneOfItsEquations) {
     const std::vector<double> weight = NullSpaceWeights(m.k);
     for (const Path& path : Paths()) {
       SCOPED_TRACE(m.name + " through " + path.name);
-      const int code = path.run(m);
+      Call call{m};
+      const int code = path.run(call);
       EXPECT_EQ(-3, code);
       EXPECT_EQ(-3, VQ_GetLastErrorID());
       const int dof = VQ_GetInstabilityDOF();
@@ -272,8 +261,7 @@ TEST(SingularModels, BadlyScaledSupportedModelsStaySolvable) {
     const int n = m.k.n;
     const std::vector<double> f = vqtest::MakeRightHandSides(n, 1);
     std::vector<double> b = f, x(f.size());
-    EXPECT_EQ(0, VQ_SparseSolverDirect(n, 1, m.k.rowPointers.data(), m.k.columnIndices.data(),
-                                       m.k.values.data(), b.data(), 0, x.data()));
+    EXPECT_EQ(0, VQ_SparseSolverDirect(n, 1, VQTEST_CSR(m.k), b.data(), 0, x.data()));
     EXPECT_LT(vqtest::RelativeResidual(m.k, x.data(), f.data(), 1), 1e-6);
 
     VQ_SysMatrixHandle h = HandleFromCsr(m.k);
@@ -298,9 +286,8 @@ TEST(SingularModels, ShiftedEigenFactorisationsAreJudgedAsThemselves) {
   ASSERT_GT(exact[4], 1.01 * exact[3]);
   const double shift = 0.5 * (exact[3] + exact[4]);
   std::vector<double> near(2);
-  EXPECT_EQ(0, VQ_EigenvalueAnalysis_ARPACK(k.n, 2, k.rowPointers.data(), k.columnIndices.data(),
-                                            k.values.data(), m.data(), 4, 2, -1, &found, near.data(),
-                                            nullptr, shift, dir.Path().c_str(), 0));
+  EXPECT_EQ(0, VQ_EigenvalueAnalysis_ARPACK(k.n, 2, VQTEST_CSR(k), m.data(), 4, 2, -1, &found,
+                                            near.data(), nullptr, shift, dir.Path().c_str(), 0));
   ASSERT_EQ(2, found);
   std::sort(near.begin(), near.end());
   EXPECT_LT(vqtest::RelDiff(near[0], exact[3]), 1e-6);
@@ -340,13 +327,11 @@ TEST(SingularModels, TheRatioIsAProcessWideSettingCopiedBySolvers) {
   s.push_back({5, 6, 1.0});
   const Csr k = Springs(11, s);
   std::vector<double> f(11, 1.0), x(11);
-  EXPECT_EQ(-3, VQ_SparseSolverDirect(11, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                      k.values.data(), f.data(), 0, x.data()));
+  EXPECT_EQ(-3, VQ_SparseSolverDirect(11, 1, VQTEST_CSR(k), f.data(), 0, x.data()));
   EXPECT_GE(VQ_GetInstabilityDOF(), 6);
   VQ_SetSingularPivotRatio(initial);
   f.assign(11, 1.0);
-  EXPECT_EQ(0, VQ_SparseSolverDirect(11, 1, k.rowPointers.data(), k.columnIndices.data(),
-                                     k.values.data(), f.data(), 0, x.data()));
+  EXPECT_EQ(0, VQ_SparseSolverDirect(11, 1, VQTEST_CSR(k), f.data(), 0, x.data()));
 }
 
 }  // namespace

@@ -104,8 +104,7 @@ TEST_P(SparseSolverPaths, RealStructures) {
     // Some of these stiffness matrices are poorly conditioned (bcsstk20 about 1e12): the
     // backward error stays at rounding level, the distance to the dense solution scales with the
     // condition number.
-    options.backwardError = true;
-    options.residualTolerance = 1e-14;
+    options.backwardError = true, options.residualTolerance = 1e-14;
     options.referenceTolerance = 1e-4;
     auto solver = MakeSolver(GetParam());
     vqtest::RunSolverChecks(*solver, k, options);

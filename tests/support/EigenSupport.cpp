@@ -19,17 +19,23 @@ namespace vqtest {
 
 Csr EigenProblem::MassCsr() const { return diagonal() ? DiagonalCsr(lumped) : mass; }
 
+ObjectPair::ObjectPair(const EigenProblem& problem, bool sparseMass)
+    : e(problem),
+      m(e.MassCsr()),
+      K(e.k.n, e.k.values.data(), e.k.rowPointers.data(), e.k.columnIndices.data()) {
+  if (sparseMass || !e.diagonal())
+    mass = std::make_unique<VQ_SparseSymMatrix>(m.n, m.values.data(), m.rowPointers.data(),
+                                                m.columnIndices.data());
+  else
+    mass = std::make_unique<VQ_DiagonalMatrix>(m.n, e.lumped.data());
+}
+
 EigenProblem SolidProblem(int nx, int ny, int nz, bool consistentMass, bool clamped) {
   vqmath::models::SolidParameters p;
-  p.nx = nx;
-  p.ny = ny;
-  p.nz = nz;
-  p.consistentMass = consistentMass;
-  p.clamped = clamped;
+  p.nx = nx, p.ny = ny, p.nz = nz, p.consistentMass = consistentMass, p.clamped = clamped;
   vqmath::models::SolidModel model(p);
   EigenProblem e;
-  e.name = "solid";
-  e.k = FromModel(model.Stiffness());
+  e.name = "solid", e.k = FromModel(model.Stiffness());
   if (consistentMass)
     e.mass = FromModel(model.ConsistentMass());
   else
@@ -52,9 +58,7 @@ bool RealProblem(const std::string& number, EigenProblem& out) {
 
 EigenProblem DiagonalProblem(const std::vector<double>& k, const std::vector<double>& m) {
   EigenProblem e;
-  e.name = "diagonal";
-  e.k = DiagonalCsr(k);
-  e.lumped = m;
+  e.name = "diagonal", e.k = DiagonalCsr(k), e.lumped = m;
   return e;
 }
 
@@ -87,14 +91,11 @@ SubspaceRun RunSubspace(const EigenProblem& e, int p, const SubspaceOptions& o) 
   std::vector<double> lumped = e.lumped;
   std::unique_ptr<VQ_SubspaceEigenSparseSolver> solver;
   if (e.diagonal())
-    solver.reset(new VQ_SubspaceEigenSparseSolver(k.n, k.rowPointers.data(), k.columnIndices.data(),
-                                                  k.values.data(), lumped.data(), o.oocMode, -2, p,
-                                                  dir.Path().c_str(), o.limitActive, o.limit));
+    solver.reset(new VQ_SubspaceEigenSparseSolver(k.n, VQTEST_CSR(k), lumped.data(), o.oocMode, -2,
+                                                  p, dir.Path().c_str(), o.limitActive, o.limit));
   else
-    solver.reset(new VQ_SubspaceEigenSparseSolver(
-        k.n, k.rowPointers.data(), k.columnIndices.data(), k.values.data(), m.rowPointers.data(),
-        m.columnIndices.data(), m.values.data(), o.oocMode, -2, p, dir.Path().c_str(),
-        o.limitActive, o.limit));
+    solver.reset(new VQ_SubspaceEigenSparseSolver(k.n, VQTEST_CSR(k), VQTEST_CSR(m), o.oocMode, -2,
+                                                  p, dir.Path().c_str(), o.limitActive, o.limit));
   SubspaceRun r;
   r.constructionStatus = solver->GetStatus();
   if (r.constructionStatus != 0) return r;
@@ -123,32 +124,27 @@ BandRun RunBand(const EigenProblem& e, double lower, double upper, int maxModes)
   r.values.assign(std::max(maxModes, 1), 0.0);
   r.vectors.assign(static_cast<size_t>(n) * std::max(maxModes, 1), 0.0);
   if (e.diagonal())
-    r.code = VQ_EigenvalueAnalysis_Band(n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
-                                        e.lumped.data(), lower, upper, maxModes, &r.bandCount, &r.found,
-                                        r.values.data(), r.vectors.data(), nullptr);
+    r.code = VQ_EigenvalueAnalysis_Band(n, VQTEST_CSR(e.k), e.lumped.data(), lower, upper, maxModes,
+                                        &r.bandCount, &r.found, r.values.data(), r.vectors.data(),
+                                        nullptr);
   else
-    r.code = VQ_EigenvalueAnalysis_Band2(n, e.k.rowPointers.data(), e.k.columnIndices.data(), e.k.values.data(),
-                                         m.rowPointers.data(), m.columnIndices.data(), m.values.data(), lower,
-                                         upper, maxModes, &r.bandCount, &r.found, r.values.data(),
-                                         r.vectors.data(), nullptr);
+    r.code = VQ_EigenvalueAnalysis_Band2(n, VQTEST_CSR(e.k), VQTEST_CSR(m), lower, upper, maxModes,
+                                         &r.bandCount, &r.found, r.values.data(), r.vectors.data(),
+                                         nullptr);
   return r;
 }
 
 VQ_BandProblem BandProblemOf(const EigenProblem& e, double lower, double upper) {
   VQ_BandProblem p;
-  p.n = e.k.n;
-  p.kRowPointers = e.k.rowPointers.data();
-  p.kColumnIndices = e.k.columnIndices.data();
+  p.n = e.k.n, p.kRowPointers = e.k.rowPointers.data(), p.kColumnIndices = e.k.columnIndices.data();
   p.kValues = e.k.values.data();
   if (e.diagonal()) {
     p.mDiagonal = e.lumped.data();
   } else {
-    p.mRowPointers = e.mass.rowPointers.data();
-    p.mColumnIndices = e.mass.columnIndices.data();
+    p.mRowPointers = e.mass.rowPointers.data(), p.mColumnIndices = e.mass.columnIndices.data();
     p.mValues = e.mass.values.data();
   }
-  p.lower = lower;
-  p.upper = upper;
+  p.lower = lower, p.upper = upper;
   return p;
 }
 

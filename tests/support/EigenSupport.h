@@ -3,10 +3,13 @@
 // drives VQ_SubspaceEigenSparseSolver on copies of a problem's arrays.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "dense/VQ_DiagonalMatrix.h"
 #include "eigen/VQ_BandEigenSolver.h"
+#include "sparse/VQ_SparseSymMatrix.h"
 #include "support/TestSupport.h"
 
 namespace vqtest {
@@ -30,6 +33,17 @@ bool RealProblem(const std::string& number, EigenProblem& out);
 EigenProblem DiagonalProblem(const std::vector<double>& k, const std::vector<double>& m);
 // K = Q diag(eigenvalues) Q' for a random orthogonal Q (stored densely as sparse), M = I.
 EigenProblem RotatedProblem(const std::vector<double>& eigenvalues, unsigned seed);
+
+// K and M of a problem as objects the test owns: M sparse (from MassCsr) or, for a lumped mass
+// when sparseMass is false, diagonal.
+struct ObjectPair {
+  explicit ObjectPair(const EigenProblem& problem, bool sparseMass = true);
+  EigenProblem e;
+  Csr m;
+  VQ_SparseSymMatrix K;
+  std::unique_ptr<VQ_Matrix> mass;
+  VQ_Matrix* M() { return mass.get(); }
+};
 
 struct SubspaceOptions {
   double shift = 0.0;

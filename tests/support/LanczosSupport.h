@@ -32,21 +32,15 @@ inline LanczosRun RunLanczos(const Csr& k, const Csr* b, const std::vector<doubl
   run.modes.assign(static_cast<size_t>(k.n) * slots, 0.0);
   int found = -1;
   VQ_LanczosProblem p;
-  p.n = k.n;
-  p.requested = requested;
-  p.kRowPointers = k.rowPointers.data();
-  p.kColumnIndices = k.columnIndices.data();
-  p.kValues = k.values.data();
+  p.n = k.n, p.requested = requested, p.kRowPointers = k.rowPointers.data();
+  p.kColumnIndices = k.columnIndices.data(), p.kValues = k.values.data();
   if (b) {
-    p.bRowPointers = b->rowPointers.data();
-    p.bColumnIndices = b->columnIndices.data();
+    p.bRowPointers = b->rowPointers.data(), p.bColumnIndices = b->columnIndices.data();
     p.bValues = b->values.data();
   } else {
     p.bDiagonal = bDiagonal->data();
   }
-  p.eigenvalues = run.values.data();
-  p.modeShapes = run.modes.data();
-  p.found = &found;
+  p.eigenvalues = run.values.data(), p.modeShapes = run.modes.data(), p.found = &found;
   if (tune) tune(p);
   VQ_LanczosEigenSolver solver(p);
   run.driverStatus = drive(solver);

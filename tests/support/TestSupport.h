@@ -79,6 +79,7 @@ struct RegistryError {
   std::string message;
 };
 RegistryError LastError();
+inline std::string LastMessage() { return LastError().message; }
 // The registry's last warning, likewise.
 RegistryError LastWarning();
 
@@ -100,6 +101,9 @@ class ScratchDir {
 double RelDiff(double a, double b);
 
 }  // namespace vqtest
+
+// A matrix's row pointers, column indices and values, in the order the flat functions take them.
+#define VQTEST_CSR(a) (a).rowPointers.data(), (a).columnIndices.data(), (a).values.data()
 
 // Skips the current test when the shared data folder is not present.
 #define VQTEST_REQUIRE_DATA()                                                                 \
