@@ -104,17 +104,22 @@ struct Guarded {
   static constexpr double kFill = -12345.5;
   std::vector<double> data;
   size_t length = 0;
-  explicit Guarded(size_t len, double fill = kFill) : data(len + kGuard, fill), length(len) {}
+  double fill;
+  explicit Guarded(size_t len, double value = kFill)
+      : data(len + kGuard, kFill), length(len), fill(value) {
+    std::fill(data.begin(), data.begin() + static_cast<long>(len), value);
+  }
   double* get() { return data.data(); }
   bool GuardIntact() const {
     for (size_t k = length; k < data.size(); ++k)
       if (data[k] != kFill) return false;
     return true;
   }
-  bool Untouched(double fill = kFill) const {
-    for (double x : data)
-      if (!(x == fill)) return false;
-    return true;
+  // Every element still holds the value it was given (the guards included).
+  bool Untouched() const {
+    for (size_t k = 0; k < length; ++k)
+      if (!(data[k] == fill)) return false;
+    return GuardIntact();
   }
 };
 
@@ -160,5 +165,33 @@ struct GuardedInts {
     return true;
   }
 };
+
+}  // namespace vqfuzz
+
+namespace vqfuzz {
+
+// With VQFUZZ_VERBOSE set, replaying an input prints what it decoded to (standard error).
+inline bool Verbose() {
+  static const bool on = std::getenv("VQFUZZ_VERBOSE") != nullptr;
+  return on;
+}
+
+inline void DumpValues(const char* name, const double* v, size_t count) {
+  if (!Verbose()) return;
+  std::fprintf(stderr, "%s[%zu] =", name, count);
+  for (size_t i = 0; i < count; ++i) std::fprintf(stderr, " %.17g", v[i]);
+  std::fprintf(stderr, "\n");
+}
+
+inline void DumpCsr(const char* name, const Csr& c) {
+  if (!Verbose()) return;
+  std::fprintf(stderr, "%s: n %d dominant %d corrupted %d\n  rows", name, c.n, c.dominant,
+               c.corrupted);
+  for (int r : c.rowPointers) std::fprintf(stderr, " %d", r);
+  std::fprintf(stderr, "\n  cols");
+  for (int j : c.columnIndices) std::fprintf(stderr, " %d", j);
+  std::fprintf(stderr, "\n");
+  DumpValues("  values", c.values.data(), c.values.size());
+}
 
 }  // namespace vqfuzz

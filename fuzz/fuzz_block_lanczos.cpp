@@ -64,6 +64,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vqfuzz::Guarded eigenvalues(slots);
   vqfuzz::Guarded shapes(n > 0 ? static_cast<size_t>(n) * slots : 0);
   int found = -5, sturm = -5;
+  vqfuzz::DumpCsr("K", k);
+  vqfuzz::DumpValues("mass", mass.data(), mass.size());
+  if (sparseB) vqfuzz::DumpCsr("B", b);
+  if (vqfuzz::Verbose())
+    std::fprintf(stderr, "sparseB %d selector %d nev %d block %d iterations %d shift %.17g limit %d %.17g verify %d\n",
+                 sparseB, selector, nev, blockSize, maxIterations, shift, limitActive, limit, verification);
   int code;
   if (sparseB)
     code = VQ_EigenvalueAnalysis_BlockLanczos2(
@@ -78,6 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         nullShapes ? nullptr : shapes.get(), shift, limitActive, limit, workDir.c_str(),
         wantSturm ? &sturm : nullptr);
 
+  if (vqfuzz::Verbose()) std::fprintf(stderr, "code %d found %d sturm %d\n", code, found, sturm);
+  vqfuzz::DumpValues("eigenvalues", eigenvalues.get(), slots);
   VQFUZZ_CHECK(code <= 1);
   vqfuzz::CheckRegistry(code == 1 ? -22 : code);
   VQFUZZ_CHECK(eigenvalues.GuardIntact() && shapes.GuardIntact());
@@ -91,12 +99,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool kValid = vqfuzz::WellFormedCsr(k) && vqfuzz::AllFinite(k.values);
   const bool bValid = sparseB ? vqfuzz::WellFormedCsr(b) && vqfuzz::AllFinite(b.values)
                               : vqfuzz::AllFinite(mass);
-  const bool valid = n >= 1 && nev >= 1 && kValid && bValid && blockSize >= 0;
+  const bool valid = n >= 1 && nev >= 1 && kValid && bValid && blockSize >= 0 &&
+                     std::isfinite(shift) && !(limitActive && std::isnan(limit));
   if (!valid) VQFUZZ_CHECK(code == -64);
   if (code == -64) {
     VQFUZZ_CHECK(shapes.Untouched());
     return 0;
   }
+  for (int i = 0; i < found; ++i) VQFUZZ_CHECK(std::isfinite(eigenvalues.data[i]));
   for (int i = 1; i < found; ++i) VQFUZZ_CHECK(eigenvalues.data[i - 1] <= eigenvalues.data[i]);
 
   // The dense reference on a well-conditioned natural-mode problem.

@@ -69,6 +69,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   VQ_SetSolverType(0);
   VQ_SetSolverMatrixType(matrixType);
   VQ_SetParameterB(1003, 0);
+  // Factor in the calling thread: a worker thread per input costs more than the solve (the
+  // worker-thread path is fuzzed by fuzz_solver_direct).
+  VQ_SetParameterB(1004, 1);
   const int code = VQ_SparseSolverDirect(n, 1, c.rowPointers.empty() ? nullptr : c.rowPointers.data(),
                                          vqfuzz::DataOrNull(c.columnIndices),
                                          vqfuzz::DataOrNull(c.values), vqfuzz::DataOrNull(rhs), 0,
@@ -83,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if (code == -64) {
     VQFUZZ_CHECK(vqfuzz::SameBits(rhs, rhsBefore));
-    VQFUZZ_CHECK(solution.Untouched(0.0));
+    VQFUZZ_CHECK(solution.Untouched());
     return 0;
   }
   if (code == -3) {

@@ -49,6 +49,8 @@ export OMP_NUM_THREADS=1 MKL_NUM_THREADS=1
 export ASAN_OPTIONS=${ASAN_OPTIONS:-allocator_may_return_null=1:max_allocation_size_mb=128:detect_leaks=1}
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$root/scripts/lsan.supp:print_suppressions=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+# Scratch files go to memory when it can hold them: the targets write a file per input.
+if [ -z "${TMPDIR:-}" ] && [ -w /dev/shm ]; then export TMPDIR=/dev/shm; fi
 export TMPDIR=${TMPDIR:-/tmp}
 
 failed=()
@@ -60,12 +62,17 @@ for t in "${targets[@]}"; do
   artifacts="$build/artifacts/$t"
   mkdir -p "$corpus" "$artifacts" "fuzz/corpus/$t"
   log="$build/fuzz_$t.log"
-  # A target may bound its inputs with a line "// fuzz max_len: N" (default 8192 bytes).
+  # A target may bound its inputs with a line "// fuzz max_len: N" (default 8192 bytes) and the
+  # largest allocation that succeeds with "// fuzz max_allocation_mb: N" (a reader that allocates
+  # what a file announces spends its time zeroing memory otherwise).
   max_len=$(sed -n 's|^// fuzz max_len: *\([0-9]*\).*|\1|p' "fuzz/fuzz_$t.cpp" 2>/dev/null | head -1)
+  max_mb=$(sed -n 's|^// fuzz max_allocation_mb: *\([0-9]*\).*|\1|p' "fuzz/fuzz_$t.cpp" 2>/dev/null | head -1)
+  asan=$ASAN_OPTIONS
+  [ -z "$max_mb" ] || asan="$asan:max_allocation_size_mb=$max_mb"
   work=$(mktemp -d)   # the targets' scratch files and the solvers' working directory
   echo "fuzz: $t for ${seconds}s${VQFUZZ_RUNS:+ or $VQFUZZ_RUNS inputs}"
   status=0
-  (cd "$work" && "$root/$exe" "${runs_limit[@]}" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 \
+  (cd "$work" && ASAN_OPTIONS=$asan "$root/$exe" "${runs_limit[@]}" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 \
       -max_len="${max_len:-8192}" -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$root/$artifacts/" \
       "$root/$corpus" "$root/fuzz/corpus/$t") >"$log" 2>&1 || status=$?
   rm -rf "$work"

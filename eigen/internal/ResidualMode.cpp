@@ -13,6 +13,8 @@ namespace eigen_internal {
 namespace {
 
 constexpr double kCompleteMass = 1e-13;
+// Status of a result that overflowed: the input is outside what the arithmetic can hold.
+constexpr int kOverflow = -64;
 constexpr int kRefinementSteps = 40;
 constexpr double kRefined = 1e-14;
 constexpr double kSlowContraction = 0.5;
@@ -82,6 +84,10 @@ ResidualModeResult ComputeResidualMode(ShiftedFactorization& factored, int nMode
     }
     factored.ApplyB(v.data(), mv.data());
     const double missing = cblas_ddot(n, v.data(), 1, mv.data(), 1);
+    if (!std::isfinite(total) || !std::isfinite(missing)) {
+      out.status = kOverflow;
+      return out;
+    }
     out.mode.assign(n, 0.0);
     if (!(missing > kCompleteMass * total)) {
       out.fraction = missing > 0.0 ? missing / total : 0.0;
@@ -109,6 +115,14 @@ ResidualModeResult ComputeResidualMode(ShiftedFactorization& factored, int nMode
     factored.ApplyB(out.mode.data(), mv.data());
     const double participation = cblas_ddot(n, mv.data(), 1, direction, 1);
     out.fraction = participation * participation / total;
+    // Finite input whose products overflow (modes or direction near the largest doubles) leaves
+    // infinities and NaN: not a result.
+    bool finite = std::isfinite(out.eigenvalue) && std::isfinite(out.fraction);
+    for (int i = 0; i < n && finite; ++i) finite = std::isfinite(out.mode[i]);
+    if (!finite) {
+      out = ResidualModeResult();
+      out.status = kOverflow;
+    }
   } catch (const std::bad_alloc&) {
     out = ResidualModeResult();
     out.status = -1;
