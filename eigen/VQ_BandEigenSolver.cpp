@@ -162,10 +162,11 @@ int VQ_BandEigenSolver::CountBand() {
   countLower_ = 0;
   countedLower_ = -std::numeric_limits<double>::infinity();
   if (!Unbounded(lower)) {
-    const double lowerScale = std::max(scale_, std::fabs(lower));
-    countedLower_ = lower - kEdgeWidening * lowerScale;
+    // Each end is widened relative to itself ([2.5, 1e10] must not take in an eigenvalue 2); a
+    // lower end at zero relative to the band's scale.
+    countedLower_ = lower - kEdgeWidening * (lower != 0.0 ? std::fabs(lower) : scale_);
     if (CountAt(countedLower_, -1.0, countLower_) != 0) return FailFactor();
-    if (countLower_ > 0) scale_ = lowerScale;
+    if (countLower_ > 0) scale_ = std::max(scale_, std::fabs(lower));
   }
   // End the slices where the spectrum ends when the band reaches far above it (every eigenvalue
   // with mass below the upper end): a slice up to 1e78 around a shift of 5e77 cannot resolve

@@ -161,7 +161,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (code == -3) VQFUZZ_CHECK(VQ_GetInstabilityDOF() >= 1 && VQ_GetInstabilityDOF() <= n);
   } else {
     VQFUZZ_CHECK(found == bandCount && found <= std::max(maxModes, 0));
-    const double tol = 1e-9 * std::max(std::fabs(lower), std::fabs(upper));
+    // Edges are widened by 1e-9 relative to the bounds (absolute 1e-9 at a bound of zero).
+    const double tol =
+        1e-9 * std::max({1.0, std::fabs(upper), lower > -1e300 ? std::fabs(lower) : 0.0});
     for (int i = 0; i < found; ++i) {
       VQFUZZ_CHECK(eigenvalues.data[i] >= lower - tol && eigenvalues.data[i] <= upper + tol);
       if (i > 0) VQFUZZ_CHECK(eigenvalues.data[i - 1] <= eigenvalues.data[i]);
