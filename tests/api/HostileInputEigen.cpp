@@ -1,4 +1,4 @@
-// Band, residual-mode and block Lanczos entry points on input at the edge of what they take: a
+// Band, residual-mode, block Lanczos and Sturm-count entry points on input at the edge of what they take: a
 // lower bound far below the spectrum, equations without stiffness or mass, mode shapes whose
 // products overflow, shifts and limits that are not numbers. Each must end in the documented
 // code with nothing but the documented outputs written.
@@ -133,6 +133,24 @@ TEST(HostileBlockLanczos, NoGeometricStiffnessNoBucklingFactor) {
   EXPECT_EQ(VQ_GetLastErrorID(), code);
   EXPECT_EQ(found, 0);
   EXPECT_EQ(values, std::vector<double>(3, 0.0));
+}
+
+// Inertia does not depend on the scale: values near the largest doubles are counted right (their
+// squares would overflow in the factorisation), and a shift whose multiple of M overflows is
+// refused.
+TEST(HostileSturm, ValuesNearTheLargestDoubles) {
+  // K - (-3)*M has eigenvalues of about -2.6e305, -3e300, 2e300, 2.6e305: two below -3.
+  const std::vector<int> rows = {1, 5, 8, 9, 10}, cols = {1, 2, 3, 4, 2, 3, 4, 3, 4};
+  const std::vector<double> k = {0.5, 1.2e160, 2e-16, 2e-16, 2e-16, -2.56e305, 1e300, -1e300, -1e300};
+  const std::vector<double> m = {-1e300, 0.0, 1e300, 1e300};
+  struct Row { double sigma; int code, count; };
+  for (const Row& r : {Row{-3.0, 0, 2}, Row{1e10, -64, -1}}) {
+    int count = -1;
+    EXPECT_EQ(VQ_SturmCount(4, rows.data(), cols.data(), k.data(), m.data(), r.sigma, &count), r.code)
+        << r.sigma;
+    EXPECT_EQ(VQ_GetLastErrorID(), r.code);
+    EXPECT_EQ(count, r.count);
+  }
 }
 
 }  // namespace
