@@ -161,9 +161,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (code == -3) VQFUZZ_CHECK(VQ_GetInstabilityDOF() >= 1 && VQ_GetInstabilityDOF() <= n);
   } else {
     VQFUZZ_CHECK(found == bandCount && found <= std::max(maxModes, 0));
-    // Edges are widened by 1e-9 relative to the bounds (absolute 1e-9 at a bound of zero).
+    // Edges are widened by 1e-9 relative to the bounds (absolute 1e-9 at a bound of zero), and a
+    // computed eigenvalue carries an error of rounding times the spectrum's scale |K| / min M (an
+    // exact 0 of a singular K with values 1e8 comes out as -5e-9).
+    double kMax = 0.0, mMin = std::numeric_limits<double>::infinity();
+    for (double v : k.values) kMax = std::max(kMax, std::fabs(v));
+    for (int i = 0; i < n; ++i) {
+      const double d = sparseM ? m.values[m.rowPointers[i] - 1] : mass[i];
+      if (d > 0.0) mMin = std::min(mMin, d);
+    }
     const double tol =
-        1e-9 * std::max({1.0, std::fabs(upper), lower > -1e300 ? std::fabs(lower) : 0.0});
+        1e-9 * std::max({1.0, std::fabs(upper), lower > -1e300 ? std::fabs(lower) : 0.0}) +
+        1e-13 * kMax / mMin;
     for (int i = 0; i < found; ++i) {
       VQFUZZ_CHECK(eigenvalues.data[i] >= lower - tol && eigenvalues.data[i] <= upper + tol);
       if (i > 0) VQFUZZ_CHECK(eigenvalues.data[i - 1] <= eigenvalues.data[i]);
