@@ -148,7 +148,7 @@ int RunResidual(const ei::PencilArrays& p, int nModes, const double* modeShapes,
         ei::ComputeResidualMode(factor, nModes, modeShapes, direction);
     if (r.status == vi::kInvalidInputCode)
       return vi::RecordInvalidInput(
-          "mode shapes, direction or matrices so large that the residual mode overflows");
+          "no residual mode: M is not positive semi-definite, or the values overflow");
     if (r.status != 0) return VQ_ResolveEror(r.status);
     std::memcpy(residualMode, r.mode.data(), sizeof(double) * p.n);
     *residualEigenvalue = r.eigenvalue;

@@ -89,7 +89,9 @@ INSTANTIATE_TEST_SUITE_P(
         ResidualRow{"NoStiffnessNoMass", {0.0, 1.0, 1.0}, {0.0, 1.0, 1.0}, {}, -3},
         // A mode near the largest doubles: r - phi*(phi'*M*r) overflows.
         ResidualRow{"ModeOverflows", {4.0, 4.0}, {1.0, 1.0}, {1e300, 0.0}, -64},
-        ResidualRow{"DirectionMassOverflows", {4.0, 4.0}, {1e308, 1e308}, {}, -64}),
+        ResidualRow{"DirectionMassOverflows", {4.0, 4.0}, {1e308, 1e308}, {}, -64},
+        // r - phi*(phi'*M*r) = (1, 2) has M-norm 2 - 4 < 0: M is not semi-definite.
+        ResidualRow{"MassNotSemiDefinite", {4.0, 4.0}, {2.0, -1.0}, {0.0, 1.0}, -64}),
     [](const ::testing::TestParamInfo<ResidualRow>& info) { return std::string(info.param.name); });
 
 // A shift that is not finite, or that makes K - shift*M overflow, and an active limit that is
