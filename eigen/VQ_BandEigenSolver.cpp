@@ -267,6 +267,7 @@ int VQ_BandEigenSolver::SolveSlice(VQ_BandSlice& slice) {
     std::vector<double> keptValues, keptVectors;
     for (size_t i = 0; i < out.values.size(); ++i) {
       const double v = out.values[i];
+      if (!std::isfinite(v)) continue;  // a breakdown (M near the largest doubles), not a pair
       if (v < slice.lower - window || v > slice.upper + window) continue;
       if (v < countedLower_ || v > countedUpper_) continue;
       double* x = &out.vectors[i * static_cast<size_t>(n)];

@@ -72,7 +72,10 @@ void Sturm(FuzzedDataProvider& in, vqfuzz::Csr& k, Mass& m) {
   const bool mValid = m.sparse ? vqfuzz::WellFormedCsr(m.rows) && m.rows.n == n &&
                                      vqfuzz::AllFinite(m.rows.values)
                                : n >= 1 && vqfuzz::AllFinite(m.diagonal);
-  const bool valid = kValid && mValid && !nullCount && std::isfinite(sigma);
+  bool shiftedFinite = true;  // sigma*M overflowing is refused as well
+  if (kValid && mValid && std::isfinite(sigma))
+    for (double v : m.sparse ? m.rows.values : m.diagonal) shiftedFinite = shiftedFinite && std::isfinite(sigma * v);
+  const bool valid = kValid && mValid && !nullCount && std::isfinite(sigma) && shiftedFinite;
   if (!valid) VQFUZZ_CHECK(code == -64);
   if (valid) VQFUZZ_CHECK(code != -64);
   if (code != 0) {

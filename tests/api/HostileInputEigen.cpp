@@ -55,6 +55,21 @@ TEST(HostileBand, LowerBoundFarBelowTheSpectrum) {
   }
 }
 
+// A mass near the largest doubles breaks the slice's Lanczos run down (NaN Ritz values): no NaN
+// is delivered as an eigenvalue.
+TEST(HostileBand, NoNaNEigenvalueFromABreakdown) {
+  Diagonal d({0.5, 0.5});
+  d.m = {2.4730475973087617e+220, 0.5};
+  int count = -1, found = -1;
+  std::vector<double> values(2, -1.0);
+  const int code = VQ_EigenvalueAnalysis_Band(d.n(), d.rows.data(), d.cols.data(), d.k.data(),
+                                              d.m.data(), 0.0, 0.0, 2, &count, &found,
+                                              values.data(), nullptr, nullptr);
+  EXPECT_EQ(VQ_GetLastErrorID(), code);
+  for (int i = 0; i < std::max(found, 0); ++i) EXPECT_TRUE(std::isfinite(values[i]));
+  if (code != 0) EXPECT_EQ(found, 0);
+}
+
 struct ResidualRow {
   const char* name;
   std::vector<double> k, m;  // diagonals
