@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   }
   // The dense reference where the pencil is well conditioned.
-  const bool wellConditioned = chain || (k.dominant && !k.corrupted && positiveMass && sameMass);
+  const bool wellConditioned = chain || (n >= 1 && k.dominant && !k.corrupted && positiveMass && sameMass);
   std::vector<double> reference;
   if (wellConditioned) {
     if (chain)

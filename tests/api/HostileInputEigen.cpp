@@ -65,9 +65,12 @@ TEST(HostileBand, NoNaNEigenvalueFromABreakdown) {
   const int code = VQ_EigenvalueAnalysis_Band(d.n(), d.rows.data(), d.cols.data(), d.k.data(),
                                               d.m.data(), 0.0, 0.0, 2, &count, &found,
                                               values.data(), nullptr, nullptr);
+  // The count proves an eigenvalue (2e-221) that the slice cannot resolve: -91, nothing found.
+  EXPECT_EQ(code, -91);
   EXPECT_EQ(VQ_GetLastErrorID(), code);
-  for (int i = 0; i < std::max(found, 0); ++i) EXPECT_TRUE(std::isfinite(values[i]));
-  if (code != 0) EXPECT_EQ(found, 0);
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(found, 0);
+  EXPECT_EQ(values, std::vector<double>(2, 0.0));
 }
 
 struct ResidualRow {
