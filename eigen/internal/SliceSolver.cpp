@@ -2,6 +2,7 @@
 #include "eigen/internal/SliceSolver.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "eigen/internal/ArpackMessages.h"
 
@@ -10,6 +11,23 @@ namespace eigen_internal {
 
 int ArpackSliceSolver::Solve(const SliceRequest& request, SliceOutcome& outcome) {
   outcome = SliceOutcome();
+  if (request.n == 1) {
+    // ARPACK needs more equations than wanted pairs; one equation is its own eigenproblem:
+    // theta = (k - sigma*m)^-1 * m, lambda = sigma + 1/theta, phi = 1/sqrt(m).
+    double one = 1.0, m = 0.0, theta = 0.0;
+    if (request.op->ApplyB(&one, &m) != 0 || request.op->Solve(&m, &theta) != 0) {
+      outcome.status = -83;
+      outcome.message = "Unclassified Sparse Solver Error";
+      return outcome.status;
+    }
+    outcome.operatorApplications = 1;
+    const double lambda = request.sigma + 1.0 / theta;
+    if (m > 0.0 && std::isfinite(lambda)) {
+      outcome.values.push_back(lambda);
+      outcome.vectors.push_back(1.0 / std::sqrt(m));
+    }
+    return 0;
+  }
   ArpackRequest r;
   r.n = request.n;
   r.sizes = ComputeArpackSizes(request.n, std::max(request.count, std::min(request.count + request.extra, request.limit)), -1);

@@ -55,6 +55,21 @@ TEST(HostileBand, LowerBoundFarBelowTheSpectrum) {
   }
 }
 
+// One equation is a band problem too (ARPACK cannot take it: it needs more equations than pairs).
+TEST(HostileBand, OneEquation) {
+  Diagonal d({4.0});
+  d.m = {2.0};
+  int count = -1, found = -1;
+  std::vector<double> values(1, -1.0), shape(1, 0.0);
+  EXPECT_EQ(VQ_EigenvalueAnalysis_Band(1, d.rows.data(), d.cols.data(), d.k.data(), d.m.data(), 0.5,
+                                       4.25, 1, &count, &found, values.data(), shape.data(), nullptr),
+            0);
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(found, 1);
+  EXPECT_NEAR(values[0], 2.0, 1e-12);
+  EXPECT_NEAR(std::fabs(shape[0]), 1.0 / std::sqrt(2.0), 1e-12);
+}
+
 // A mass near the largest doubles breaks the slice's Lanczos run down (NaN Ritz values): no NaN
 // is delivered as an eigenvalue.
 TEST(HostileBand, NoNaNEigenvalueFromABreakdown) {
