@@ -55,19 +55,28 @@ TEST(HostileBand, LowerBoundFarBelowTheSpectrum) {
   }
 }
 
-// One equation is a band problem too (ARPACK cannot take it: it needs more equations than pairs).
-TEST(HostileBand, OneEquation) {
-  Diagonal d({4.0});
-  d.m = {2.0};
-  int count = -1, found = -1;
-  std::vector<double> values(1, -1.0), shape(1, 0.0);
-  EXPECT_EQ(VQ_EigenvalueAnalysis_Band(1, d.rows.data(), d.cols.data(), d.k.data(), d.m.data(), 0.5,
-                                       4.25, 1, &count, &found, values.data(), shape.data(), nullptr),
-            0);
-  EXPECT_EQ(count, 1);
-  EXPECT_EQ(found, 1);
-  EXPECT_NEAR(values[0], 2.0, 1e-12);
-  EXPECT_NEAR(std::fabs(shape[0]), 1.0 / std::sqrt(2.0), 1e-12);
+// Bands holding (nearly) every eigenvalue of a tiny model: ARPACK cannot take them (it needs more
+// equations than pairs), the slice is solved densely.
+TEST(HostileBand, TinyModelsWholeSpectrum) {
+  struct Row { std::vector<double> k, m; double lower, upper; };
+  for (const Row& r : {Row{{4.0}, {2.0}, 0.5, 4.25}, Row{{8.0, 8.0}, {4.0, 4.0}, -1e300, 2.75},
+                       Row{{3.0, 6.0, 9.0}, {3.0, 3.0, 3.0}, 0.0, 3.5}}) {
+    Diagonal d(r.k);
+    d.m = r.m;
+    std::vector<double> expected;
+    for (size_t i = 0; i < r.k.size(); ++i)
+      if (r.k[i] / r.m[i] >= r.lower && r.k[i] / r.m[i] <= r.upper) expected.push_back(r.k[i] / r.m[i]);
+    int count = -1, found = -1;
+    const int n = d.n();
+    std::vector<double> values(n, -1.0), shapes(static_cast<size_t>(n) * n, 0.0);
+    EXPECT_EQ(VQ_EigenvalueAnalysis_Band(n, d.rows.data(), d.cols.data(), d.k.data(), d.m.data(),
+                                         r.lower, r.upper, n, &count, &found, values.data(),
+                                         shapes.data(), nullptr),
+              0) << n;
+    EXPECT_EQ(count, static_cast<int>(expected.size())) << n;
+    ASSERT_EQ(found, count) << n;
+    for (int i = 0; i < found; ++i) EXPECT_NEAR(values[i], expected[i], 1e-12) << n;
+  }
 }
 
 // A mass near the largest doubles breaks the slice's Lanczos run down (NaN Ritz values): no NaN
