@@ -165,7 +165,11 @@ int VQ_BandEigenSolver::CountBand() {
     // Each end is widened relative to itself ([2.5, 1e10] must not take in an eigenvalue 2); a
     // lower end at zero relative to the band's scale.
     countedLower_ = lower - kEdgeWidening * (lower != 0.0 ? std::fabs(lower) : scale_);
+    // A point on an eigenvalue moves by steps relative to itself, not to a far upper end.
+    const double upperScale = scale_;
+    if (lower != 0.0) scale_ = std::fabs(lower);
     if (CountAt(countedLower_, -1.0, countLower_) != 0) return FailFactor();
+    scale_ = upperScale;
     if (countLower_ > 0) scale_ = std::max(scale_, std::fabs(lower));
   }
   // End the slices where the spectrum ends when the band reaches far above it (every eigenvalue
