@@ -66,14 +66,16 @@ for t in "${targets[@]}"; do
   # largest allocation that succeeds with "// fuzz max_allocation_mb: N" (a reader that allocates
   # what a file announces spends its time zeroing memory otherwise).
   max_len=$(sed -n 's|^// fuzz max_len: *\([0-9]*\).*|\1|p' "fuzz/fuzz_$t.cpp" 2>/dev/null | head -1)
-  max_mb=$(sed -n 's|^// fuzz max_allocation_mb: *\([0-9]*\).*|\1|p' "fuzz/fuzz_$t.cpp" 2>/dev/null | head -1)
+  max_mb=$(sed -n 's|^// fuzz max_allocation_mb: *\([0-9]*\).*|\1|p' "fuzz/fuzz_$t.cpp" 2>/dev/null |
+    head -1)
   asan=$ASAN_OPTIONS
   [ -z "$max_mb" ] || asan="$asan:max_allocation_size_mb=$max_mb"
   work=$(mktemp -d)   # the targets' scratch files and the solvers' working directory
   echo "fuzz: $t for ${seconds}s${VQFUZZ_RUNS:+ or $VQFUZZ_RUNS inputs}"
   status=0
-  (cd "$work" && ASAN_OPTIONS=$asan "$root/$exe" "${runs_limit[@]}" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 \
-      -max_len="${max_len:-8192}" -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$root/$artifacts/" \
+  (cd "$work" && ASAN_OPTIONS=$asan "$root/$exe" "${runs_limit[@]}" -max_total_time="$seconds" \
+      -timeout=20 -rss_limit_mb=3072 -max_len="${max_len:-8192}" -close_fd_mask=1 \
+      -print_final_stats=1 -artifact_prefix="$root/$artifacts/" \
       "$root/$corpus" "$root/fuzz/corpus/$t") >"$log" 2>&1 || status=$?
   rm -rf "$work"
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1 || true)
