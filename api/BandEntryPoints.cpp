@@ -133,7 +133,9 @@ int RunResidual(const ei::PencilArrays& p, int nModes, const double* modeShapes,
       if (!(mTrace > 0.0)) return VQ_ResolveEror(-20);
       const double sigma = -1e-4 * std::fabs(kTrace / mTrace);
       status = factor.Factor(sigma);
-      if (status == 0 && factor.CountBelow() > 0) {
+      // Negative or perturbed pivots below zero: K is indefinite, or singular where M has no
+      // mass (a free equation without mass), and no static solution exists.
+      if (status == 0 && (factor.CountBelow() > 0 || !factor.Reliable())) {
         vi::registry().instabilityDof = -1;
         return Record(-3, "Instability Detected (Ill-conditioned or Singular Matrix Found)");
       }
@@ -144,6 +146,9 @@ int RunResidual(const ei::PencilArrays& p, int nModes, const double* modeShapes,
     }
     const ei::ResidualModeResult r =
         ei::ComputeResidualMode(factor, nModes, modeShapes, direction);
+    if (r.status == vi::kInvalidInputCode)
+      return vi::RecordInvalidInput(
+          "no residual mode: M is not positive semi-definite, or the values overflow");
     if (r.status != 0) return VQ_ResolveEror(r.status);
     std::memcpy(residualMode, r.mode.data(), sizeof(double) * p.n);
     *residualEigenvalue = r.eigenvalue;

@@ -7,6 +7,7 @@
 // 0; 1 with -22 for partial results (the converged pairs are delivered); otherwise the solver's
 // code (the instability equation for -3). A missed eigenvalue found by the Sturm count is warning
 // -23. Nothing is thrown across the boundary.
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -57,6 +58,16 @@ bool CheckInput(const Call& c) {
   if (!vi::CheckEigenInput(c.n, c.nev, c.kia, c.kja, c.ka, "K")) return false;
   if (!c.eigenvalues) {
     vi::RecordInvalidInput("the eigenvalue array is missing");
+    return false;
+  }
+  // An infinite or NaN shift makes K - shift*B meaningless (its factor and every Ritz value NaN);
+  // a NaN limit compares false with every eigenvalue.
+  if (!std::isfinite(c.shift)) {
+    vi::RecordInvalidInput("the shift is not a finite number");
+    return false;
+  }
+  if (c.limitActive && std::isnan(c.limit)) {
+    vi::RecordInvalidInput("the eigenvalue limit is not a number");
     return false;
   }
   if (c.blockSize < 0) {

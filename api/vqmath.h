@@ -922,7 +922,8 @@ int VQ_GetBandSlices(int maxSlices /* in */, double* bounds /* out: 3*maxSlices,
      residualMode           out: n values (zeros when the modes already hold the whole mass)
      residualEigenvalue     out: its eigenvalue
      effectiveMassFraction  out: its effective mass / r'*M*r
-   Returns 0, -20 no mass in the direction, -64 invalid arrays, -3 an indefinite or singular
+   Returns 0, -20 no mass in the direction, -64 invalid arrays (or a mass that shows itself not
+   positive semi-definite, or values whose products overflow), -3 an indefinite or singular
    factorisation, -81/-82/-83 sparse solver failures, -1 memory. */
 int VQ_ResidualMode(int n /* in */, const int* kRowPointers /* in: n+1 */,
                     const int* kColumnIndices /* in */, const double* kValues /* in */,

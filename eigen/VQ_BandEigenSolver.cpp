@@ -99,8 +99,9 @@ int VQ_BandEigenSolver::CountAt(double& point, double outward, int& count) {
 
 // A point below the lowest eigenvalue: just below 0 and min(λb, 0) first, then further down.
 int VQ_BandEigenSolver::FindBottom(double& point) {
-  const double reach = std::max(std::fabs(problem_.upper), scale_ * 1e-3);
-  double candidate = std::min(problem_.upper, 0.0) - 1e-3 * reach;
+  const double top = std::min(problem_.upper, countedUpper_);
+  const double reach = std::max(std::fabs(top), scale_ * 1e-3);
+  double candidate = std::min(top, 0.0) - 1e-3 * reach;
   for (int k = 0; k < 40; ++k) {
     if (!Unbounded(problem_.lower) && candidate <= countedLower_) return 0;  // keep λa − δ
     int count = 0;
@@ -111,7 +112,7 @@ int VQ_BandEigenSolver::FindBottom(double& point) {
       point = p;
       return 0;
     }
-    candidate = std::min(problem_.upper, 0.0) - reach * std::pow(10.0, k);
+    candidate = std::min(top, 0.0) - reach * std::pow(10.0, k);
   }
   return Fail(kBadBounds, "No shift below the lowest eigenvalue found");
 }
@@ -120,6 +121,13 @@ int VQ_BandEigenSolver::CountBand() {
   const double lower = problem_.lower, upper = problem_.upper;
   if (std::isnan(lower) || !std::isfinite(upper) || lower > upper)
     return Fail(kBadBounds, "Invalid band: the lower bound must not exceed a finite upper bound");
+  // An upper end at "minus infinity" (as for the lower end, -1e300 and below): an empty band,
+  // where a count would shift K by an overflowing multiple of M.
+  if (Unbounded(upper)) {
+    countLower_ = countUpper_ = bandCount_ = 0;
+    counted_ = true;
+    return 0;
+  }
   if (!factor_) {
     ei::PencilArrays p;
     p.n = problem_.n;
@@ -143,17 +151,43 @@ int VQ_BandEigenSolver::CountBand() {
     massDofs += d > 0.0;
   }
   requestLimit_ = std::max(1, (massDofs - 1) / 2);
-  scale_ = std::max(std::fabs(upper), Unbounded(lower) ? 0.0 : std::fabs(lower));
+  // The scale of the band comes from its upper end, and from the lower end only when that lies
+  // inside the spectrum: a lower bound far below it (-1e58 for "everything below upper") must not
+  // widen the upper end by its own magnitude.
+  scale_ = std::fabs(upper);
   if (!(scale_ > 0.0)) scale_ = 1.0;
-  const double delta = kEdgeWidening * scale_;
 
-  countedUpper_ = upper + delta;
+  countedUpper_ = upper + kEdgeWidening * scale_;
   if (CountAt(countedUpper_, 1.0, countUpper_) != 0) return FailFactor();
   countLower_ = 0;
   countedLower_ = -std::numeric_limits<double>::infinity();
   if (!Unbounded(lower)) {
-    countedLower_ = lower - delta;
+    // Each end is widened relative to itself ([2.5, 1e10] must not take in an eigenvalue 2); a
+    // lower end at zero relative to the band's scale.
+    countedLower_ = lower - kEdgeWidening * (lower != 0.0 ? std::fabs(lower) : scale_);
+    // A point on an eigenvalue moves by steps relative to itself, not to a far upper end.
+    const double upperScale = scale_;
+    if (lower != 0.0) scale_ = std::fabs(lower);
     if (CountAt(countedLower_, -1.0, countLower_) != 0) return FailFactor();
+    scale_ = upperScale;
+    if (countLower_ > 0) scale_ = std::max(scale_, std::fabs(lower));
+  }
+  // End the slices where the spectrum ends when the band reaches far above it (every eigenvalue
+  // with mass below the upper end): a slice up to 1e78 around a shift of 5e77 cannot resolve
+  // eigenvalues of order 10. The count stays the one at the upper end.
+  if (countUpper_ > countLower_ && countUpper_ >= massDofs && countedUpper_ > 0.0) {
+    for (double factor : {1e-8, 1e-1}) {  // coarse steps first, then fine ones
+      for (int k = 0; k < 40; ++k) {
+        double candidate = factor * countedUpper_;
+        if (candidate <= countedLower_) break;
+        scale_ = candidate;  // a candidate on an eigenvalue moves by its own relative step
+        int count = 0;
+        if (CountAt(candidate, 1.0, count) != 0) return FailFactor();
+        if (count < countUpper_ || candidate >= countedUpper_) break;
+        countedUpper_ = candidate;
+      }
+    }
+    scale_ = std::max(std::fabs(countedUpper_), countLower_ > 0 ? std::fabs(lower) : 0.0);
   }
   // Start the slices where the spectrum starts when the band reaches below it.
   if (countLower_ == 0 && countUpper_ > 0) {
@@ -237,6 +271,7 @@ int VQ_BandEigenSolver::SolveSlice(VQ_BandSlice& slice) {
     std::vector<double> keptValues, keptVectors;
     for (size_t i = 0; i < out.values.size(); ++i) {
       const double v = out.values[i];
+      if (!std::isfinite(v)) continue;  // a breakdown (M near the largest doubles), not a pair
       if (v < slice.lower - window || v > slice.upper + window) continue;
       if (v < countedLower_ || v > countedUpper_) continue;
       double* x = &out.vectors[i * static_cast<size_t>(n)];

@@ -216,6 +216,14 @@ bool VQ_BlockLanczosEigenSolver::Factorise() {
     Fail(-1);
     return false;
   }
+  // A shift that makes K - s B overflow (s times a large B) leaves infinities that the
+  // factorisation would turn into NaN eigenvalues: the input is beyond the arithmetic.
+  const double* values = shifted_->GetDataPointer();
+  for (long long q = 0; q < shifted_->GetNumberOfNonZeros(); ++q)
+    if (!std::isfinite(values[q])) {
+      Fail(-64);
+      return false;
+    }
   stiffness_ = shifted_.get();
   const int result = DecomposeWithRetry("", &solver_, false, nullptr, nullptr, nullptr);
   ++factorizations_;
@@ -647,6 +655,9 @@ int VQ_BlockLanczosEigenSolver::CountConverged(const Basis& s, int active, doubl
     const int i = s.order[converged];
     const double bound = std::max(tolerance * std::fabs(s.theta[i]), 10.0 * kEpsilon * thetaMax);
     if (!(s.estimate[i] <= bound)) break;
+    // theta = 0 is an infinite eigenvalue (a direction without mass, or without geometric
+    // stiffness for buckling): not a pair.
+    if (!std::isfinite(ToEigenvalue(s.theta[i]))) break;
     if (lockable == converged && s.estimate[i] <= kLockShare * bound) ++lockable;
     if (limitActive_ && ToEigenvalue(s.theta[i]) > limit_) limitReached = true;
     ++converged;

@@ -90,9 +90,10 @@ inline int Nudge(int v, int d) {
   return static_cast<int>(std::max<long long>(INT_MIN, std::min<long long>(INT_MAX, r)));
 }
 
-inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder) {
+// order >= 0 fixes the order instead of taking it from the bytes (a second matrix of a pencil).
+inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder, int order = -1) {
   Csr c;
-  c.n = in.ConsumeIntegralInRange<int>(-2, maxOrder);
+  c.n = order >= 0 ? order : in.ConsumeIntegralInRange<int>(-2, maxOrder);
   if (c.n < 0) return c;
   c.rowPointers.assign(static_cast<size_t>(c.n) + 1, 1);
   std::vector<int> cols;

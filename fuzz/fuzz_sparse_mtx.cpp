@@ -3,6 +3,7 @@
 // columns ascending within the row and inside 1..n, rowptr[n] - 1 = nnz) or an empty matrix with a
 // status; the matrix must then survive element access, products, the text writer, copies and,
 // for small orders, a factorisation and solve by the sparse direct solver.
+// fuzz max_allocation_mb: 32
 #include "FuzzSupport.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSolver.h"

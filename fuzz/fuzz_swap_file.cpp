@@ -4,6 +4,7 @@
 // fails (empty matrix with a status) or leaves counts that match the arrays held, and every
 // member that walks the arrays - element access, products, copies, the writers, the arithmetic -
 // stays inside them, also when the rows are not in the canonical order.
+// fuzz max_allocation_mb: 32
 #include "FuzzSupport.h"
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSymMatrix.h"

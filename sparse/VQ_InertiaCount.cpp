@@ -15,6 +15,8 @@ namespace {
 constexpr int kNoMemory = -1;
 constexpr int kSingular = -3;
 constexpr int kUnclassifiedSolverError = -83;
+constexpr int kInvalidInput = -64;
+constexpr double kLargestUnscaled = 1e150;
 
 }  // namespace
 
@@ -60,6 +62,19 @@ int VQ_InertiaCount::CountBelow(double sigma, int* count) {
       message_ = "Memory Allocation Failed";
       return kNoMemory;
     }
+    // The inertia of c*(K - sigma*B) is that of K - sigma*B for any c > 0. Values beyond 1e150
+    // would overflow in the elimination (their squares exceed the largest double) and leave a
+    // wrong count: they are scaled down first. sigma*B itself overflowing is refused.
+    double* values = shifted.GetDataPointer();
+    const int nnz = shifted.GetNumberOfNonZeros();
+    double largest = 0.0;
+    for (int q = 0; q < nnz; ++q) largest = std::max(largest, std::fabs(values[q]));
+    if (!std::isfinite(largest)) {
+      message_ = "ERROR_INVALID_MATRICES: K - sigma*M overflows at this shift";
+      return kInvalidInput;
+    }
+    if (largest > kLargestUnscaled)
+      for (int q = 0; q < nnz; ++q) values[q] /= largest;
     VQ_SparseSolver solver(n_, shifted.GetDataPointer(), shifted.GetRowVectorPointer(),
                            shifted.GetColumnVectorPointer(), 1, nullptr, oocMode_, -2, 0,
                            workingDirectory_.c_str(), nullptr);

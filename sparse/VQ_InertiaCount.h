@@ -35,7 +35,8 @@ class VQ_InertiaCount {
   void SetWorkingDirectory(const std::string& folder) { workingDirectory_ = folder; }
 
   // Negative pivots of K − σ·B into *count (left alone on failure). Returns 0, or a registry
-  // code (−1 no memory, −3 singular, −81/−82 out of memory, −83 …) with Message() saying why.
+  // code (−1 no memory, −3 singular, −64 σ·B overflows, −81/−82 out of memory, −83 …) with
+  // Message() saying why.
   int CountBelow(double sigma, int* count);
 
   const std::string& Message() const { return message_; }

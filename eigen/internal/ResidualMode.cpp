@@ -13,6 +13,11 @@ namespace eigen_internal {
 namespace {
 
 constexpr double kCompleteMass = 1e-13;
+// Status of a result that overflowed (input beyond what the arithmetic holds) or that shows M
+// not positive semi-definite.
+constexpr int kInvalid = -64;
+// Rounding allowed above a fraction of one.
+constexpr double kFractionSlack = 1e-9;
 constexpr int kRefinementSteps = 40;
 constexpr double kRefined = 1e-14;
 constexpr double kSlowContraction = 0.5;
@@ -82,6 +87,13 @@ ResidualModeResult ComputeResidualMode(ShiftedFactorization& factored, int nMode
     }
     factored.ApplyB(v.data(), mv.data());
     const double missing = cblas_ddot(n, v.data(), 1, mv.data(), 1);
+    // A missing mass below zero, or (further down) a fraction above one, breaks Cauchy-Schwarz in
+    // the M inner product: M shows itself not positive semi-definite, and nothing here means
+    // anything.
+    if (!std::isfinite(total) || !std::isfinite(missing) || missing < -kCompleteMass * total) {
+      out.status = kInvalid;
+      return out;
+    }
     out.mode.assign(n, 0.0);
     if (!(missing > kCompleteMass * total)) {
       out.fraction = missing > 0.0 ? missing / total : 0.0;
@@ -109,6 +121,14 @@ ResidualModeResult ComputeResidualMode(ShiftedFactorization& factored, int nMode
     factored.ApplyB(out.mode.data(), mv.data());
     const double participation = cblas_ddot(n, mv.data(), 1, direction, 1);
     out.fraction = participation * participation / total;
+    // Finite input whose products overflow (modes or direction near the largest doubles) leaves
+    // infinities and NaN: not a result; nor is a fraction above one (M not semi-definite).
+    bool finite = std::isfinite(out.eigenvalue) && std::isfinite(out.fraction);
+    for (int i = 0; i < n && finite; ++i) finite = std::isfinite(out.mode[i]);
+    if (!finite || out.fraction > 1.0 + kFractionSlack) {
+      out = ResidualModeResult();
+      out.status = kInvalid;
+    }
   } catch (const std::bad_alloc&) {
     out = ResidualModeResult();
     out.status = -1;

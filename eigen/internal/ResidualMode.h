@@ -41,7 +41,9 @@ namespace vqmath {
 namespace eigen_internal {
 
 struct ResidualModeResult {
-  int status = 0;               // 0, −1 memory, −20 no mass in the direction, −83 solve failed
+  int status = 0;               // 0, −1 memory, −20 no mass in the direction, −83 solve failed,
+                                // −64 the arithmetic overflowed (input near the largest doubles)
+                                // or M showed itself not positive semi-definite
   std::vector<double> mode;     // n values, M-normalised, M-orthogonal to the modes
   double eigenvalue = 0.0;
   double fraction = 0.0;        // its effective mass / rᵀ·M·r

@@ -2,6 +2,7 @@
 #include "eigen/internal/ShiftedFactorization.h"
 
 #include <algorithm>
+#include <cmath>
 #include <new>
 
 #include "eigen/internal/SparseShiftInvertOperator.h"
@@ -85,6 +86,12 @@ int ShiftedFactorization::Factor(double sigma) {
   perturbed_ = 0;
   instability_ = -1;
   message_.clear();
+  // A shift so large that sigma*M overflows: the factor (and any count from it) would be noise.
+  for (double v : shifted_)
+    if (!std::isfinite(v)) {
+      message_ = "ERROR_INVALID_MATRICES: K - sigma*M overflows at this shift";
+      return -64;
+    }
   try {
     if (!solver_) {
       solver_.reset(new VQ_SparseSolver(n_, shifted_.data(), rows_.data(), cols_.data(), 1, nullptr,

@@ -51,7 +51,8 @@ class ShiftedFactorization : public ShiftInvertOperator {
   bool Ready() const { return ready_; }
 
   // Factors K − σ·M. Returns 0, or the library code of the failure (−1 memory, −3 singular with
-  // InstabilityEquation(), −81/−82 out of memory, −83 other) with its text in Message().
+  // InstabilityEquation(), −64 K − σ·M overflows, −81/−82 out of memory, −83 other) with its
+  // text in Message().
   int Factor(double sigma);
   double Sigma() const { return sigma_; }
   bool Factored() const { return factored_; }
