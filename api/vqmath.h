@@ -857,8 +857,8 @@ double VQ_GetSingularPivotRatio(void);
 
 /* Every eigenpair of K*phi = lambda*M*phi with lower <= lambda <= upper, and the exact number of
    them proven by inertia (Sturm) counts: the negative pivots of K - sigma*M factored at both
-   ends. A band holding more than about 40 modes is cut into slices at shifts chosen from the
-   counts (bisection), each slice is solved by shift-invert Lanczos around its own shift and
+   ends. A band holding more than about 120 modes is cut into slices at shifts chosen from the
+   counts (bisection), each slice is solved by block shift-invert Lanczos around its own shift and
    checked against its counts; repeated eigenvalues at a slice border are kept once. Mode shapes
    are M-normalised, eigenvalues ascending.
      n                      order of K (and M)

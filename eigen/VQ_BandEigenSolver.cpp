@@ -12,6 +12,7 @@
 #include <new>
 #include <numeric>
 
+#include "eigen/internal/BlockSliceSolver.h"
 #include "eigen/internal/ResidualMode.h"
 #include "eigen/internal/ShiftedFactorization.h"
 #include "eigen/internal/SliceSolver.h"
@@ -40,10 +41,23 @@ constexpr double kDuplicate = 0.25;
 
 bool Unbounded(double lower) { return !(lower > -1e300); }
 
+ei::PencilArrays PencilOf(const VQ_BandProblem& problem) {
+  ei::PencilArrays p;
+  p.n = problem.n;
+  p.kRowPointers = problem.kRowPointers;
+  p.kColumnIndices = problem.kColumnIndices;
+  p.kValues = problem.kValues;
+  p.mRowPointers = problem.mRowPointers;
+  p.mColumnIndices = problem.mColumnIndices;
+  p.mValues = problem.mValues;
+  p.mDiagonal = problem.mDiagonal;
+  return p;
+}
+
 }  // namespace
 
 VQ_BandEigenSolver::VQ_BandEigenSolver(const VQ_BandProblem& problem)
-    : problem_(problem), sliceSolver_(new ei::ArpackSliceSolver()) {}
+    : problem_(problem), sliceSolver_(new ei::BlockSliceSolver(PencilOf(problem))) {}
 
 VQ_BandEigenSolver::~VQ_BandEigenSolver() = default;
 
@@ -81,6 +95,11 @@ void VQ_BandEigenSolver::Print(const char* format, ...) const {
 // Factors at point; when the point lies on an eigenvalue (perturbed pivots) it moves by growing
 // steps in the direction of outward (its sign) until the count is reliable.
 int VQ_BandEigenSolver::CountAt(double& point, double outward, int& count) {
+  // The factorisation at hand serves when it was made at this very point.
+  if (factor_->Factored() && factor_->Sigma() == point && factor_->Reliable()) {
+    count = factor_->CountBelow();
+    return 0;
+  }
   double step = kFirstNudge * scale_;
   for (int attempt = 0;; ++attempt) {
     const int status = factor_->Factor(point);
@@ -129,17 +148,8 @@ int VQ_BandEigenSolver::CountBand() {
     return 0;
   }
   if (!factor_) {
-    ei::PencilArrays p;
-    p.n = problem_.n;
-    p.kRowPointers = problem_.kRowPointers;
-    p.kColumnIndices = problem_.kColumnIndices;
-    p.kValues = problem_.kValues;
-    p.mRowPointers = problem_.mRowPointers;
-    p.mColumnIndices = problem_.mColumnIndices;
-    p.mValues = problem_.mValues;
-    p.mDiagonal = problem_.mDiagonal;
     factor_.reset(new ei::ShiftedFactorization(
-        p, problem_.oocMode, problem_.workingDirectory ? problem_.workingDirectory : ""));
+        PencilOf(problem_), problem_.oocMode, problem_.workingDirectory ? problem_.workingDirectory : ""));
     if (!factor_->Ready()) return Fail(kNoMemory, "Memory Allocation Failed");
   }
   // A Krylov space wider than the number of degrees of freedom with mass takes in directions of
@@ -241,7 +251,10 @@ int VQ_BandEigenSolver::Bisect(double lo, int clo, double hi, int chi, int depth
 int VQ_BandEigenSolver::SolveSlice(VQ_BandSlice& slice) {
   const int n = problem_.n;
   const int count = slice.countUpper - slice.countLower;
-  slice.shift = slice.lower + 0.5 * (slice.upper - slice.lower);
+  // A slice at the bottom of the spectrum (nothing below its lower end) is solved around that
+  // end, where the band's count already factored: the eigenvalues nearest it are the slice's.
+  const bool bottom = slice.countLower == 0 && slice.lower == countedLower_;
+  slice.shift = bottom ? slice.lower : slice.lower + 0.5 * (slice.upper - slice.lower);
   if (count == 0) {
     slice.countAtShift = slice.countLower;
     return 0;
