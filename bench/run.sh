@@ -337,8 +337,8 @@ appendix=()
 if [ "$library_ok" = 1 ] && fits 300; then
   if cmake --build "$build" -j "$jobs" --target bench_band >/dev/null 2>&1; then
     mkdir -p "$data/programs"
-    log "band search at $modes_case (at most 600 s)"
-    timeout 600 "$bin/bench_band" "$modes_size" 100 "$data/work/" > "$data/programs/bench_band.txt" 2>&1 ||
+    log "band search at $modes_case (at most 600 s; FEAST stopped after 240 s)"
+    timeout 600 "$bin/bench_band" "$modes_size" 100 "$data/work/" 240 > "$data/programs/bench_band.txt" 2>&1 ||
       echo "(ended with status $?)" >> "$data/programs/bench_band.txt"
     appendix+=(--appendix "$data/programs/bench_band.txt")
   else
