@@ -11,7 +11,7 @@
 #                                idle OpenMP threads sleep, so that other work on the machine
 #                                cannot stretch barriers by whole time slices) or active, or
 #                                default (the runtime's choice)
-#          --budget SECONDS      time budget of the whole run (840); optional runs are skipped,
+#          --budget SECONDS      time budget of the whole run (1200); optional runs are skipped,
 #                                and reported as skipped, once it is spent
 #          --with-programs       also build and run the other bench/bench_*.cpp programs (each
 #                                prints its own table) within the budget, appended to the report
@@ -36,7 +36,7 @@ cd "$root"
 start=$(date +%s)
 load_before=$(cut -d' ' -f1-3 /proc/loadavg 2>/dev/null || echo "?")
 
-mode=full threads=2 wait_policy=passive budget=840 install=1 keep=0 out="" sizes="" modes_size=""
+mode=full threads=2 wait_policy=passive budget=1200 install=1 keep=0 out="" sizes="" modes_size=""
 with_programs=0
 while [ $# -gt 0 ]; do
   case "$1" in
