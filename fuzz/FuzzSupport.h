@@ -150,6 +150,22 @@ T* DataOrNull(std::vector<T>& v) {
   return v.empty() ? nullptr : v.data();
 }
 
+// The codes a direct solution may end in: success, memory, a singular model, malformed input and
+// the factorisation and solution failures of the solver.
+inline bool DirectSolutionCode(int code) {
+  switch (code) {
+    case 0:
+    case -1:
+    case -3:
+    case -64:
+    case -81:
+    case -82:
+    case -83:
+    case -84: return true;
+    default: return false;
+  }
+}
+
 // Bitwise equality of two double arrays (NaN payloads included).
 inline bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
   return a.size() == b.size() &&

@@ -9,18 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "FuzzSupport.h"
+#include "FuzzDense.h"
 #include "vqmath.h"
-
-namespace {
-
-bool AllFinite(const std::vector<double>& v) {
-  for (double x : v)
-    if (!std::isfinite(x)) return false;
-  return true;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string workDir = [] {
@@ -86,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (type >= 0 && type <= 2 && n >= 1 && nev >= 1 && !nullMass && !c.rowPointers.empty()) {
     // Every stored value lies inside the compressed rows (the arrays are as long as they say), so
     // a NaN or an infinity there is malformed input whatever else is wrong.
-    if (!AllFinite(c.values) || !AllFinite(mass)) VQFUZZ_CHECK(code == -64);
+    if (!vqfuzz::AllFinite(c.values) || !vqfuzz::AllFinite(mass)) VQFUZZ_CHECK(code == -64);
   }
   return 0;
 }

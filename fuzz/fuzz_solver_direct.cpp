@@ -8,31 +8,10 @@
 //   - a valid, diagonally dominant matrix is solved: the residual of every load case is small.
 #include <cstdlib>
 
-#include "FuzzSupport.h"
+#include "FuzzDense.h"
 #include "vqmath.h"
 
 namespace {
-
-bool AllFinite(const std::vector<double>& v) {
-  for (double x : v)
-    if (!std::isfinite(x)) return false;
-  return true;
-}
-
-// The structural check of the library, redone here from the calling convention.
-bool WellFormed(const vqfuzz::Csr& c) {
-  if (c.n < 1 || c.rowPointers[0] != 1) return false;
-  for (int i = 1; i <= c.n; ++i)
-    if (c.rowPointers[i] < c.rowPointers[i - 1]) return false;
-  if (static_cast<size_t>(c.rowPointers[c.n] - 1) != c.columnIndices.size()) return false;
-  for (int i = 1; i <= c.n; ++i) {
-    const int b = c.rowPointers[i - 1] - 1, e = c.rowPointers[i] - 1;
-    if (e <= b || c.columnIndices[b] != i) return false;
-    for (int k = b + 1; k < e; ++k)
-      if (c.columnIndices[k] <= c.columnIndices[k - 1] || c.columnIndices[k] > c.n) return false;
-  }
-  return true;
-}
 
 // max over load cases of |K x - b| / |b| (K from its upper triangle).
 double RelativeResidual(const vqfuzz::Csr& c, int nrhs, const std::vector<double>& x,
@@ -58,22 +37,8 @@ double RelativeResidual(const vqfuzz::Csr& c, int nrhs, const std::vector<double
   return worst;
 }
 
-bool Documented(int code) {
-  switch (code) {
-    case 0:
-    case -1:
-    case -3:
-    case -64:
-    case -81:
-    case -82:
-    case -83:
-    case -84: return true;
-    default: return false;
-  }
-}
-
 void CheckRegistry(int code) {
-  VQFUZZ_CHECK(Documented(code));
+  VQFUZZ_CHECK(vqfuzz::DirectSolutionCode(code));
   VQFUZZ_CHECK(VQ_GetLastErrorID() == code);
   char* message = VQ_GetLastErrorMessage();
   VQFUZZ_CHECK(message != nullptr);
@@ -100,8 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (size_t k = 0; k < loads; ++k) rhs[k] = 1.0 + static_cast<double>(k % 7);
   const std::vector<double> rhsBefore = rhs;
   const std::vector<double> solutionBefore = solution;
-  const bool valid = WellFormed(c);
-  const bool finite = AllFinite(c.values);
+  const bool valid = vqfuzz::WellFormedCsr(c);
+  const bool finite = vqfuzz::AllFinite(c.values);
 
   int* rp = c.rowPointers.empty() ? nullptr : c.rowPointers.data();
   int* ci = vqfuzz::DataOrNull(c.columnIndices);

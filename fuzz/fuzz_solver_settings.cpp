@@ -9,24 +9,6 @@
 #include "FuzzSupport.h"
 #include "vqmath.h"
 
-namespace {
-
-bool Documented(int code) {
-  switch (code) {
-    case 0:
-    case -1:
-    case -3:
-    case -64:
-    case -81:
-    case -82:
-    case -83:
-    case -84: return true;
-    default: return false;
-  }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider in(data, size);
   VQ_Initialize_INTEL_MKL_SparseSolverParams();
@@ -74,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool inPlace = in.ConsumeBool();
   const int code = VQ_SparseSolverDirect(n, nrhs, rp.data(), ci.data(), v.data(), rhs.data(), 0,
                                          inPlace ? nullptr : x.data());
-  VQFUZZ_CHECK(Documented(code));
+  VQFUZZ_CHECK(vqfuzz::DirectSolutionCode(code));
   VQFUZZ_CHECK(VQ_GetLastErrorID() == code);
   char* message = VQ_GetLastErrorMessage();
   VQFUZZ_CHECK(message != nullptr);

@@ -12,22 +12,8 @@
 
 namespace {
 
-bool Documented(int code) {
-  switch (code) {
-    case 0:
-    case -1:
-    case -3:
-    case -64:
-    case -81:
-    case -82:
-    case -83:
-    case -84: return true;
-    default: return false;
-  }
-}
-
 void CheckRegistry(int code) {
-  VQFUZZ_CHECK(Documented(code));
+  VQFUZZ_CHECK(vqfuzz::DirectSolutionCode(code));
   VQFUZZ_CHECK(VQ_GetLastErrorID() == code);
   char* message = VQ_GetLastErrorMessage();
   VQFUZZ_CHECK(message != nullptr);

@@ -37,13 +37,21 @@ int BlockSliceSolver::Solve(const SliceRequest& request, SliceOutcome& outcome) 
   const int status = block->Solve();
   outcome.operatorApplications = block->Get_BlockSolves();
   outcome.iterations = block->Get_Restarts();
-  // Partial results are handed on too; the caller checks them against the counts.
-  if (status != 0 && status != -22) {
-    outcome.status = status;
+  // Partial results (-22), and none at all (-21), are handed on: the caller checks them against
+  // the counts, asks again for more and reports a slice that stays short. Memory stays memory;
+  // anything else is the Lanczos failure of the band search.
+  if (status == -1) {
+    outcome.status = -1;
+    outcome.message = "Memory Allocation Failed";
+    return outcome.status;
+  }
+  if (status != 0 && status != -22 && status != -21) {
+    outcome.status = -45;
     outcome.message = "Block Lanczos failed to find the slice's eigenpairs";
     return outcome.status;
   }
-  const int found = block->GetNumFoundEigen();
+  const int found = status == -21 ? 0 : block->GetNumFoundEigen();
+  if (found <= 0 || !block->GetAllEigenVectors()) return 0;
   const double* vectors = block->GetAllEigenVectors()->GetDataPointer();
   std::vector<int> order(static_cast<size_t>(found));
   std::iota(order.begin(), order.end(), 0);

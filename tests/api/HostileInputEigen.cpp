@@ -97,6 +97,20 @@ TEST(HostileBand, NoNaNEigenvalueFromABreakdown) {
   EXPECT_EQ(values, std::vector<double>(2, 0.0));
 }
 
+// A slice on which block Lanczos converges nothing (an indefinite mass of -1e300 beside a
+// denormal one) ends as a band short of its count (-91), not with the block method's own code.
+TEST(HostileBand, SliceWithNothingConvergedIsAShortBand) {
+  const std::vector<int> rows = {1, 2, 4, 5}, cols = {1, 2, 3, 3};
+  const std::vector<double> k = {0.0, 0.0, -1.0, 4.0}, m = {-1e300, 2.9149873104633546e-322, 0.0};
+  int count = -1, found = -1;
+  double value = -1.0;
+  const int code = VQ_EigenvalueAnalysis_Band(3, rows.data(), cols.data(), k.data(), m.data(), 0.0,
+                                              0.0, 0, &count, &found, &value, nullptr, nullptr);
+  EXPECT_EQ(code, -91);
+  EXPECT_EQ(VQ_GetLastErrorID(), code);
+  EXPECT_EQ(found, 0);
+}
+
 struct ResidualRow {
   const char* name;
   std::vector<double> k, m;  // diagonals
