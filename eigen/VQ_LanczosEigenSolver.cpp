@@ -56,6 +56,12 @@ bool HasBucklingFactorNearZero(const std::vector<double>& values, double sigma) 
   return false;
 }
 
+// K or B without the arrays that hold it (B in compressed rows, or its diagonal).
+bool MissingArrays(const VQ_LanczosProblem& p) {
+  return !p.kRowPointers || !p.kColumnIndices || !p.kValues || (!p.bRowPointers && !p.bDiagonal) ||
+         (p.bRowPointers && (!p.bColumnIndices || !p.bValues));
+}
+
 }  // namespace
 
 // One ARPACK run: eigenvalues ascending, vectors (n per mode) when requested.
@@ -322,9 +328,7 @@ int VQ_LanczosEigenSolver::SolveSingle(bool buckling) {
       ei::ArpackInfoText(-2, text);
       return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-2), text);
     }
-    if (!problem_.kRowPointers || !problem_.kColumnIndices || !problem_.kValues ||
-        (!problem_.bRowPointers && !problem_.bDiagonal) ||
-        (problem_.bRowPointers && (!problem_.bColumnIndices || !problem_.bValues))) {
+    if (MissingArrays(problem_)) {
       return FailWith(ei::kLanczosArpackFailed, ei::kStatusArpackInvalidInput,
                       "ARPACK failed to Find Eigenvectors");
     }
@@ -416,9 +420,7 @@ int VQ_LanczosEigenSolver::CheckIncrementalRequest(bool buckling, int& wanted) {
     ei::ArpackInfoText(-2, text);
     return FailWith(ei::kLanczosArpackFailed, ei::ArpackInfoStatus(-2), text);
   }
-  if (!problem_.kRowPointers || !problem_.kColumnIndices || !problem_.kValues ||
-      (!problem_.bRowPointers && !problem_.bDiagonal) ||
-      (problem_.bRowPointers && (!problem_.bColumnIndices || !problem_.bValues))) {
+  if (MissingArrays(problem_)) {
     return FailWith(ei::kLanczosArpackFailed, ei::kStatusArpackInvalidInput,
                     "ARPACK failed to Find Eigenvectors");
   }

@@ -144,6 +144,16 @@ inline Csr BuildCsr(FuzzedDataProvider& in, int maxOrder, int order = -1) {
   return c;
 }
 
+// The diagonal matrix of the given values in compressed rows.
+inline Csr DiagonalCsr(const std::vector<double>& values) {
+  Csr c;
+  c.n = static_cast<int>(values.size());
+  for (int i = 0; i <= c.n; ++i) c.rowPointers.push_back(i + 1);
+  for (int i = 1; i <= c.n; ++i) c.columnIndices.push_back(i);
+  c.values = values;
+  return c;
+}
+
 // Data pointer of a vector, null when it is empty (an empty array is a null array to a C host).
 template <typename T>
 T* DataOrNull(std::vector<T>& v) {

@@ -98,10 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       m = vqfuzz::BuildCsr(in, 7, n);
       sameMass = false;
     } else {
-      m.n = n;
-      for (int i = 0; i <= n; ++i) m.rowPointers.push_back(i + 1);
-      for (int i = 1; i <= n; ++i) m.columnIndices.push_back(i);
-      m.values = mass;
+      m = vqfuzz::DiagonalCsr(mass);
     }
   }
   // The dense reference where the pencil is well conditioned.

@@ -40,10 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       m = vqfuzz::BuildCsr(in, 8, n);
       sameMass = false;
     } else {
-      m.n = n;
-      for (int i = 0; i <= n; ++i) m.rowPointers.push_back(i + 1);
-      for (int i = 1; i <= n; ++i) m.columnIndices.push_back(i);
-      m.values = mass;
+      m = vqfuzz::DiagonalCsr(mass);
     }
   }
   const bool wellConditioned = n >= 1 && k.dominant && !k.corrupted && positiveMass && sameMass;
