@@ -178,9 +178,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const double tol =
         1e-9 * std::max({1.0, std::fabs(upper), lower > -1e300 ? std::fabs(lower) : 0.0}) +
         1e-13 * kMax / mMin;
+    // Where PARDISO perturbed pivots at an edge (an eigenvalue within rounding of it), the search
+    // moved that edge outward and counted there: the band it proves and delivers reaches to the
+    // outer ends of its slices, and eigenvalues of such a cluster carry the perturbation's error.
+    double low = lower, high = upper;
+    const int held = VQ_GetBandSlices(0, nullptr, nullptr);
+    if (code == 0 && held > 0) {
+      std::vector<double> ends(3 * static_cast<size_t>(held));
+      VQ_GetBandSlices(held, ends.data(), nullptr);
+      low = std::min(low, ends[0]);
+      high = std::max(high, ends[3 * static_cast<size_t>(held - 1) + 1]);
+    }
     for (int i = 0; i < found; ++i) {
       if (semiDefinite)
-        VQFUZZ_CHECK(eigenvalues.data[i] >= lower - tol && eigenvalues.data[i] <= upper + tol);
+        VQFUZZ_CHECK(eigenvalues.data[i] >= low - tol && eigenvalues.data[i] <= high + tol);
       if (i > 0) VQFUZZ_CHECK(eigenvalues.data[i - 1] <= eigenvalues.data[i]);
     }
   }
