@@ -148,8 +148,9 @@ int VQ_BandEigenSolver::CountBand() {
     return 0;
   }
   if (!factor_) {
-    factor_.reset(new ei::ShiftedFactorization(
-        PencilOf(problem_), problem_.oocMode, problem_.workingDirectory ? problem_.workingDirectory : ""));
+    factor_.reset(new ei::ShiftedFactorization(PencilOf(problem_), problem_.oocMode,
+                                               problem_.workingDirectory ? problem_.workingDirectory
+                                                                         : ""));
     if (!factor_->Ready()) return Fail(kNoMemory, "Memory Allocation Failed");
   }
   // A Krylov space wider than the number of degrees of freedom with mass takes in directions of
