@@ -798,8 +798,11 @@ int VQ_GetResultsLA(int key /* in */, int count /* in */, int* values /* out: co
 /* Number of eigenvalues of K phi = lambda M phi below sigma, from the inertia of K - sigma M
    (its negative pivots, one factorisation): with M positive semi-definite every eigenvalue below
    sigma; for a positive definite K and sigma > 0, those in (0, sigma). M as its diagonal. Uses the
-   library's out-of-core mode and working directory. Returns 0, -64 for malformed input, or the
-   factorisation's code (-3 singular at sigma, with the instability DOF). */
+   library's out-of-core mode and working directory. A sigma on an eigenvalue (within rounding)
+   is no failure: the pivot of that eigenvalue is perturbed and falls on one side, usually giving
+   the count strictly below sigma; move sigma off the eigenvalues for an exact count. Returns 0,
+   -64 for malformed input, or the factorisation's code (-3 where PARDISO itself fails on a zero
+   pivot, with the instability DOF; -1 and -81 to -83 as for the direct solution). */
 int VQ_SturmCount(int n /* in */, const int* kRowPointers /* in: n+1 */,
                   const int* kColumnIndices /* in */, const double* kValues /* in */,
                   const double* massDiagonal /* in: n */, double sigma /* in */,
