@@ -103,23 +103,22 @@ int DistributedSturm(const Problem& p, double sigma)
     return below;
 }
 
-CsrMatrix ShiftedWhole(const Problem& p, double sigma)
-{
-    return p.b.n > 0 ? vqmath::models::Shifted(p.k, p.b, sigma) : vqmath::models::Shifted(p.k, p.mass, sigma);
-}
+// B whole: the sparse second matrix, or the lumped mass as compressed rows.
+CsrMatrix WholeB(const Problem& p) { return p.b.n > 0 ? p.b : vqmath::models::FromDiagonal(p.mass); }
+
+CsrMatrix ShiftedWhole(const Problem& p, double sigma) { return vqmath::models::Shifted(p.k, WholeB(p), sigma); }
 
 // max over modes of ‖K·φ − λ·B·φ‖ / ‖K·φ‖ (whole matrices).
 double WorstResidual(const Problem& p, const Result& r)
 {
     const int n = p.k.n;
+    const CsrMatrix b = WholeB(p);
     double worst = 0.0;
     for (int m = 0; m < r.found; ++m) {
         const std::vector<double> phi(r.shapes.begin() + static_cast<long>(m) * n,
                                       r.shapes.begin() + static_cast<long>(m + 1) * n);
         const std::vector<double> kphi = vqmath::models::Multiply(p.k, phi);
-        std::vector<double> bphi = p.b.n > 0 ? vqmath::models::Multiply(p.b, phi) : phi;
-        if (p.b.n == 0)
-            for (int i = 0; i < n; ++i) bphi[i] *= p.mass[i];
+        const std::vector<double> bphi = vqmath::models::Multiply(b, phi);
         double e = 0.0, s = 0.0;
         for (int i = 0; i < n; ++i) {
             e += (kphi[i] - r.values[m] * bphi[i]) * (kphi[i] - r.values[m] * bphi[i]);
@@ -134,21 +133,9 @@ double WorstResidual(const Problem& p, const Result& r)
 std::vector<double> DenseEigenvalues(const Problem& p)
 {
     const int n = p.k.n;
-    auto dense = [n](const CsrMatrix& a) {
-        std::vector<double> d(static_cast<size_t>(n) * n, 0.0);
-        for (int i = 0; i < n; ++i)
-            for (int q = a.rowPointers[i] - 1; q < a.rowPointers[i + 1] - 1; ++q) {
-                const int j = a.columnIndices[q] - 1;
-                d[static_cast<size_t>(i) * n + j] = d[static_cast<size_t>(j) * n + i] = a.values[q];
-            }
-        return d;
-    };
-    std::vector<double> k = dense(p.k), b(static_cast<size_t>(n) * n, 0.0), w(static_cast<size_t>(n));
-    if (p.b.n > 0)
-        b = dense(p.b);
-    else
-        for (int i = 0; i < n; ++i) b[static_cast<size_t>(i) * n + i] = p.mass[i];
-    EXPECT_EQ(0, LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, 'N', 'U', n, k.data(), n, b.data(), n, w.data()));
+    std::vector<double> k = vqmath::models::ToDense(p.k), w(static_cast<size_t>(n));
+    std::vector<double> b = vqmath::models::ToDense(WholeB(p));
+    EXPECT_EQ(0, LAPACKE_dsygv(LAPACK_COL_MAJOR, 1, 'N', 'U', n, k.data(), n, b.data(), n, w.data()));
     return w;
 }
 
