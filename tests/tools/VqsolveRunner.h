@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -109,72 +110,60 @@ class Json {
 };
 
 // A strict reader of the JSON vqsolve writes: objects, arrays, strings with the common escapes,
-// numbers, true, false and null.
-class JsonParser {
- public:
-  explicit JsonParser(const std::string& s) : s_(s) {}
-  bool Parse(Json& out) { return Value(out) && (Blank(), p_ == s_.size()); }
-
- private:
-  void Blank() {
-    while (p_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[p_]))) ++p_;
-  }
-  bool Take(char c) { return Blank(), p_ < s_.size() && s_[p_] == c ? (++p_, true) : false; }
-  bool Word(const std::string& w) {
-    return s_.compare(p_, w.size(), w) == 0 ? (p_ += w.size(), true) : false;
-  }
-  bool String(std::string& out) {
-    if (!Take('"')) return false;
-    static const std::map<char, char> escapes = {
-        {'n', '\n'}, {'t', '\t'}, {'r', '\r'}, {'b', '\b'}, {'f', '\f'}};
-    while (p_ < s_.size() && s_[p_] != '"') {
-      char c = s_[p_++];
-      if (c == '\\' && p_ < s_.size()) {
-        c = s_[p_++];
+// numbers, true, false and null. Returns false where the text is not that.
+inline bool ReadJson(const std::string& s, size_t& p, Json& v) {
+  const auto take = [&](char c) {
+    while (p < s.size() && std::isspace(static_cast<unsigned char>(s[p]))) ++p;
+    return p < s.size() && s[p] == c ? (++p, true) : false;
+  };
+  const auto string = [&](std::string& out) {
+    static const std::string from = "ntrbf", to = "\n\t\r\b\f";
+    if (!take('"')) return false;
+    for (; p < s.size() && s[p] != '"'; ++p) {
+      char c = s[p];
+      if (c == '\\' && ++p < s.size()) {
+        c = s[p];
         if (c == 'u') {
-          if (p_ + 4 > s_.size()) return false;
-          c = static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
-          p_ += 4;
-        } else if (escapes.count(c)) {
-          c = escapes.at(c);
+          c = static_cast<char>(std::strtol(s.substr(p + 1, 4).c_str(), nullptr, 16));
+          p += 4;
+        } else if (from.find(c) != std::string::npos) {
+          c = to[from.find(c)];
         }
       }
       out += c;
     }
-    return p_ < s_.size() && s_[p_++] == '"';
+    return p < s.size() && s[p++] == '"';
+  };
+  while (p < s.size() && std::isspace(static_cast<unsigned char>(s[p]))) ++p;
+  const bool object = take('{');
+  if (object || take('[')) {
+    const char close = object ? '}' : ']';
+    if (take(close)) return true;
+    do {
+      std::string key;
+      Json item;
+      if ((object && (!string(key) || !take(':'))) || !ReadJson(s, p, item)) return false;
+      if (object) v.members[key] = item;
+      else v.items.push_back(item);
+    } while (take(','));
+    return take(close);
   }
-  bool Value(Json& v) {
-    Blank();
-    const bool object = Take('{');
-    if (object || Take('[')) {
-      const char close = object ? '}' : ']';
-      if (Take(close)) return true;
-      do {
-        std::string key;
-        Json item;
-        if ((object && (!String(key) || !Take(':'))) || !Value(item)) return false;
-        if (!object) v.items.emplace_back();
-        (object ? v.members[key] : v.items.back()) = item;
-      } while (Take(','));
-      return Take(close);
-    }
-    if (p_ < s_.size() && s_[p_] == '"') return String(v.text);
-    if (Word("true")) return v.boolean = true;
-    if (Word("false") || Word("null")) return true;
-    char* end = nullptr;
-    v.number = std::strtod(s_.c_str() + p_, &end);
-    if (end == s_.c_str() + p_) return false;
-    p_ = static_cast<size_t>(end - s_.c_str());
-    return true;
-  }
-  const std::string& s_;
-  size_t p_ = 0;
-};
+  if (p < s.size() && s[p] == '"') return string(v.text);
+  for (const char* word : {"true", "false", "null"})
+    if (s.compare(p, std::strlen(word), word) == 0)
+      return p += std::strlen(word), v.boolean = *word == 't', true;
+  const char* begin = s.c_str() + p;
+  char* end = nullptr;
+  v.number = std::strtod(begin, &end);
+  p += static_cast<size_t>(end - begin);
+  return end != begin;
+}
 
 inline Json ParseJson(const std::string& text) {
   Json j;
-  JsonParser parser(text);
-  EXPECT_TRUE(parser.Parse(j)) << "not JSON:\n" << text;
+  size_t p = 0;
+  const bool ok = ReadJson(text, p, j) && text.find_first_not_of(" \t\r\n", p) == std::string::npos;
+  EXPECT_TRUE(ok) << "not JSON:\n" << text;
   return j;
 }
 
