@@ -1,6 +1,6 @@
 // Files of the sparse symmetric matrix: the swap files read back, MatrixMarket output read back
 // and input (summed repetitions, either triangle, CRLF, malformed files), and the real matrices of
-// the shared data folder against the test's own reader.
+// the shared data folder against the model generator's reader.
 
 #include <gtest/gtest.h>
 
