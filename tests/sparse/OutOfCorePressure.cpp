@@ -31,16 +31,17 @@ const char kOocFileError[] = "Problems with Opening OOC Temporary Files in Spars
 
 class OutOfCorePressure : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(12000));
-    k_ = new vqtest::Csr(vqtest::FromModel(model.Stiffness()));
-    load_ = new std::vector<double>(model.EndFaceLoad(0.0, 2e3, -5e3));
-  }
-  static void TearDownTestSuite() {
-    delete k_;
-    delete load_;
-    k_ = nullptr;
-    load_ = nullptr;
+  // The model, built once for the suite: its stiffness and an end-face load.
+  struct Model {
+    vqtest::Csr k;
+    std::vector<double> load;
+  };
+  static const Model& Shared() {
+    static const Model m = [] {
+      const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(12000));
+      return Model{vqtest::FromModel(model.Stiffness()), model.EndFaceLoad(0.0, 2e3, -5e3)};
+    }();
+    return m;
   }
   void SetUp() override {
     dir_ = scratch_.Path();
@@ -84,17 +85,14 @@ class OutOfCorePressure : public testing::Test {
     return std::sqrt(num / den);
   }
 
-  static vqtest::Csr* k_;
-  static std::vector<double>* load_;
+  const vqtest::Csr* k_ = &Shared().k;
+  const std::vector<double>* load_ = &Shared().load;
   vqtest::ScratchDir scratch_;
   std::string dir_;
   std::string previousWorkingDir_;
   int previousCoreSize_ = 2000;
   int previousThreads_ = 1;
 };
-
-vqtest::Csr* OutOfCorePressure::k_ = nullptr;
-std::vector<double>* OutOfCorePressure::load_ = nullptr;
 
 TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
