@@ -30,12 +30,6 @@ struct TempFile {
         if (text) std::ofstream(path, std::ios::binary) << text;
     }
     ~TempFile() { std::remove(path.c_str()); }
-    std::string Text() const
-    {
-        std::stringstream s;
-        s << std::ifstream(path, std::ios::binary).rdbuf();
-        return s.str();
-    }
     std::string path;
 };
 

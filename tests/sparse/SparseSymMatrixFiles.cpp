@@ -17,9 +17,6 @@ namespace MC = MATLIBDLLCOMMONS;
 
 namespace {
 
-// (1,1)=4 (1,2)=1 (2,2)=3
-VQ_SparseSymMatrix TwoByTwo() { return FromArrays(2, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0}); }
-
 // A scratch file removed at the end of the test.
 struct TempFile {
   explicit TempFile(const std::string& tag) : path(ScratchPath(tag + ".mtx")) {}
@@ -111,7 +108,7 @@ class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char
 TEST_P(MalformedMatrixMarket, FailsWithStatusAndLeavesAnEmptyMatrix) {
   TempFile t("mtxbad");
   WriteBytes(t.path, GetParam().second);
-  VQ_SparseSymMatrix a = TwoByTwo();
+  VQ_SparseSymMatrix a = FromArrays(2, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0});
   bool ok = true;
   Stdout([&] { ok = a.ReadIn_MTX_Format(t.path.c_str(), true); });
   EXPECT_FALSE(ok) << GetParam().first;
