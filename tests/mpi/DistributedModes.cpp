@@ -52,22 +52,20 @@ struct Result {
     std::vector<double> values, shapes;  // shapes whole, on every process
 };
 
+// B whole: the sparse second matrix, or the lumped mass as compressed rows.
+CsrMatrix WholeB(const Problem& p) { return p.b.n > 0 ? p.b : vqmath::models::FromDiagonal(p.mass); }
+
 Result SingleProcess(const Problem& p, int nev, double shift)
 {
     Result r;
     const int n = p.k.n;
     r.values.assign(static_cast<size_t>(nev), 0.0);
     r.shapes.assign(static_cast<size_t>(n) * nev, 0.0);
-    const int selector = p.buckling ? 1 : 0;
-    if (p.b.n > 0)
-        r.code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(),
-                                               p.k.values.data(), p.b.rowPointers.data(), p.b.columnIndices.data(),
-                                               p.b.values.data(), 4, selector, -1, &r.found, r.values.data(),
-                                               r.shapes.data(), shift, "", 0);
-    else
-        r.code = VQ_EigenvalueAnalysis_ARPACK(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(),
-                                              p.k.values.data(), p.mass.data(), 4, selector, -1, &r.found,
-                                              r.values.data(), r.shapes.data(), shift, "", 0);
+    const CsrMatrix b = WholeB(p);
+    r.code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(), p.k.values.data(),
+                                           b.rowPointers.data(), b.columnIndices.data(), b.values.data(), 4,
+                                           p.buckling ? 1 : 0, -1, &r.found, r.values.data(), r.shapes.data(), shift,
+                                           "", 0);
     r.values.resize(static_cast<size_t>(std::max(r.found, 0)));
     return r;
 }
@@ -102,9 +100,6 @@ int DistributedSturm(const Problem& p, double sigma)
                                   &below));
     return below;
 }
-
-// B whole: the sparse second matrix, or the lumped mass as compressed rows.
-CsrMatrix WholeB(const Problem& p) { return p.b.n > 0 ? p.b : vqmath::models::FromDiagonal(p.mass); }
 
 CsrMatrix ShiftedWhole(const Problem& p, double sigma) { return vqmath::models::Shifted(p.k, WholeB(p), sigma); }
 
