@@ -20,14 +20,6 @@ namespace {
 
 using vqtest::Csr;
 
-// K with equation j decoupled and without stiffness (a degree of freedom nothing holds).
-Csr WithoutStiffnessAt(Csr k, int j) {
-  for (int i = 1; i <= k.n; ++i)
-    for (int p = k.rowPointers[i - 1] - 1; p < k.rowPointers[i] - 1; ++p)
-      if (i == j || k.columnIndices[p] == j) k.values[p] = 0.0;
-  return k;
-}
-
 struct Factored {
   Csr k;
   std::unique_ptr<VQ_SparseSolver> solver;
@@ -93,7 +85,7 @@ TEST_F(SparseSolverFactorization, ShiftedRealStructureCountsEigenvaluesOfDenseRe
 TEST_F(SparseSolverFactorization, SingularModelReportsInstabilityEquation) {
   const Csr k = vqtest::SolidStiffness(900);
   const int j = 37;
-  auto f = Factor(WithoutStiffnessAt(k, j), 2);
+  auto f = Factor(vqtest::WithoutStiffnessAt(k, j), 2);
   EXPECT_EQ(-1, f->status);
   EXPECT_EQ(-1, f->solver->GetLastErrorCode());
   EXPECT_EQ(0, f->solver->Get_PardisoError());  // found before PARDISO factors
