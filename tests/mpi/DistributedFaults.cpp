@@ -77,12 +77,15 @@ Input Healthy()
     return in;
 }
 
+// An input fault leaves the solution (and the eigenvalues below) as they were.
 int Solve(const Input& in)
 {
-    std::vector<double> x(in.load.size());
+    std::vector<double> x(in.load.size(), 7.0);
     Limit limit;
-    return VQ_MpiDirectSparseSolver(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
-                                    in.k.columnIndices.data(), in.kValues(), 1, in.load.data(), x.data(), 2, 1);
+    const int code = VQ_MpiDirectSparseSolver(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
+                                              in.k.columnIndices.data(), in.kValues(), 1, in.load.data(), x.data(), 2, 1);
+    if (code == -64) EXPECT_EQ(std::vector<double>(x.size(), 7.0), x);
+    return code;
 }
 
 int FactorThenSolve(const Input& in)
@@ -107,12 +110,17 @@ int Sturm(const Input& in)
 
 int Modes(const Input& in)
 {
-    int found = 0;
-    std::vector<double> values(4), shapes(in.mass.size() * 4);
+    int found = 5;
+    std::vector<double> values(4, 9.0), shapes(in.mass.size() * 4);
     Limit limit;
-    return VQ_MpiEigenvalueAnalysis_Lanczos(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
-                                            in.k.columnIndices.data(), in.kValues(), in.mass.data(), nullptr, nullptr,
-                                            nullptr, 0, 4, 0.0, -1, &found, values.data(), shapes.data(), nullptr);
+    const int code = VQ_MpiEigenvalueAnalysis_Lanczos(
+        MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(), in.k.columnIndices.data(), in.kValues(),
+        in.mass.data(), nullptr, nullptr, nullptr, 0, 4, 0.0, -1, &found, values.data(), shapes.data(), nullptr);
+    if (code == -64) {  // cleared on entry, as the single-process entry points do
+        EXPECT_EQ(0, found);
+        EXPECT_EQ(std::vector<double>(4, 0.0), values);
+    }
+    return code;
 }
 
 int Product(const Input& in)
@@ -225,25 +233,6 @@ TEST(DistributedFaults, AProcessOutOfMemoryFailsEveryProcessAlike)
         }
         EXPECT_EQ(0, AgreedCode(call.run(in), call.name)) << mpitest::LastMessage();
     }
-}
-
-TEST(DistributedFaults, ResultArraysAreUntouchedAfterAnError)
-{
-    Input in = Healthy();
-    if (mpitest::Rank() == 0) in.k.values[0] = std::numeric_limits<double>::quiet_NaN();
-    std::vector<double> x(in.load.size(), 7.0);
-    EXPECT_EQ(-64, VQ_MpiDirectSparseSolver(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
-                                            in.k.columnIndices.data(), in.k.values.data(), 1, in.load.data(), x.data(),
-                                            -2, 0));
-    EXPECT_EQ(std::vector<double>(in.load.size(), 7.0), x);
-    int found = 5;
-    std::vector<double> values(3, 9.0);
-    EXPECT_EQ(-64, VQ_MpiEigenvalueAnalysis_Lanczos(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
-                                                    in.k.columnIndices.data(), in.k.values.data(), in.mass.data(),
-                                                    nullptr, nullptr, nullptr, 0, 3, 0.0, -1, &found, values.data(),
-                                                    nullptr, nullptr));
-    EXPECT_EQ(0, found);
-    EXPECT_EQ(std::vector<double>(3, 0.0), values);  // cleared on entry, as the single-process entry points do
 }
 
 }  // namespace

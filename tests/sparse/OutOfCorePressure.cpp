@@ -20,6 +20,7 @@
 #include "support/ModelsSupport.h"
 #include "support/EigenSupport.h"
 #include "support/ReliabilitySupport.h"
+#include "support/SolverHarness.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
@@ -76,15 +77,6 @@ class OutOfCorePressure : public testing::Test {
                                  0);
   }
 
-  static double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
-    double num = 0.0, den = 0.0;
-    for (size_t i = 0; i < a.size(); ++i) {
-      num += (a[i] - b[i]) * (a[i] - b[i]);
-      den += b[i] * b[i];
-    }
-    return std::sqrt(num / den);
-  }
-
   const vqtest::Csr* k_ = &Shared().k;
   const std::vector<double>* load_ = &Shared().load;
   vqtest::ScratchDir scratch_;
@@ -116,7 +108,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
     VQ_Set_INTEL_MKL_OOC_KEEP_FILE(0);
     std::vector<double> x;
     ASSERT_EQ(Solve(solverType, dir_, x, params), 0) << vqtest::LastError().message;
-    EXPECT_LT(RelativeDifference(x, inCore), 1e-10);
+    EXPECT_LT(vqtest::RelativeDifference(x, inCore), 1e-10);
     const std::vector<std::string> kept = vqtest::ListDirectory(dir_);
     bool factorFile = false;
     for (const std::string& name : kept) factorFile |= name.find("_ooc_file") != std::string::npos;
@@ -126,7 +118,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
     // And as a host runs it: nothing left behind.
     VQ_Set_INTEL_MKL_OOC_KEEP_FILE(1);
     ASSERT_EQ(Solve(solverType, dir_, x, params), 0) << vqtest::LastError().message;
-    EXPECT_LT(RelativeDifference(x, inCore), 1e-10);
+    EXPECT_LT(vqtest::RelativeDifference(x, inCore), 1e-10);
     EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
   }
 
@@ -134,7 +126,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   VQ_SetSolverType(2);
   std::vector<double> rhs = *load_;
   ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
-  EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
+  EXPECT_LT(vqtest::RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
 }
 
@@ -155,7 +147,7 @@ TEST_F(OutOfCorePressure, BudgetBelowTheOutOfCoreMinimumIsRetriedOnlyForTypeTwo)
   VQ_SetParameterB(1006, 1);
   std::vector<double> rhs = *load_;
   ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
-  EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
+  EXPECT_LT(vqtest::RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_GT(VQ_Get_INTEL_MKL_OOC_Max_Core_Size(), 1);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
 }

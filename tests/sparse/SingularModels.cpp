@@ -184,8 +184,9 @@ std::vector<Path> Paths() {
        }},
       {"VQ_EigenvalueAnalysis_ARPACK without shift",
        [](Call& c) {
-         return VQ_EigenvalueAnalysis_ARPACK(c.n, 2, c.rp, c.ci, c.v, c.mass, 4, 2, -1, &c.found,
-                                             c.values.data(), nullptr, 0.0, dir.c_str(), 0);
+         const int code = VQ_EigenvalueAnalysis_ARPACK(c.n, 2, c.rp, c.ci, c.v, c.mass, 4, 2, -1, &c.found,
+                                                       c.values.data(), nullptr, 0.0, dir.c_str(), 0);
+         return LastError().message == "Instability Detected (ill-conditioned matrices)" ? code : 2000 + code;
        }},
   };
 }

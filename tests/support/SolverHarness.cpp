@@ -30,18 +30,18 @@ std::vector<double> DenseSolve(const Csr& k, const std::vector<double>& f, int n
   return x;
 }
 
+double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
+  double d = 0.0, n = 0.0;
+  for (size_t i = 0; i < a.size(); ++i) d += (a[i] - b[i]) * (a[i] - b[i]), n += b[i] * b[i];
+  return std::sqrt(d / std::max(n, 1e-300));
+}
+
 namespace {
 
 double Norm(const std::vector<double>& v) {
   double s = 0.0;
   for (double x : v) s += x * x;
   return std::sqrt(s);
-}
-
-double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
-  double d = 0.0;
-  for (size_t i = 0; i < a.size(); ++i) d += (a[i] - b[i]) * (a[i] - b[i]);
-  return std::sqrt(d) / std::max(Norm(b), 1e-300);
 }
 
 double FrobeniusNorm(const Csr& k) {

@@ -40,6 +40,9 @@ void RunSolverChecks(SolverUnderTest& solver, const Csr& k, const HarnessOptions
 // Deterministic right-hand sides (n x nrhs, column-major) with entries in [-1, 1].
 std::vector<double> MakeRightHandSides(int n, int nrhs, unsigned seed = 7);
 
+// ||a - b|| / ||b|| (2-norms).
+double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b);
+
 // X = K^-1 F by dense LAPACK (dsysv on the full symmetric matrix); empty on failure.
 std::vector<double> DenseSolve(const Csr& k, const std::vector<double>& f, int nrhs);
 
