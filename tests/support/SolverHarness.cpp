@@ -32,6 +32,7 @@ std::vector<double> DenseSolve(const Csr& k, const std::vector<double>& f, int n
 
 double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
   double d = 0.0, n = 0.0;
+  if (a.size() != b.size()) return HUGE_VAL;
   for (size_t i = 0; i < a.size(); ++i) d += (a[i] - b[i]) * (a[i] - b[i]), n += b[i] * b[i];
   return std::sqrt(d / std::max(n, 1e-300));
 }

@@ -28,7 +28,7 @@ TEST_F(VqsolveBuckling, PinnedColumnBucklesAtEulersLoads) {
   EXPECT_TRUE(report["sturm"]["passed"].boolean);
   EXPECT_EQ(report["sturm"]["eigenvaluesBelowShift"].number, 3);
 
-  const XmlCheck svg = CheckXml(ReadFile(File("column.svg")));
+  const XmlCheck svg = CheckXml(vqtest::FileBytes(File("column.svg")));
   EXPECT_TRUE(svg.wellFormed) << svg.problem;
   EXPECT_EQ(svg.panels, 3);
 }

@@ -69,7 +69,7 @@ TEST_F(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults) {
   }
 
   // The picture: the static deflection and the first five modes.
-  const XmlCheck svg = CheckXml(ReadFile(File("demo.svg")));
+  const XmlCheck svg = CheckXml(vqtest::FileBytes(File("demo.svg")));
   EXPECT_TRUE(svg.wellFormed) << svg.problem;
   EXPECT_EQ(svg.panels, 6);
 }

@@ -47,9 +47,9 @@ TEST(VqsolveMklCodePath, AnswersAgreeOnBothCodePaths) {
             .Numbers();
   }
   ASSERT_FALSE(solutions[0].empty());
-  EXPECT_LE(MaxRelativeDifference(solutions[1], solutions[0]), 1e-10);
+  EXPECT_LE(vqtest::RelativeDifference(solutions[1], solutions[0]), 1e-10);
   ASSERT_EQ(eigenvalues[0].size(), 6u);
-  EXPECT_LE(MaxRelativeDifference(eigenvalues[1], eigenvalues[0]), 1e-10);
+  EXPECT_LE(vqtest::RelativeDifference(eigenvalues[1], eigenvalues[0]), 1e-10);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Running vqsolve from the tests: the program as a child process (exit code, standard output
 // and error), a small JSON reader for its --json reports, an XML well-formedness check for its
-// pictures, and temporary MatrixMarket files.
+// pictures, and temporary MatrixMarket files (other files through the dense test support).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -21,6 +20,8 @@
 #include <vector>
 
 #include "models/CsrMatrix.h"
+#include "support/DenseSupport.h"
+#include "support/SolverHarness.h"
 #include "support/TestSupport.h"
 
 // The build passes the program's path; without it (tools not built) every test skips.
@@ -39,13 +40,6 @@ struct RunResult {
   std::string out;
   std::string err;
 };
-
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // A fresh folder, removed with its files when the test program ends.
 inline std::string TempFolder() {
@@ -73,8 +67,8 @@ inline RunResult RunVqsolve(const std::vector<std::string>& args,
   const int status = std::system(command.c_str());
   RunResult r;
   r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.out = ReadFile(out);
-  r.err = ReadFile(err);
+  r.out = vqtest::FileBytes(out);
+  r.err = vqtest::FileBytes(err);
   std::remove(out.c_str());
   std::remove(err.c_str());
   return r;
@@ -230,14 +224,9 @@ inline void WriteArray(const std::string& path, int rows, int cols,
   std::fclose(f);
 }
 
-inline void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-}
-
 // Reads back a dense array file written by vqsolve (-o).
 inline std::vector<double> ReadArray(const std::string& path, int& rows, int& cols) {
-  std::istringstream in(ReadFile(path));
+  std::istringstream in(vqtest::FileBytes(path));
   std::string line;
   while (std::getline(in, line) && (line.empty() || line[0] == '%')) continue;
   rows = cols = 0;
@@ -259,18 +248,6 @@ inline double MaxAbs(const double* begin, const double* end) {
   double largest = 0.0;
   for (const double* v = begin; v != end; ++v) largest = std::max(largest, std::fabs(*v));
   return largest;
-}
-
-// The largest difference between x and reference, relative to the largest reference entry.
-inline double MaxRelativeDifference(const std::vector<double>& x,
-                                    const std::vector<double>& reference) {
-  EXPECT_EQ(x.size(), reference.size());
-  double scale = 0.0, difference = 0.0;
-  for (size_t i = 0; i < std::min(x.size(), reference.size()); ++i) {
-    scale = std::max(scale, std::fabs(reference[i]));
-    difference = std::max(difference, std::fabs(x[i] - reference[i]));
-  }
-  return scale > 0.0 ? difference / scale : difference;
 }
 
 // A test with its own folder for the files it gives vqsolve; skips when vqsolve is not built.
