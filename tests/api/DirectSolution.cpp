@@ -3,8 +3,6 @@
 // the registry: pivot counts, the pivoting warning, singular matrices with their equation, the
 // kept parameters and diagonals, and the out-of-core retry with its core size.
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 

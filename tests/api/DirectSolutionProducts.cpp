@@ -4,9 +4,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "support/SolverHarness.h"

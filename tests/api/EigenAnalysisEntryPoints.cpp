@@ -2,7 +2,6 @@
 // real structural matrices and generated solids, plus the registry rules of the family.
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>

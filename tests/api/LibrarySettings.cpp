@@ -1,6 +1,5 @@
 // Process-wide settings: accepted and rejected values, initialisation order and the override
 // list as every new sparse solver applies it.
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>

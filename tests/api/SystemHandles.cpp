@@ -3,8 +3,6 @@
 // right-hand sides on one factorisation, the kept solver of VQ_SysMatrixSolveAdvanced, Resolve),
 // products, keyed parameters, vector operations and the empty solution-procedure family.
 #include <algorithm>
-#include <cmath>
-#include <string>
 #include <vector>
 
 #include "api/internal/SystemHandles.h"

@@ -1,9 +1,7 @@
 // Eigenvalue analysis on a system-matrix handle assembled element by element, with the method
 // chosen by the handle keys, against dense LAPACK.
 #include <algorithm>
-#include <cmath>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>

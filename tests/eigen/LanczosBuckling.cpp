@@ -3,8 +3,6 @@
 // the flat entry points' test).
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <string>
 #include <vector>
 
 #include "models/FrameModel.h"

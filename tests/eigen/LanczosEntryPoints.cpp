@@ -3,7 +3,6 @@
 // results against known spectra.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 #include "models/FrameModel.h"

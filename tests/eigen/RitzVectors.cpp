@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "dense/VQ_ColVector.h"

@@ -4,7 +4,6 @@
 // shift, out of core, and with the eigenvalue limit.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
 #include <vector>
 

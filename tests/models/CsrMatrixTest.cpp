@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 
 using namespace vqmath::models;
@@ -58,10 +57,7 @@ CsrMatrix RandomMatrix(int n, double density, unsigned seed)
 
 TEST(CsrLayout, EveryGeneratedMatrixKeepsTheSolverLayoutAndMultipliesLikeDenseBlas)
 {
-    SolidParameters p;
-    p.nx = 4;
-    p.ny = 2;
-    p.nz = 3;
+    SolidParameters p{4, 2, 3};
     p.consistentMass = true;
     const SolidModel clamped(p);
     p.clamped = false;
@@ -119,10 +115,7 @@ TEST(CsrShift, ShiftedMatchesDenseDifferenceOnTheUnionPattern)
 
 TEST(CsrMatrixMarket, RoundTripIsExact)
 {
-    SolidParameters p;
-    p.nx = 3;
-    p.ny = 2;
-    p.nz = 2;
+    const SolidParameters p{3, 2, 2};
     CsrMatrix odd = RandomMatrix(17, 0.3, 5);
     odd.values[3] = 1.0 / 3.0;
     odd.values[0] = -2.5e-300;

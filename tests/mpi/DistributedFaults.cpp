@@ -67,14 +67,8 @@ Input Healthy()
     const auto params = SolidModel::ForEquations(900);
     const int n = DistributedSolid::EquationsOf(params);
     const DistributedSolid part(params, mpitest::MyRows(n));
-    Input in;
-    in.n = n;
-    in.first = part.Rows().first;
-    in.last = part.Rows().last;
-    in.k = part.Stiffness();
-    in.load = part.EndFaceLoad(0, 0, 1e3);
-    in.mass = part.LumpedMass();
-    return in;
+    return Input{n, part.Rows().first, part.Rows().last, part.Stiffness(), part.EndFaceLoad(0, 0, 1e3),
+                 part.LumpedMass()};
 }
 
 // An input fault leaves the solution (and the eigenvalues below) as they were.
@@ -83,7 +77,8 @@ int Solve(const Input& in)
     std::vector<double> x(in.load.size(), 7.0);
     Limit limit;
     const int code = VQ_MpiDirectSparseSolver(MPI_COMM_WORLD, in.n, in.first, in.last, in.k.rowPointers.data(),
-                                              in.k.columnIndices.data(), in.kValues(), 1, in.load.data(), x.data(), 2, 1);
+                                              in.k.columnIndices.data(), in.kValues(), 1, in.load.data(), x.data(),
+                                              2, 1);
     if (code == -64) EXPECT_EQ(std::vector<double>(x.size(), 7.0), x);
     return code;
 }

@@ -10,7 +10,6 @@
 // where no file can be created gives PARDISO's out-of-core file error as code and message.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -1,6 +1,6 @@
 // What a factorisation of VQ_SparseSolver reports: inertia (checked against eigenvalues known in
-// closed form; the flat Sturm count holds it to dense LAPACK on the real pairs), singular and indefinite matrices with the instability
-// equation, the pivoting warning, the diagonals of K and of the factor, and the failure paths of
+// closed form; the flat Sturm count holds it to dense LAPACK on the real pairs), singular and
+// indefinite matrices with the instability equation, the pivoting warning, the diagonals of K and of the factor, and the failure paths of
 // the solve (before a factorisation, out of memory).
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,6 @@
 
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/internal/PivotOrder.h"
-#include "support/EigenSupport.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 

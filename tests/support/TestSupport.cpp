@@ -9,9 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <sys/stat.h>
 
 #include <mkl.h>

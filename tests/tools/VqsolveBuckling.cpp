@@ -2,7 +2,6 @@
 // portal frame against dense LAPACK for every method, and the picture of the buckling modes. A
 // generated solid, which has no geometric stiffness, is among the usage errors.
 
-#include <cmath>
 
 #include "VqsolveRunner.h"
 #include "models/FrameModel.h"

@@ -61,11 +61,7 @@ class VqsolveModes : public VqsolveTest {
   void SetUp() override {
     VqsolveTest::SetUp();
     if (IsSkipped()) return;
-    vqmath::models::SolidParameters p;
-    p.nx = 8;
-    p.ny = 3;
-    p.nz = 2;
-    solid_ = std::make_unique<vqmath::models::SolidModel>(p);
+    solid_ = std::make_unique<vqmath::models::SolidModel>(vqmath::models::SolidParameters{8, 3, 2});
     ASSERT_TRUE(vqmath::models::WriteMatrixMarket(solid_->Stiffness(), File("K.mtx")));
     // The lumped mass as a vector file.
     WriteArray(File("m.mtx"), solid_->NumEquations(), 1, solid_->LumpedMass());

@@ -32,10 +32,7 @@ class VqsolveStatic : public VqsolveTest {
 };
 
 TEST_F(VqsolveStatic, SolidSolutionMatchesDenseLapackForSeveralLoadCases) {
-  vqmath::models::SolidParameters p;
-  p.nx = 6;
-  p.ny = p.nz = 2;
-  const vqmath::models::SolidModel solid(p);
+  const vqmath::models::SolidModel solid({6, 2, 2});
   const auto& k = solid.Stiffness();
   const int n = k.n;
   std::vector<double> f = solid.EndFaceLoad(0.0, 0.0, -1e5);
