@@ -1,7 +1,7 @@
 // VQ_SparseSolverDirect and VQ_DirectSparseSolver: solutions through the shared harness (in core
 // and out of core, one and many right-hand sides, in place and separate), and what they leave in
-// the registry: pivot counts, the pivoting warning, singular matrices with their equation, the
-// kept parameters and diagonals, and the out-of-core retry with its core size.
+// the registry: pivot counts, the pivoting warning (singular matrices are the singular-model
+// table's), the kept parameters and diagonals, and the out-of-core retry with its core size.
 
 #include <string>
 #include <vector>
@@ -124,24 +124,6 @@ TEST_F(DirectSolution, IndefiniteShiftSolvesWithPivotingWarningAndCounts) {
   EXPECT_EQ(below, VQ_GetNumberOfNegativeEigenvalues());
   EXPECT_EQ(f, b);
   EXPECT_EQ(std::vector<double>(f.size(), 3.0), untouched);
-}
-
-TEST_F(DirectSolution, SingularModelReportsMinusThreeWithItsEquation) {
-  const int j = 123;  // an equation with no stiffness at all
-  const Csr k = vqtest::WithoutStiffnessAt(vqtest::SolidStiffness(700), j);
-  std::vector<double> b(k.n, 1.0);
-  int params[64];
-  EXPECT_EQ(-3, VQ_DirectSparseSolver(k.n, 1, VQTEST_CSR(k), b.data(), 0, 2, params, 0, "", 1, 0,
-                                      nullptr, 0, nullptr, nullptr, 0, 0));
-  EXPECT_EQ(-3, VQ_GetLastErrorID());
-  EXPECT_EQ(j, VQ_GetInstabilityDOF());
-  EXPECT_EQ(j, params[29]);  // parameters delivered also after a failure
-  EXPECT_EQ(std::vector<double>(k.n, 1.0), b);
-
-  VQ_SetSolverMatrixType(2);
-  EXPECT_EQ(-3, VQ_SparseSolverDirect(k.n, 1, VQTEST_CSR(k), b.data(), 0, nullptr));
-  EXPECT_EQ(j, VQ_GetInstabilityDOF());
-  EXPECT_EQ(j, vi::directSolverSettings().keptParams[29]);
 }
 
 TEST_F(DirectSolution, KeptParametersDiagonalsAndHostParameterArray) {

@@ -141,14 +141,17 @@ std::vector<Path> Paths() {
       {"VQ_SparseSolverDirect",
        [](Call& c) {
          const int code = VQ_SparseSolverDirect(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, c.x.data());
-         // Nothing is delivered for a mechanism, and the registry carries the table's text.
-         const bool clean = c.x == std::vector<double>(c.x.size(), 0.0);
+         // Nothing is delivered for a mechanism, the load is left alone, and the registry carries
+         // the table's text.
+         const bool clean = c.x == std::vector<double>(c.x.size(), 0.0) && c.f == std::vector<double>(c.n, 1.0);
          return clean && LastError().message == kInstability ? code : 2000 + code;
        }},
       {"VQ_DirectSparseSolver positive definite",
        [](Call& c) {
-         return VQ_DirectSparseSolver(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, 2, nullptr, 0,
-                                      dir.c_str(), 1, 0, c.x.data(), 0, nullptr, nullptr, 0, 0);
+         int params[64] = {};  // delivered after a failure too, with the equation at 29
+         const int code = VQ_DirectSparseSolver(c.n, 1, c.rp, c.ci, c.v, c.f.data(), 0, 2, params, 0,
+                                                dir.c_str(), 1, 0, c.x.data(), 0, nullptr, nullptr, 0, 0);
+         return params[29] == VQ_GetInstabilityDOF() ? code : 3000 + code;
        }},
       {"VQ_DirectSparseSolver indefinite, worker thread",
        [](Call& c) {

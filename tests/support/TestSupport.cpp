@@ -147,19 +147,13 @@ double MOrthonormalityError(const Csr& m, int nmodes, const double* phi) {
 }
 
 Csr Tridiagonal(int n, double diagonal, double off) {
-  Csr c;
-  c.n = n;
-  c.rowPointers.push_back(1);
+  std::vector<int> rows, columns;
+  std::vector<double> values;
   for (int i = 1; i <= n; ++i) {
-    c.columnIndices.push_back(i);
-    c.values.push_back(diagonal);
-    if (i < n) {
-      c.columnIndices.push_back(i + 1);
-      c.values.push_back(off);
-    }
-    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
+    rows.push_back(i), columns.push_back(i), values.push_back(diagonal);
+    if (i < n) rows.push_back(i), columns.push_back(i + 1), values.push_back(off);
   }
-  return c;
+  return vqmath::models::FromTriplets(n, rows, columns, values);
 }
 
 Csr SpringChain(int n, bool freeFree) {
@@ -175,25 +169,16 @@ double SpringChainEigenvalue(int n, int k, bool freeFree) {
   return 4.0 * s * s;
 }
 
-RegistryError LastError() {
-  RegistryError e;
-  e.code = VQ_GetLastErrorID();
-  if (char* m = VQ_GetLastErrorMessage()) {
-    e.message = m;
-    std::free(m);
-  }
+// The code and a copy of the message the registry handed over (which the caller frees).
+static RegistryError Entry(int code, char* message) {
+  RegistryError e{code, message ? message : ""};
+  std::free(message);
   return e;
 }
 
-RegistryError LastWarning() {
-  RegistryError e;
-  e.code = VQ_GetLastWarningID();
-  if (char* m = VQ_GetLastWarningMessage()) {
-    e.message = m;
-    std::free(m);
-  }
-  return e;
-}
+RegistryError LastError() { return Entry(VQ_GetLastErrorID(), VQ_GetLastErrorMessage()); }
+
+RegistryError LastWarning() { return Entry(VQ_GetLastWarningID(), VQ_GetLastWarningMessage()); }
 
 ScratchDir::ScratchDir() {
   std::string pattern = std::filesystem::temp_directory_path().string() + "/vqmath-test-XXXXXX";
