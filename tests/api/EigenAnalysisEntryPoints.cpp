@@ -103,7 +103,6 @@ TEST_F(EigenEntryPoints, DispatcherRunsEachMethodOnALumpedMass) {
         EXPECT_LT(vqtest::RelDiff(values[q], ref[q]), 1e-8) << type;
     }
   }
-  VQ_Set_INTEL_MKL_NumberOfThreads(2);
 }
 
 TEST_F(EigenEntryPoints, FeastPartialResultsAreCopiedAndAnsweredWithOne) {
@@ -124,7 +123,6 @@ TEST_F(EigenEntryPoints, FeastPartialResultsAreCopiedAndAnsweredWithOne) {
   ASSERT_EQ(found, 1);
   EXPECT_NEAR(values[0], 1.0, 1e-10);
   EXPECT_EQ(values[1], 0.0);
-  VQ_Set_INTEL_MKL_NumberOfThreads(2);
 }
 
 TEST_F(EigenEntryPoints, RitzVectorsSpanTheLowestModesOfALoadedSolid) {

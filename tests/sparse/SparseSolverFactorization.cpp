@@ -160,10 +160,7 @@ TEST_F(SparseSolverFactorization, SolveBeforeDecompositionReturnsMinusSevenAndTo
   EXPECT_EQ(-7, s.GetLastErrorCode());
   EXPECT_EQ(std::vector<double>(10, 1.0), b);
   EXPECT_EQ(std::vector<double>(10, 5.0), x);
-  std::string message;
-  EXPECT_EQ(-84, RegistryCode(s, &message));
-  ASSERT_EQ(61u, message.size());
-  EXPECT_EQ('\f', message[41]);
+  EXPECT_EQ(-84, RegistryCode(s));  // its text, form feed included, is the registry's test
 }
 
 }  // namespace
