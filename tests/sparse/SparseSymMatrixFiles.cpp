@@ -17,16 +17,9 @@ namespace MC = MATLIBDLLCOMMONS;
 
 namespace {
 
-// A scratch file removed at the end of the test.
-struct TempFile {
-  explicit TempFile(const std::string& tag) : path(ScratchPath(tag + ".mtx")) {}
-  ~TempFile() { std::remove(path.c_str()); }
-  std::string path;
-};
-
 // The MatrixMarket text a writes, and one entry line of it.
 std::string MtxText(const VQ_SparseSymMatrix& a) {
-  TempFile t("mtxw");
+  TempFile t("mtxw.mtx");
   std::FILE* f = std::fopen(t.path.c_str(), "w");
   EXPECT_NE(f, nullptr);
   if (!f) return "";
@@ -62,7 +55,7 @@ TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersA
 
 // What the writer produces is read back by the test's own reader, and by the matrix's.
 TEST(SparseSymMatrixMatrixMarket, WrittenFileReadsBack) {
-  TempFile t("mtxrt");
+  TempFile t("mtxrt.mtx");
   VQ_SparseSymMatrix a = RandomSparse(70, 0.08, 8), b;
   WriteBytes(t.path, MtxText(a));
   Csr independent;
@@ -77,7 +70,7 @@ TEST(SparseSymMatrixMatrixMarket, WrittenFileReadsBack) {
 }
 
 TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
-  TempFile t("mtxrep");
+  TempFile t("mtxrep.mtx");
   WriteBytes(t.path,
              "%%MatrixMarket matrix coordinate real symmetric\r\n"
              "% a comment line\r\n"
@@ -106,7 +99,7 @@ TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
 class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 
 TEST_P(MalformedMatrixMarket, FailsWithStatusAndLeavesAnEmptyMatrix) {
-  TempFile t("mtxbad");
+  TempFile t("mtxbad.mtx");
   WriteBytes(t.path, GetParam().second);
   VQ_SparseSymMatrix a = FromArrays(2, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0});
   bool ok = true;
