@@ -84,7 +84,7 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts) {
     ASSERT_EQ(values.size(), 4u) << method;
     const Json& sturm = report["sturm"];
     ASSERT_TRUE(sturm["done"].boolean) << method;
-    ASSERT_TRUE(sturm.Has("lowerShift")) << method;
+    ASSERT_TRUE(sturm.members.count("lowerShift")) << method;
     // The count between the two shifts is the dense count, and the values are the dense ones
     // in that range.
     const size_t first = CountBelow(spectrum_, sturm["lowerShift"].number);

@@ -85,7 +85,6 @@ class Json {
   std::vector<Json> items;
   std::map<std::string, Json> members;
 
-  bool Has(const std::string& key) const { return members.count(key) != 0; }
   const Json& operator[](const std::string& key) const {
     static const Json null;
     auto it = members.find(key);
