@@ -22,10 +22,8 @@ using vqtest::SubspaceRun;
 vqtest::EigenMethod Subspace(const SubspaceOptions& o = {}) {
   return [o](const EigenProblem& e, int p) {
     const SubspaceRun r = vqtest::RunSubspace(e, p, o);
-    vqtest::EigenOutcome out;
-    out.status = r.constructionStatus ? r.constructionStatus : r.status ? r.status : r.warning;
-    out.values = r.values, out.vectors = r.vectors;
-    return out;
+    return vqtest::EigenOutcome{r.constructionStatus ? r.constructionStatus : r.status ? r.status : r.warning,
+                                r.values, r.vectors};
   };
 }
 
