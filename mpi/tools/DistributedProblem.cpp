@@ -6,6 +6,7 @@
 #include "CommandLine.h"
 #include "GeneratedModel.h"
 #include "MatrixMarketInput.h"
+#include "MpiRank.h"
 #include "Output.h"
 
 namespace vqsolve_mpi {
@@ -15,18 +16,6 @@ using vqmath::models::CsrRows;
 using vqmath::models::RowRange;
 
 namespace {
-
-int Rank(MPI_Comm comm) {
-  int r = 0;
-  MPI_Comm_rank(comm, &r);
-  return r;
-}
-
-int Size(MPI_Comm comm) {
-  int s = 1;
-  MPI_Comm_size(comm, &s);
-  return s;
-}
 
 // Rows `range` of a whole matrix, as a process holds them.
 CsrRows Slice(const CsrMatrix& a, RowRange range) {

@@ -9,6 +9,7 @@
 #include "CommandLine.h"
 #include "DistributedProblem.h"
 #include "ExitReport.h"
+#include "MpiRank.h"
 #include "Output.h"
 #include "PeakMemory.h"
 #include "vqmath.h"
@@ -25,18 +26,6 @@ using vqsolve::OptionInfo;
 using vqsolve::UsageError;
 
 namespace {
-
-int Rank(MPI_Comm comm) {
-  int r = 0;
-  MPI_Comm_rank(comm, &r);
-  return r;
-}
-
-int Size(MPI_Comm comm) {
-  int s = 1;
-  MPI_Comm_size(comm, &s);
-  return s;
-}
 
 std::string LastMessage() {
   char* text = VQ_GetLastErrorMessage();

@@ -4,9 +4,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "support/SolverHarness.h"
@@ -91,50 +88,25 @@ std::vector<double> NaiveProduct(const std::vector<double>& a, int lda, bool ta,
   return c;
 }
 
+// Every transposition; a transposed B (rowsB x colsB) is read with leading dimension colsB, so a
+// host passes a B that is not square in a buffer of colsB x colsB values.
 TEST_F(DirectSolutionProducts, DenseProductForAllTranspositions) {
-  const int m = 4, k = 3, n = 5;
-  const std::vector<double> a = vqtest::MakeRightHandSides(m * k, 1, 1);
-  const std::vector<double> c0 = vqtest::MakeRightHandSides(m * n, 1, 9);
   const double alpha = 1.5, beta = -0.5;
-  // Both untransposed: A m x k, B k x n.
-  {
-    const std::vector<double> b = vqtest::MakeRightHandSides(k * n, 1, 2);
+  struct Case {
+    int rowsA, colsA, rowsB, colsB, transA, transB;
+  };
+  for (const Case& t : {Case{4, 3, 3, 5, 0, 0}, Case{3, 4, 3, 5, 1, 0}, Case{4, 5, 5, 5, 0, 1},
+                        Case{5, 4, 5, 5, 1, 1}, Case{4, 5, 3, 5, 0, 1}}) {
+    SCOPED_TRACE(testing::Message() << t.transA << t.transB << " B " << t.rowsB << "x" << t.colsB);
+    const int m = t.transA ? t.colsA : t.rowsA, k = t.transA ? t.rowsA : t.colsA;
+    const int n = t.transB ? t.rowsB : t.colsB, ldb = t.transB ? t.colsB : t.rowsB;
+    const std::vector<double> a = vqtest::MakeRightHandSides(m * k, 1, 1 + t.transA);
+    const std::vector<double> b = vqtest::MakeRightHandSides(ldb * (t.transB ? t.colsB : n), 1, 2 + t.rowsB);
+    const std::vector<double> c0 = vqtest::MakeRightHandSides(m * n, 1, 9);
     std::vector<double> c = c0;
-    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), m, k, k, n, m, n, 0, 0, alpha, beta));
-    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(a, m, false, b, k, false, c0, m, n, k, alpha, beta)), 1e-14);
-  }
-  // A transposed: A is k x m.
-  {
-    const std::vector<double> b = vqtest::MakeRightHandSides(k * n, 1, 2);
-    std::vector<double> c = c0;
-    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), k, m, k, n, m, n, 1, 0, alpha, beta));
-    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(a, k, true, b, k, false, c0, m, n, k, alpha, beta)), 1e-14);
-  }
-  // B transposed, square B (n x n, k = n): the leading dimension colsB equals rowsB.
-  {
-    const int kk = n;
-    const std::vector<double> aa = vqtest::MakeRightHandSides(m * kk, 1, 4);
-    const std::vector<double> b = vqtest::MakeRightHandSides(n * n, 1, 6);
-    std::vector<double> c = c0;
-    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(aa.data(), b.data(), c.data(), m, kk, n, n, m, n, 0, 1, alpha, beta));
-    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(aa, m, false, b, n, true, c0, m, n, kk, alpha, beta)), 1e-14);
-    // Both transposed.
-    const std::vector<double> at = vqtest::MakeRightHandSides(kk * m, 1, 8);
-    c = c0;
-    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(at.data(), b.data(), c.data(), kk, m, n, n, m, n, 1, 1, alpha, beta));
-    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(at, kk, true, b, n, true, c0, m, n, kk, alpha, beta)), 1e-14);
-  }
-  // B transposed and not square: B (rowsB x colsB) is read with leading dimension colsB, so a
-  // host passes it in a buffer of colsB x colsB values.
-  {
-    const int rowsB = 3, colsB = 5, kk = colsB;
-    const std::vector<double> aa = vqtest::MakeRightHandSides(m * kk, 1, 14);
-    const std::vector<double> b = vqtest::MakeRightHandSides(colsB * colsB, 1, 12);
-    const std::vector<double> c1 = vqtest::MakeRightHandSides(m * rowsB, 1, 10);
-    std::vector<double> c = c1;
-    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(aa.data(), b.data(), c.data(), m, kk, rowsB, colsB, m,
-                                                   rowsB, 0, 1, alpha, beta));
-    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(aa, m, false, b, colsB, true, c1, m, rowsB, kk, alpha, beta)),
+    EXPECT_EQ(0, VQ_MatrixMatrixMultiplication_MKL(a.data(), b.data(), c.data(), t.rowsA, t.colsA, t.rowsB, t.colsB,
+                                                   m, n, t.transA, t.transB, alpha, beta));
+    EXPECT_LE(MaxRelativeDifference(c, NaiveProduct(a, t.rowsA, t.transA, b, ldb, t.transB, c0, m, n, k, alpha, beta)),
               1e-14);
   }
 }

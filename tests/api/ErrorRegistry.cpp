@@ -9,8 +9,7 @@
 
 namespace {
 
-std::string TakeError() { return vqtest::LastError().message; }
-std::string TakeWarning() { return vqtest::LastWarning().message; }
+using vqtest::LastMessage;
 
 class ErrorRegistry : public ::testing::Test {
  protected:
@@ -23,8 +22,8 @@ TEST_F(ErrorRegistry, ResetStateIsEmpty) {
   VQ_ResetGlobalErrorsAndWarnings();
   EXPECT_EQ(VQ_GetLastErrorID(), 0);
   EXPECT_EQ(VQ_GetLastWarningID(), 0);
-  EXPECT_EQ(TakeError(), "");
-  EXPECT_EQ(TakeWarning(), "");
+  EXPECT_EQ(LastMessage(), "");
+  EXPECT_EQ(vqtest::LastWarning().message, "");
   EXPECT_EQ(VQ_GetInstabilityDOF(), -1);
   EXPECT_EQ(VQ_GetNumberOfNegativeEigenvalues(), 0);
   EXPECT_EQ(VQ_GetNumberOfPositiveEigenvalues(), 0);
@@ -33,13 +32,13 @@ TEST_F(ErrorRegistry, ResetStateIsEmpty) {
 TEST_F(ErrorRegistry, UnknownCodesAreKeptWithUnclassified) {
   VQ_ResolveEror(-9);
   EXPECT_EQ(VQ_GetLastErrorID(), -9);
-  EXPECT_EQ(TakeError(), "Unclassified");
+  EXPECT_EQ(LastMessage(), "Unclassified");
   VQ_ResolveEror(12345);
   EXPECT_EQ(VQ_GetLastErrorID(), 12345);
-  EXPECT_EQ(TakeError(), "Unclassified");
+  EXPECT_EQ(LastMessage(), "Unclassified");
   VQ_ResolveWarning(-1);
   EXPECT_EQ(VQ_GetLastWarningID(), -1);
-  EXPECT_EQ(TakeWarning(), "Unclassified");
+  EXPECT_EQ(vqtest::LastWarning().message, "Unclassified");
 }
 
 TEST_F(ErrorRegistry, TableTexts) {
@@ -62,17 +61,17 @@ TEST_F(ErrorRegistry, TableTexts) {
   for (const auto& t : table) {
     VQ_ResolveEror(t.code);
     EXPECT_EQ(VQ_GetLastErrorID(), t.code);
-    EXPECT_EQ(TakeError(), t.text) << "code " << t.code;
+    EXPECT_EQ(LastMessage(), t.text) << "code " << t.code;
   }
   VQ_ResolveEror(-21);
-  std::string m21 = TakeError();
+  std::string m21 = LastMessage();
   EXPECT_EQ(m21.rfind("Eigenvalue Solution Failed. This may be due to", 0), 0u);
   EXPECT_NE(m21.find("A solution with an shifting strategy"), std::string::npos);
 }
 
 TEST_F(ErrorRegistry, CalledBeforeDecompositionKeepsItsFormFeed) {
   VQ_ResolveEror(-84);
-  std::string m = TakeError();
+  std::string m = LastMessage();
   ASSERT_EQ(m.size(), 61u);
   EXPECT_EQ(m.find('\f'), 41u);  // position 42 counting from 1
   EXPECT_EQ(m.substr(0, 41), "Sparse Solver Called before Decomposition");
@@ -81,12 +80,12 @@ TEST_F(ErrorRegistry, CalledBeforeDecompositionKeepsItsFormFeed) {
 
 TEST_F(ErrorRegistry, WarningTextsEndWithTabButErrorTextDoesNot) {
   VQ_ResolveWarning(-23);
-  EXPECT_EQ(TakeWarning(), "Eigenvalue missed (Subspace Iteration)\t");
+  EXPECT_EQ(vqtest::LastWarning().message, "Eigenvalue missed (Subspace Iteration)\t");
   VQ_ResolveWarning(-24);
-  EXPECT_EQ(TakeWarning(),
+  EXPECT_EQ(vqtest::LastWarning().message,
             "Negative shifting applied automatically to find correct Eigenvalues. (Subspace Iteration)\t");
   VQ_ResolveEror(-23);
-  EXPECT_EQ(TakeError(), "Eigenvalue missed (Subspace Iteration)");
+  EXPECT_EQ(LastMessage(), "Eigenvalue missed (Subspace Iteration)");
   // Error and warning are independent slots.
   EXPECT_EQ(VQ_GetLastWarningID(), -24);
 }

@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "support/TestSupport.h"
 #include "vqmath.h"
 
 namespace {
@@ -20,21 +20,17 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // A diagonal K with M = I: its diagonal is its spectrum.
 struct Diagonal {
-  std::vector<int> rows, cols;
-  std::vector<double> k, m;
-  explicit Diagonal(const std::vector<double>& values) : k(values), m(values.size(), 1.0) {
-    for (size_t i = 0; i <= values.size(); ++i) rows.push_back(static_cast<int>(i) + 1);
-    for (size_t i = 1; i <= values.size(); ++i) cols.push_back(static_cast<int>(i));
-  }
-  int n() const { return static_cast<int>(k.size()); }
+  vqtest::Csr k;
+  std::vector<double> m;
+  explicit Diagonal(const std::vector<double>& values) : k(vqtest::DiagonalCsr(values)), m(values.size(), 1.0) {}
+  int n() const { return k.n; }
 };
 
 int BandCount(const Diagonal& d, double lower, double upper, int* found) {
   int count = -1;
-  std::vector<double> values(d.k.size(), -1.0);
-  const int code = VQ_EigenvalueAnalysis_Band(d.n(), d.rows.data(), d.cols.data(), d.k.data(),
-                                              d.m.data(), lower, upper, d.n(), &count, found,
-                                              values.data(), nullptr, nullptr);
+  std::vector<double> values(d.m.size(), -1.0);
+  const int code = VQ_EigenvalueAnalysis_Band(d.n(), VQTEST_CSR(d.k), d.m.data(), lower, upper, d.n(), &count,
+                                              found, values.data(), nullptr, nullptr);
   return code == 0 ? count : code;
 }
 
@@ -69,9 +65,8 @@ TEST(HostileBand, TinyModelsWholeSpectrum) {
     int count = -1, found = -1;
     const int n = d.n();
     std::vector<double> values(n, -1.0), shapes(static_cast<size_t>(n) * n, 0.0);
-    EXPECT_EQ(VQ_EigenvalueAnalysis_Band(n, d.rows.data(), d.cols.data(), d.k.data(), d.m.data(),
-                                         r.lower, r.upper, n, &count, &found, values.data(),
-                                         shapes.data(), nullptr),
+    EXPECT_EQ(VQ_EigenvalueAnalysis_Band(n, VQTEST_CSR(d.k), d.m.data(), r.lower, r.upper, n, &count, &found,
+                                         values.data(), shapes.data(), nullptr),
               0) << n;
     EXPECT_EQ(count, static_cast<int>(expected.size())) << n;
     ASSERT_EQ(found, count) << n;
@@ -86,8 +81,7 @@ TEST(HostileBand, NoNaNEigenvalueFromABreakdown) {
   d.m = {2.4730475973087617e+220, 0.5};
   int count = -1, found = -1;
   std::vector<double> values(2, -1.0);
-  const int code = VQ_EigenvalueAnalysis_Band(d.n(), d.rows.data(), d.cols.data(), d.k.data(),
-                                              d.m.data(), 0.0, 0.0, 2, &count, &found,
+  const int code = VQ_EigenvalueAnalysis_Band(d.n(), VQTEST_CSR(d.k), d.m.data(), 0.0, 0.0, 2, &count, &found,
                                               values.data(), nullptr, nullptr);
   // The count proves an eigenvalue (2e-221) that the slice cannot resolve: -91, nothing found.
   EXPECT_EQ(code, -91);
@@ -128,9 +122,9 @@ TEST_P(HostileResidual, DocumentedCodeAndNothingWritten) {
   const std::vector<double> direction(c.k.size(), 1.0);
   std::vector<double> mode(c.k.size(), 7.0);
   double eigenvalue = 7.0, fraction = 7.0;
-  const int code = VQ_ResidualMode(d.n(), d.rows.data(), d.cols.data(), d.k.data(), d.m.data(),
-                                   c.mode.empty() ? 0 : 1, c.mode.empty() ? nullptr : c.mode.data(),
-                                   direction.data(), mode.data(), &eigenvalue, &fraction);
+  const int code = VQ_ResidualMode(d.n(), VQTEST_CSR(d.k), d.m.data(), c.mode.empty() ? 0 : 1,
+                                   c.mode.empty() ? nullptr : c.mode.data(), direction.data(), mode.data(),
+                                   &eigenvalue, &fraction);
   EXPECT_EQ(code, c.code);
   EXPECT_EQ(VQ_GetLastErrorID(), c.code);
   for (double x : mode) EXPECT_EQ(x, 7.0);
@@ -162,9 +156,9 @@ TEST(HostileBlockLanczos, ShiftAndLimitMustBeNumbers) {
     d.m.assign(2, r.mass);
     std::vector<double> values(2, -1.0), shapes(4, -1.0);
     int found = -1, sturm = -5;
-    const int code = VQ_EigenvalueAnalysis_BlockLanczos(
-        d.n(), 2, d.rows.data(), d.cols.data(), d.k.data(), d.m.data(), 0, 0, &found,
-        values.data(), shapes.data(), r.shift, r.limitActive, r.limit, nullptr, &sturm);
+    const int code = VQ_EigenvalueAnalysis_BlockLanczos(d.n(), 2, VQTEST_CSR(d.k), d.m.data(), 0, 0, &found,
+                                                        values.data(), shapes.data(), r.shift, r.limitActive,
+                                                        r.limit, nullptr, &sturm);
     EXPECT_EQ(code, r.code) << r.shift << " " << r.limit << " " << r.mass;
     if (r.code != 0) {
       EXPECT_EQ(found, 0);
@@ -185,7 +179,7 @@ TEST(HostileBlockLanczos, NoGeometricStiffnessNoBucklingFactor) {
   std::vector<double> values(3, -1.0);
   int found = -1;
   const int code = VQ_EigenvalueAnalysis_BlockLanczos2(
-      d.n(), 3, d.rows.data(), d.cols.data(), d.k.data(), d.rows.data(), d.cols.data(), kg.data(),
+      d.n(), 3, VQTEST_CSR(d.k), d.k.rowPointers.data(), d.k.columnIndices.data(), kg.data(),
       3, 1, 2, &found, values.data(), nullptr, 0.0, 0, 0.0, nullptr, nullptr);
   EXPECT_LT(code, 0);
   EXPECT_EQ(VQ_GetLastErrorID(), code);

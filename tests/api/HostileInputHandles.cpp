@@ -6,18 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "support/ModelsSupport.h"
-#include "support/ReliabilitySupport.h"
 #include "vqmath.h"
 
 namespace {
 
-using vqtest::GuardedArray;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 

@@ -1,6 +1,5 @@
 // Process-wide settings: accepted and rejected values, initialisation order and the override
 // list as every new sparse solver applies it.
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -61,12 +60,7 @@ TEST_F(LibrarySettings, SingleParametersRoundTripAndBulkCopy) {
   VQ_SetGlobalSparseSolverParams(in.data());
   std::vector<int> out(64, 0);
   VQ_GetGlobalSparseSolverParams(out.data());
-  EXPECT_EQ(in, out);
-  // Out-of-range indices are ignored rather than writing outside the array.
-  EXPECT_EQ(VQ_SetGlobalSparseSolverParam(64, 5), 0);
-  EXPECT_EQ(VQ_SetGlobalSparseSolverParam(-1, 5), 0);
-  VQ_GetGlobalSparseSolverParams(out.data());
-  EXPECT_EQ(in, out);
+  EXPECT_EQ(in, out);  // (indices outside 0..63: the hostile-settings tests)
 }
 
 }  // namespace

@@ -1,16 +1,12 @@
-// System-matrix and system-vector handles: element assembly against the model generator's own
-// stiffness, the reserved pattern, solutions through the shared harness (single, several
+// System-matrix and system-vector handles (their element assembly is the eigen tests' on handles):
+// the reserved pattern, solutions through the shared harness (single, several
 // right-hand sides on one factorisation, the kept solver of VQ_SysMatrixSolveAdvanced, Resolve),
 // products, keyed parameters, vector operations and the empty solution-procedure family.
 #include <algorithm>
-#include <cmath>
-#include <string>
 #include <vector>
 
-#include "core/GlobalState.h"
 #include "api/internal/SystemHandles.h"
-#include "models/CsrMatrix.h"
-#include "models/SolidModel.h"
+#include "core/GlobalState.h"
 #include "support/ModelsSupport.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
@@ -20,19 +16,6 @@ namespace {
 namespace vi = vqmath::internal;
 using vqtest::Csr;
 
-
-// The compressed rows a handle holds, closing its pattern first.
-Csr Rows(VQ_SysMatrixHandle h) {
-  Csr c;
-  double* values = nullptr;
-  int* rp = nullptr;
-  int* ci = nullptr;
-  if (!vi::SystemMatrixArrays(h, c.n, values, rp, ci)) return Csr();
-  c.rowPointers.assign(rp, rp + c.n + 1);
-  c.columnIndices.assign(ci, ci + rp[c.n] - 1);
-  c.values.assign(values, values + rp[c.n] - 1);
-  return c;
-}
 
 using vqtest::SysVectorOf;
 
@@ -58,27 +41,6 @@ class SystemHandles : public ::testing::Test {
     vi::settings().sparseParamsSetByHost = false;
   }
 };
-
-// ---- assembly -----------------------------------------------------------------------------
-
-TEST_F(SystemHandles, ElementAssemblyReproducesTheModelStiffness) {
-  vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(900));
-  const vqmath::models::CsrMatrix& k = model.Stiffness();
-  VQ_SysMatrixHandle h = vqtest::AssembleHandle(model);
-  int n = 0;
-  EXPECT_EQ(k.n, VQ_SysMatrixInq(h, 0, &n));
-  EXPECT_EQ(k.n, n);
-  const Csr assembled = Rows(h);
-  ASSERT_EQ(k.rowPointers, assembled.rowPointers);
-  ASSERT_EQ(k.columnIndices, assembled.columnIndices);
-  double worst = 0.0, scale = 0.0;
-  for (size_t p = 0; p < k.values.size(); ++p) {
-    worst = std::fmax(worst, std::fabs(k.values[p] - assembled.values[p]));
-    scale = std::fmax(scale, std::fabs(k.values[p]));
-  }
-  EXPECT_LE(worst, 1e-12 * scale);
-  VQ_SysMatrixEnd(h);
-}
 
 // ---- solutions through the harness ----------------------------------------------------------
 

@@ -22,25 +22,20 @@ const char kGeneral[] = "%%MatrixMarket matrix coordinate real general \n";
 // The bytes m.StoreIn_MTX_Format writes (the writers are not virtual: M is the static kind).
 template <class M>
 std::string Mtx(const M& m, bool skipZeros) {
-  const std::string path = ScratchPath("w.mtx");
-  FILE* f = std::fopen(path.c_str(), "w");
+  const TempFile t("w.mtx");
+  FILE* f = std::fopen(t.path.c_str(), "w");
   EXPECT_NE(f, nullptr);
   if (!f) return "";
   m.StoreIn_MTX_Format(f, skipZeros);
   std::fclose(f);
-  const std::string bytes = FileBytes(path);
-  std::remove(path.c_str());
-  return bytes;
+  return FileBytes(t.path);
 }
 
 // m.ReadIn_MTX_Format of a file holding text.
 template <class M>
 bool Read(M& m, const std::string& text, bool verbose = false) {
-  const std::string path = ScratchPath("r.mtx");
-  WriteBytes(path, text);
-  const bool ok = m.ReadIn_MTX_Format(path.c_str(), verbose);
-  std::remove(path.c_str());
-  return ok;
+  const TempFile t("r.mtx", text.c_str());
+  return m.ReadIn_MTX_Format(t.path.c_str(), verbose);
 }
 
 }  // namespace

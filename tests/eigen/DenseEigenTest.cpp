@@ -3,7 +3,6 @@
 // input validation, and what is written into the caller's arrays.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <functional>
 #include <string>
 #include <vector>

@@ -1,7 +1,6 @@
 // Eigen-solver base machinery: the rigid-body check and M-weighted Gram-Schmidt.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <random>
 #include <vector>
 

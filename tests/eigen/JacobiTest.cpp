@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <mkl_cblas.h>
 
-#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>

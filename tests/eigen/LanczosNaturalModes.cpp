@@ -10,7 +10,6 @@
 
 #include "support/EigenHarness.h"
 #include "support/LanczosSupport.h"
-#include "support/ModelsSupport.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include "eigen/VQ_BandEigenSolver.h"
 #include "models/SolidModel.h"
 #include "support/EigenSupport.h"
-#include "support/ModelsSupport.h"
 #include "vqmath.h"
 
 namespace {

@@ -6,14 +6,11 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "dense/VQ_ColVector.h"
 #include "eigen/VQ_LDRitzVectors.h"
-#include "models/SolidModel.h"
 #include "support/EigenHarness.h"
-#include "support/ModelsSupport.h"
 
 namespace {
 
@@ -30,17 +27,9 @@ std::vector<double> GenericLoad(int n) {
 // A small clamped solid with a lumped mass (rectangular: no repeated eigenvalues) and its dense
 // reference spectrum.
 struct Problem {
-  Csr k, m;
-  std::vector<double> mass, reference;
-  Problem() {
-    vqmath::models::SolidParameters sp;
-    sp.nx = 5, sp.ny = 2, sp.nz = 2, sp.hy = 0.15;
-    const vqmath::models::SolidModel model(sp);
-    k = vqtest::FromModel(model.Stiffness());
-    mass = model.LumpedMass();
-    m = vqtest::DiagonalCsr(mass);
-    reference = vqtest::DenseEigenvalues(k, m);
-  }
+  vqtest::EigenProblem e = vqtest::SolidProblem(5, 3, 2, false);
+  Csr m = vqtest::DiagonalCsr(e.lumped);
+  std::vector<double> reference = vqtest::ReferenceEigenvalues(e);
 };
 
 Problem& Shared() {
@@ -50,9 +39,9 @@ Problem& Shared() {
 
 class RitzVectors : public ::testing::Test {
  protected:
-  Csr& k_ = Shared().k;
+  Csr& k_ = Shared().e.k;
   const Csr& m_ = Shared().m;
-  std::vector<double>& mass_ = Shared().mass;
+  std::vector<double>& mass_ = Shared().e.lumped;
   const int n_ = k_.n;
   VQ_ColVector load_{GenericLoad(k_.n)};
 
@@ -123,7 +112,7 @@ TEST_F(RitzVectors, EstimatesApproachTheLowestEigenvaluesFromAbove) {
   const vqtest::EigenMethod converged = [&](const vqtest::EigenProblem&, int c) {
     return vqtest::EigenOutcome{0, std::vector<double>(previous.begin(), previous.begin() + c), {}};
   };
-  vqtest::RunEigenChecks(converged, vqtest::EigenProblem{"solid", k_, mass_, {}}, 5, o);
+  vqtest::RunEigenChecks(converged, Shared().e, 5, o);
   // Converged pairs have small residuals.
   VQ_ColVector e1 = r->GetErrNorm1();
   for (int i = 1; i <= 5; ++i) EXPECT_LT(e1[i], 1e-6) << i;

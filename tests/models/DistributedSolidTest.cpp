@@ -19,25 +19,8 @@ namespace {
 SolidParameters Box(int nx, int ny, int nz, bool clamped)
 {
     SolidParameters p;
-    p.nx = nx;
-    p.ny = ny;
-    p.nz = nz;
-    p.hx = 0.3;
-    p.hy = 0.2;
-    p.hz = 0.1;
-    p.clamped = clamped;
+    p.nx = nx, p.ny = ny, p.nz = nz, p.hx = 0.3, p.hy = 0.2, p.hz = 0.1, p.clamped = clamped;
     return p;
-}
-
-// The whole matrix from the rows of one range covering everything.
-CsrMatrix Whole(const CsrRows& rows)
-{
-    CsrMatrix a;
-    a.n = rows.n;
-    a.rowPointers = rows.rowPointers;
-    a.columnIndices = rows.columnIndices;
-    a.values = rows.values;
-    return a;
 }
 
 TEST(DistributedSolid, RangesEqualTheWholeModelExactly)
@@ -96,7 +79,9 @@ TEST(DistributedSolid, GeometricStiffnessOfAUnitCompression)
     const SolidParameters p = Box(5, 3, 2, false);
     const SolidModel whole(p);
     const int n = whole.NumEquations();
-    const CsrMatrix kg = Whole(DistributedSolid(p, {1, n}).GeometricStiffness());
+    const DistributedSolid all(p, {1, n});
+    const CsrRows& g = all.GeometricStiffness();
+    const CsrMatrix kg{n, g.rowPointers, g.columnIndices, g.values};
     EXPECT_EQ("", CheckLayout(kg));
     auto energy = [&](const std::vector<double>& u) {
         const std::vector<double> ku = Multiply(kg, u);

@@ -8,14 +8,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 
 using namespace vqmath::models;
 
 namespace {
-
-constexpr double kPi = 3.14159265358979323846;
 
 using vqtest::SymmetricEigenvalues;
 
@@ -99,7 +96,7 @@ TEST_P(InclinedMember, GeometricStiffnessAndMassRespectRigidMotion)
     EXPECT_THROW(BeamColumnStiffness2D(1, 1, 1, 1, 210e9, 1, 1), std::invalid_argument);
 }
 
-INSTANTIATE_TEST_SUITE_P(Angles, InclinedMember, ::testing::Values(0.0, 0.5 * kPi, 0.3, 2.4, -1.1));
+INSTANTIATE_TEST_SUITE_P(Angles, InclinedMember, ::testing::Values(0.0, 0.5 * M_PI, 0.3, 2.4, -1.1));
 
 // ---------------------------------------------------------------------------------------------
 // Pinned column
@@ -118,7 +115,7 @@ TEST(PinnedColumn, LowestBucklingLoadsAreEulerLoads)
         EXPECT_GE(lambda[mode - 1], exact * (1 - 1e-9)) << "mode " << mode;
         EXPECT_LT(lambda[mode - 1], exact * (1 + 2e-3 * mode * mode)) << "mode " << mode;
     }
-    EXPECT_NEAR(p.EulerLoad(1), kPi * kPi * 210e9 * 19.43e-6 / 16.0, 1e-6);
+    EXPECT_NEAR(p.EulerLoad(1), M_PI * M_PI * 210e9 * 19.43e-6 / 16.0, 1e-6);
 }
 
 TEST(PinnedColumn, TransverseFrequenciesMatchBeamTheory)
@@ -146,7 +143,7 @@ TEST(PortalFrame, SwayBucklingLiesBetweenTheRigidAndTheMissingBeamBounds)
     // π²EI/h² (effective length h), with no beam at π²EI/(4h²) (a free-standing cantilever).
     PortalParameters p;
     const double ei = p.column.youngsModulus * p.column.inertia;
-    const double upper = kPi * kPi * ei / (p.height * p.height), lower = upper / 4;
+    const double upper = M_PI * M_PI * ei / (p.height * p.height), lower = upper / 4;
     const double flexible = BucklingLoads(FrameModel::PortalFrame(p))[0];
     EXPECT_GT(flexible, lower);
     EXPECT_LT(flexible, upper);

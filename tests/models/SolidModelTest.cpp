@@ -19,15 +19,8 @@ namespace {
 
 SolidParameters Small(bool clamped)
 {
-    SolidParameters p;
-    p.nx = 4;
-    p.ny = 2;
-    p.nz = 3;
-    p.hx = 0.3;
-    p.hy = 0.2;
-    p.hz = 0.1;
-    p.clamped = clamped;
-    p.consistentMass = true;
+    SolidParameters p{4, 2, 3, 0.3, 0.2, 0.1};
+    p.clamped = clamped, p.consistentMass = true;
     return p;
 }
 
@@ -158,11 +151,7 @@ TEST(SolidModelCantilever, TipDeflectionApproachesBeamTheory)
     const double force = 1000.0;
     double previousRatio = 0.0;
     for (int refine : {1, 2}) {
-        SolidParameters p;
-        p.nx = 20 * refine;
-        p.ny = p.nz = 2 * refine;
-        p.hx = 1.0 / p.nx;
-        p.hy = p.hz = 0.1 / p.ny;
+        const SolidParameters p{20 * refine, 2 * refine, 2 * refine, 0.05 / refine, 0.05 / refine, 0.05 / refine};
         const SolidModel model(p);
         const std::vector<double> u = SolveBanded(model.Stiffness(), model.EndFaceLoad(0.0, 0.0, -force));
         double tip = 0.0;

@@ -7,7 +7,6 @@
 #include "vqmath_mpi.h"
 
 #include <gtest/gtest.h>
-#include <mkl_lapacke.h>
 
 #include <algorithm>
 #include <cmath>
@@ -52,22 +51,20 @@ struct Result {
     std::vector<double> values, shapes;  // shapes whole, on every process
 };
 
+// B whole: the sparse second matrix, or the lumped mass as compressed rows.
+CsrMatrix WholeB(const Problem& p) { return p.b.n > 0 ? p.b : vqmath::models::FromDiagonal(p.mass); }
+
 Result SingleProcess(const Problem& p, int nev, double shift)
 {
     Result r;
     const int n = p.k.n;
     r.values.assign(static_cast<size_t>(nev), 0.0);
     r.shapes.assign(static_cast<size_t>(n) * nev, 0.0);
-    const int selector = p.buckling ? 1 : 0;
-    if (p.b.n > 0)
-        r.code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(),
-                                               p.k.values.data(), p.b.rowPointers.data(), p.b.columnIndices.data(),
-                                               p.b.values.data(), 4, selector, -1, &r.found, r.values.data(),
-                                               r.shapes.data(), shift, "", 0);
-    else
-        r.code = VQ_EigenvalueAnalysis_ARPACK(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(),
-                                              p.k.values.data(), p.mass.data(), 4, selector, -1, &r.found,
-                                              r.values.data(), r.shapes.data(), shift, "", 0);
+    const CsrMatrix b = WholeB(p);
+    r.code = VQ_EigenvalueAnalysis_ARPACK2(n, nev, p.k.rowPointers.data(), p.k.columnIndices.data(), p.k.values.data(),
+                                           b.rowPointers.data(), b.columnIndices.data(), b.values.data(), 4,
+                                           p.buckling ? 1 : 0, -1, &r.found, r.values.data(), r.shapes.data(), shift,
+                                           "", 0);
     r.values.resize(static_cast<size_t>(std::max(r.found, 0)));
     return r;
 }
@@ -103,23 +100,19 @@ int DistributedSturm(const Problem& p, double sigma)
     return below;
 }
 
-CsrMatrix ShiftedWhole(const Problem& p, double sigma)
-{
-    return p.b.n > 0 ? vqmath::models::Shifted(p.k, p.b, sigma) : vqmath::models::Shifted(p.k, p.mass, sigma);
-}
+CsrMatrix ShiftedWhole(const Problem& p, double sigma) { return vqmath::models::Shifted(p.k, WholeB(p), sigma); }
 
 // max over modes of ‖K·φ − λ·B·φ‖ / ‖K·φ‖ (whole matrices).
 double WorstResidual(const Problem& p, const Result& r)
 {
     const int n = p.k.n;
+    const CsrMatrix b = WholeB(p);
     double worst = 0.0;
     for (int m = 0; m < r.found; ++m) {
         const std::vector<double> phi(r.shapes.begin() + static_cast<long>(m) * n,
                                       r.shapes.begin() + static_cast<long>(m + 1) * n);
         const std::vector<double> kphi = vqmath::models::Multiply(p.k, phi);
-        std::vector<double> bphi = p.b.n > 0 ? vqmath::models::Multiply(p.b, phi) : phi;
-        if (p.b.n == 0)
-            for (int i = 0; i < n; ++i) bphi[i] *= p.mass[i];
+        const std::vector<double> bphi = vqmath::models::Multiply(b, phi);
         double e = 0.0, s = 0.0;
         for (int i = 0; i < n; ++i) {
             e += (kphi[i] - r.values[m] * bphi[i]) * (kphi[i] - r.values[m] * bphi[i]);
@@ -128,28 +121,6 @@ double WorstResidual(const Problem& p, const Result& r)
         worst = std::max(worst, std::sqrt(e / s));
     }
     return worst;
-}
-
-// The lowest eigenvalues of the whole problem by dense LAPACK (dsygv).
-std::vector<double> DenseEigenvalues(const Problem& p)
-{
-    const int n = p.k.n;
-    auto dense = [n](const CsrMatrix& a) {
-        std::vector<double> d(static_cast<size_t>(n) * n, 0.0);
-        for (int i = 0; i < n; ++i)
-            for (int q = a.rowPointers[i] - 1; q < a.rowPointers[i + 1] - 1; ++q) {
-                const int j = a.columnIndices[q] - 1;
-                d[static_cast<size_t>(i) * n + j] = d[static_cast<size_t>(j) * n + i] = a.values[q];
-            }
-        return d;
-    };
-    std::vector<double> k = dense(p.k), b(static_cast<size_t>(n) * n, 0.0), w(static_cast<size_t>(n));
-    if (p.b.n > 0)
-        b = dense(p.b);
-    else
-        for (int i = 0; i < n; ++i) b[static_cast<size_t>(i) * n + i] = p.mass[i];
-    EXPECT_EQ(0, LAPACKE_dsygv(LAPACK_ROW_MAJOR, 1, 'N', 'U', n, k.data(), n, b.data(), n, w.data()));
-    return w;
 }
 
 // The comparison every case makes: the same eigenvalues (to `agree`, relative), the same count
@@ -167,7 +138,9 @@ void ExpectSameAsSingleProcess(const Problem& p, int nev, double shift, double a
     const double sigma = got.values.back() * (1.0 + 1e-5);
     const int sturm = DistributedSturm(p, sigma);
     EXPECT_EQ(mpitest::SingleProcessNegativePivots(ShiftedWhole(p, sigma)), sturm);
-    if (shift == 0.0 && !p.buckling) EXPECT_EQ(got.found, sturm);
+    if (shift == 0.0 && !p.buckling) {
+        EXPECT_EQ(got.found, sturm);
+    }
     EXPECT_LE(WorstResidual(p, got), std::max(1e-8, 10.0 * WorstResidual(p, ref)));
     // Every process holds the same eigenvalues.
     std::vector<double> all(got.values.size() * mpitest::Size());
@@ -198,7 +171,7 @@ TEST(DistributedModes, SharedStructuresWithLumpedAndConsistentMass)
 {
     // bcsstk20 is ill-conditioned (about 4e12): its lowest eigenvalues are fixed only to some 1e-9
     // relative (two dense LAPACK drivers differ by 7e-9), so factorisations that round differently
-    // agree to that level, with each other and with dense LAPACK.
+    // agree to that level.
     struct Case {
         const char *k, *m;
         bool lumped;
@@ -212,11 +185,6 @@ TEST(DistributedModes, SharedStructuresWithLumpedAndConsistentMass)
         const std::vector<double> diagonal = vqmath::models::Diagonal(m);
         const Problem p = c.lumped ? Split(k, nullptr, &diagonal, false) : Split(k, &m, nullptr, false);
         ExpectSameAsSingleProcess(p, 8, 0.0, c.agree);
-        const std::vector<double> exact = DenseEigenvalues(p);
-        const Result got = Distributed(p, 8, 0.0);
-        ASSERT_EQ(8, got.found);
-        for (int m = 0; m < got.found; ++m)
-            EXPECT_LE(std::fabs(got.values[m] - exact[m]), std::max(c.agree, 1e-9) * exact[m]) << "mode " << m + 1;
     }
 }
 
@@ -227,11 +195,8 @@ TEST(DistributedModes, BucklingOfAnAxiallyCompressedSolid)
     const int n = whole.NumEquations();
     // The geometric stiffness as one process sees all rows of it.
     const DistributedSolid all(params, {1, n});
-    CsrMatrix kg;
-    kg.n = n;
-    kg.rowPointers = all.GeometricStiffness().rowPointers;
-    kg.columnIndices = all.GeometricStiffness().columnIndices;
-    kg.values = all.GeometricStiffness().values;
+    const CsrRows& g = all.GeometricStiffness();
+    const CsrMatrix kg{n, g.rowPointers, g.columnIndices, g.values};
     Problem p = Split(whole.Stiffness(), &kg, nullptr, true);
     // A shift below the lowest buckling load (no negative pivots of K − σ·Kg).
     double shift = 1.0e7;

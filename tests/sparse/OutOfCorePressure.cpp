@@ -10,7 +10,6 @@
 // where no file can be created gives PARDISO's out-of-core file error as code and message.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -20,6 +19,7 @@
 #include "support/ModelsSupport.h"
 #include "support/EigenSupport.h"
 #include "support/ReliabilitySupport.h"
+#include "support/SolverHarness.h"
 #include "eigen/VQ_SubspaceEigenSparseSolver.h"
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/VQ_SparseSymMatrix.h"
@@ -31,16 +31,17 @@ const char kOocFileError[] = "Problems with Opening OOC Temporary Files in Spars
 
 class OutOfCorePressure : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(12000));
-    k_ = new vqtest::Csr(vqtest::FromModel(model.Stiffness()));
-    load_ = new std::vector<double>(model.EndFaceLoad(0.0, 2e3, -5e3));
-  }
-  static void TearDownTestSuite() {
-    delete k_;
-    delete load_;
-    k_ = nullptr;
-    load_ = nullptr;
+  // The model, built once for the suite: its stiffness and an end-face load.
+  struct Model {
+    vqtest::Csr k;
+    std::vector<double> load;
+  };
+  static const Model& Shared() {
+    static const Model m = [] {
+      const vqmath::models::SolidModel model(vqmath::models::SolidModel::ForEquations(12000));
+      return Model{vqtest::FromModel(model.Stiffness()), model.EndFaceLoad(0.0, 2e3, -5e3)};
+    }();
+    return m;
   }
   void SetUp() override {
     dir_ = scratch_.Path();
@@ -75,26 +76,14 @@ class OutOfCorePressure : public testing::Test {
                                  0);
   }
 
-  static double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b) {
-    double num = 0.0, den = 0.0;
-    for (size_t i = 0; i < a.size(); ++i) {
-      num += (a[i] - b[i]) * (a[i] - b[i]);
-      den += b[i] * b[i];
-    }
-    return std::sqrt(num / den);
-  }
-
-  static vqtest::Csr* k_;
-  static std::vector<double>* load_;
+  const vqtest::Csr* k_ = &Shared().k;
+  const std::vector<double>* load_ = &Shared().load;
   vqtest::ScratchDir scratch_;
   std::string dir_;
   std::string previousWorkingDir_;
   int previousCoreSize_ = 2000;
   int previousThreads_ = 1;
 };
-
-vqtest::Csr* OutOfCorePressure::k_ = nullptr;
-std::vector<double>* OutOfCorePressure::load_ = nullptr;
 
 TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   VQ_Set_INTEL_MKL_OOC_Max_Core_Size(2000);
@@ -118,7 +107,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
     VQ_Set_INTEL_MKL_OOC_KEEP_FILE(0);
     std::vector<double> x;
     ASSERT_EQ(Solve(solverType, dir_, x, params), 0) << vqtest::LastError().message;
-    EXPECT_LT(RelativeDifference(x, inCore), 1e-10);
+    EXPECT_LT(vqtest::RelativeDifference(x, inCore), 1e-10);
     const std::vector<std::string> kept = vqtest::ListDirectory(dir_);
     bool factorFile = false;
     for (const std::string& name : kept) factorFile |= name.find("_ooc_file") != std::string::npos;
@@ -128,7 +117,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
     // And as a host runs it: nothing left behind.
     VQ_Set_INTEL_MKL_OOC_KEEP_FILE(1);
     ASSERT_EQ(Solve(solverType, dir_, x, params), 0) << vqtest::LastError().message;
-    EXPECT_LT(RelativeDifference(x, inCore), 1e-10);
+    EXPECT_LT(vqtest::RelativeDifference(x, inCore), 1e-10);
     EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
   }
 
@@ -136,7 +125,7 @@ TEST_F(OutOfCorePressure, FactorAboveTheCoreBudgetGivesTheInCoreSolution) {
   VQ_SetSolverType(2);
   std::vector<double> rhs = *load_;
   ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
-  EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
+  EXPECT_LT(vqtest::RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
 }
 
@@ -157,7 +146,7 @@ TEST_F(OutOfCorePressure, BudgetBelowTheOutOfCoreMinimumIsRetriedOnlyForTypeTwo)
   VQ_SetParameterB(1006, 1);
   std::vector<double> rhs = *load_;
   ASSERT_EQ(VQ_SparseSolverDirect(k_->n, 1, VQTEST_CSR(*k_), rhs.data(), 0, nullptr), 0);
-  EXPECT_LT(RelativeDifference(rhs, inCore), 1e-10);
+  EXPECT_LT(vqtest::RelativeDifference(rhs, inCore), 1e-10);
   EXPECT_GT(VQ_Get_INTEL_MKL_OOC_Max_Core_Size(), 1);
   EXPECT_EQ(vqtest::ListDirectory(dir_), std::vector<std::string>());
 }

@@ -1,6 +1,6 @@
 // What a factorisation of VQ_SparseSolver reports: inertia (checked against eigenvalues known in
-// closed form and against dense LAPACK), singular and indefinite matrices with the instability
-// equation, the pivoting warning, the diagonals of K and of the factor, and the failure paths of
+// closed form; the flat Sturm count holds it to dense LAPACK on the real pairs), singular and
+// indefinite matrices with the instability equation, the pivoting warning, the diagonals of K and of the factor, and the failure paths of
 // the solve (before a factorisation, out of memory).
 #include <algorithm>
 #include <cmath>
@@ -12,21 +12,12 @@
 
 #include "sparse/VQ_SparseSolver.h"
 #include "sparse/internal/PivotOrder.h"
-#include "support/EigenSupport.h"
 #include "support/SolverHarness.h"
 #include "vqmath.h"
 
 namespace {
 
 using vqtest::Csr;
-
-// K with equation j decoupled and without stiffness (a degree of freedom nothing holds).
-Csr WithoutStiffnessAt(Csr k, int j) {
-  for (int i = 1; i <= k.n; ++i)
-    for (int p = k.rowPointers[i - 1] - 1; p < k.rowPointers[i] - 1; ++p)
-      if (i == j || k.columnIndices[p] == j) k.values[p] = 0.0;
-  return k;
-}
 
 struct Factored {
   Csr k;
@@ -74,26 +65,10 @@ TEST_F(SparseSolverFactorization, ShiftedChainCountsEigenvaluesBelowTheShift) {
   }
 }
 
-TEST_F(SparseSolverFactorization, ShiftedRealStructureCountsEigenvaluesOfDenseReference) {
-  VQTEST_REQUIRE_DATA();
-  vqtest::EigenProblem e;
-  ASSERT_TRUE(vqtest::RealProblem("06", e) && e.diagonal());
-  const Csr& k = e.k;
-  const std::vector<double>& mass = e.lumped;
-  const std::vector<double> lambda = vqtest::ReferenceEigenvalues(e);
-  for (int below : {1, 5, 30}) {
-    SCOPED_TRACE(below);
-    const double sigma = 0.5 * (lambda[below - 1] + lambda[below]);
-    auto f = Factor(vqtest::ShiftedByDiagonal(k, mass, sigma), -2);
-    ASSERT_EQ(0, f->status);
-    EXPECT_EQ(below, f->solver->Get_NumberOfNegativeEigenvalues());
-  }
-}
-
 TEST_F(SparseSolverFactorization, SingularModelReportsInstabilityEquation) {
   const Csr k = vqtest::SolidStiffness(900);
   const int j = 37;
-  auto f = Factor(WithoutStiffnessAt(k, j), 2);
+  auto f = Factor(vqtest::WithoutStiffnessAt(k, j), 2);
   EXPECT_EQ(-1, f->status);
   EXPECT_EQ(-1, f->solver->GetLastErrorCode());
   EXPECT_EQ(0, f->solver->Get_PardisoError());  // found before PARDISO factors
@@ -185,10 +160,7 @@ TEST_F(SparseSolverFactorization, SolveBeforeDecompositionReturnsMinusSevenAndTo
   EXPECT_EQ(-7, s.GetLastErrorCode());
   EXPECT_EQ(std::vector<double>(10, 1.0), b);
   EXPECT_EQ(std::vector<double>(10, 5.0), x);
-  std::string message;
-  EXPECT_EQ(-84, RegistryCode(s, &message));
-  ASSERT_EQ(61u, message.size());
-  EXPECT_EQ('\f', message[41]);
+  EXPECT_EQ(-84, RegistryCode(s));  // its text, form feed included, is the registry's test
 }
 
 }  // namespace

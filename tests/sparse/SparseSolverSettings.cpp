@@ -2,8 +2,6 @@
 // global array, the override list, the record of the last parameter list), the parameters copied
 // back after a factorisation, the error table and its translation, the environment operations,
 // the out-of-core path and the verbose reports.
-#include <regex>
-#include <string>
 #include <vector>
 
 #include "core/GlobalState.h"

@@ -2,7 +2,6 @@
 // worker thread and calling thread, both matrix types, generated solids and real structures.
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "dense/VQ_Matrix.h"
 #include "sparse/VQ_SparseSolver.h"

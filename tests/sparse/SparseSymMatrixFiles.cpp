@@ -1,6 +1,6 @@
 // Files of the sparse symmetric matrix: the swap files read back, MatrixMarket output read back
 // and input (summed repetitions, either triangle, CRLF, malformed files), and the real matrices of
-// the shared data folder against the test's own reader.
+// the shared data folder against the model generator's reader.
 
 #include <gtest/gtest.h>
 
@@ -17,19 +17,9 @@ namespace MC = MATLIBDLLCOMMONS;
 
 namespace {
 
-// (1,1)=4 (1,2)=1 (2,2)=3
-VQ_SparseSymMatrix TwoByTwo() { return FromArrays(2, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0}); }
-
-// A scratch file removed at the end of the test.
-struct TempFile {
-  explicit TempFile(const std::string& tag) : path(ScratchPath(tag + ".mtx")) {}
-  ~TempFile() { std::remove(path.c_str()); }
-  std::string path;
-};
-
 // The MatrixMarket text a writes, and one entry line of it.
 std::string MtxText(const VQ_SparseSymMatrix& a) {
-  TempFile t("mtxw");
+  TempFile t("mtxw.mtx");
   std::FILE* f = std::fopen(t.path.c_str(), "w");
   EXPECT_NE(f, nullptr);
   if (!f) return "";
@@ -65,7 +55,7 @@ TEST(SparseSymMatrixSwapFiles, ReadBackRestoresTheMatrixExactlyAndLeavesSharersA
 
 // What the writer produces is read back by the test's own reader, and by the matrix's.
 TEST(SparseSymMatrixMatrixMarket, WrittenFileReadsBack) {
-  TempFile t("mtxrt");
+  TempFile t("mtxrt.mtx");
   VQ_SparseSymMatrix a = RandomSparse(70, 0.08, 8), b;
   WriteBytes(t.path, MtxText(a));
   Csr independent;
@@ -80,7 +70,7 @@ TEST(SparseSymMatrixMatrixMarket, WrittenFileReadsBack) {
 }
 
 TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
-  TempFile t("mtxrep");
+  TempFile t("mtxrep.mtx");
   WriteBytes(t.path,
              "%%MatrixMarket matrix coordinate real symmetric\r\n"
              "% a comment line\r\n"
@@ -109,9 +99,9 @@ TEST(SparseSymMatrixMatrixMarket, RepeatedEntriesSumLowerTriangleCrlfComments) {
 class MalformedMatrixMarket : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 
 TEST_P(MalformedMatrixMarket, FailsWithStatusAndLeavesAnEmptyMatrix) {
-  TempFile t("mtxbad");
+  TempFile t("mtxbad.mtx");
   WriteBytes(t.path, GetParam().second);
-  VQ_SparseSymMatrix a = TwoByTwo();
+  VQ_SparseSymMatrix a = FromArrays(2, {1, 3, 4}, {1, 2, 2}, {4.0, 1.0, 3.0});
   bool ok = true;
   Stdout([&] { ok = a.ReadIn_MTX_Format(t.path.c_str(), true); });
   EXPECT_FALSE(ok) << GetParam().first;

@@ -92,21 +92,4 @@ TEST(SparseSymMatrixProduct, ColumnVectorAndPackedSymmetricOperands) {
   ExpectNear(Entries(P), BlasProduct(n, full, xs, n), 1e-12);
 }
 
-TEST(SparseSymMatrixProduct, RealStiffnessMatrixAgainstIndependentProduct) {
-  VQTEST_REQUIRE_DATA();
-  VQ_SparseSymMatrix k;
-  ASSERT_TRUE(k.ReadIn_MTX_Format(DataFile("bcsstk06.mtx").c_str(), true));
-  Csr ref;
-  ASSERT_TRUE(ReadMtx(DataFile("bcsstk06.mtx"), ref));
-  const int n = ref.n, m = 5;
-  V x = RandomBlock(n, m, 42), y(n);
-  VQ_Matrix P = k * VQ_Matrix(n, m, x.data());
-  for (int j = 0; j < m; ++j) {
-    Multiply(ref, x.data() + static_cast<size_t>(j) * n, y.data());
-    double scale = 0.0;
-    for (double v : y) scale = std::max(scale, std::fabs(v));
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(P.Value(i + 1, j + 1), y[i], 1e-13 * scale);
-  }
-}
-
 }  // namespace

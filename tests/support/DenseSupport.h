@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -54,5 +55,14 @@ std::string FileBytes(const std::string& path);
 void WriteBytes(const std::string& path, const std::string& bytes);
 // A path in the test scratch folder, unique per test and name.
 std::string ScratchPath(const std::string& name);
+
+// A scratch file of ScratchPath (holding text when given), removed at the end of its scope.
+struct TempFile {
+  explicit TempFile(const std::string& name, const char* text = nullptr) : path(ScratchPath(name)) {
+    if (text) WriteBytes(path, text);
+  }
+  ~TempFile() { std::remove(path.c_str()); }
+  std::string path;
+};
 
 }  // namespace vqtest

@@ -21,8 +21,6 @@ class SolverUnderTest {
   virtual int Factor(const Csr& k) = 0;
   // Solves K X = B for nrhs columns with the factorisation: into x, or into b when x is null.
   virtual int Solve(int nrhs, double* b, double* x) = 0;
-  virtual bool SolvesInPlace() const { return true; }
-  virtual bool SolvesSeparately() const { return true; }
 };
 
 struct HarnessOptions {
@@ -42,6 +40,9 @@ void RunSolverChecks(SolverUnderTest& solver, const Csr& k, const HarnessOptions
 // Deterministic right-hand sides (n x nrhs, column-major) with entries in [-1, 1].
 std::vector<double> MakeRightHandSides(int n, int nrhs, unsigned seed = 7);
 
+// ||a - b|| / ||b|| (2-norms).
+double RelativeDifference(const std::vector<double>& a, const std::vector<double>& b);
+
 // X = K^-1 F by dense LAPACK (dsysv on the full symmetric matrix); empty on failure.
 std::vector<double> DenseSolve(const Csr& k, const std::vector<double>& f, int nrhs);
 
@@ -50,7 +51,17 @@ Csr SolidStiffness(int equations);
 // Its lumped mass (diagonal).
 std::vector<double> SolidLumpedMass(int equations);
 
+// K with equation j decoupled and without stiffness (a degree of freedom nothing holds).
+inline Csr WithoutStiffnessAt(Csr k, int j) {
+  for (int i = 1; i <= k.n; ++i)
+    for (int p = k.rowPointers[i - 1] - 1; p < k.rowPointers[i] - 1; ++p)
+      if (i == j || k.columnIndices[p] == j) k.values[p] = 0.0;
+  return k;
+}
+
 // K - sigma * diag(m) on K's pattern.
-Csr ShiftedByDiagonal(const Csr& k, const std::vector<double>& m, double sigma);
+inline Csr ShiftedByDiagonal(const Csr& k, const std::vector<double>& m, double sigma) {
+  return vqmath::models::Shifted(k, m, sigma);
+}
 
 }  // namespace vqtest

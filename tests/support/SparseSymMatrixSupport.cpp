@@ -1,7 +1,6 @@
 #include "SparseSymMatrixSupport.h"
 
 #include <random>
-#include <sstream>
 
 #include "dense/VQ_DiagonalMatrix.h"
 #include "dense/VQ_Matrix.h"
@@ -21,20 +20,7 @@ Csr CsrOf(const VQ_SparseSymMatrix& a) {
   return c;
 }
 
-std::vector<double> DenseOf(const VQ_SparseSymMatrix& a) {
-  const int n = a.NumRows();
-  std::vector<double> d(static_cast<size_t>(n) * n, 0.0);
-  const int* r = a.GetRowVectorPointer();
-  const int* k = a.GetColumnVectorPointer();
-  const double* v = a.GetValuePointer();
-  for (int i = 0; i < n && r; ++i)
-    for (int p = r[i] - 1; p < r[i + 1] - 1; ++p) {
-      const int j = k[p] - 1;
-      d[static_cast<size_t>(j) * n + i] += v[p];
-      if (j != i) d[static_cast<size_t>(i) * n + j] += v[p];
-    }
-  return d;
-}
+std::vector<double> DenseOf(const VQ_SparseSymMatrix& a) { return Dense(CsrOf(a)); }
 
 VQ_SparseSymMatrix FromArrays(int n, std::vector<int> rowPointers, std::vector<int> columnIndices,
                               std::vector<double> values) {
@@ -69,35 +55,7 @@ void ExpectNear(const std::vector<double>& got, const std::vector<double>& want,
 }
 
 std::string LayoutProblem(const VQ_SparseSymMatrix& a) {
-  std::ostringstream s;
-  const int n = a.NumRows();
-  const int nnz = a.GetNumberOfNonZeros();
-  const int* r = a.GetRowVectorPointer();
-  const int* k = a.GetColumnVectorPointer();
-  if (n == 0) return "";
-  if (!r || !k) return "arrays missing";
-  if (r[0] != 1) return "rowptr[0] != 1";
-  if (r[n] != nnz + 1) {
-    s << "rowptr[n] = " << r[n] << " but nnz + 1 = " << nnz + 1;
-    return s.str();
-  }
-  for (int i = 1; i <= n; ++i) {
-    const int b = r[i - 1] - 1, e = r[i] - 1;
-    if (e <= b) {
-      s << "row " << i << " empty";
-      return s.str();
-    }
-    if (k[b] != i) {
-      s << "row " << i << " does not start with its diagonal (column " << k[b] << ")";
-      return s.str();
-    }
-    for (int p = b + 1; p < e; ++p)
-      if (k[p] <= k[p - 1] || k[p] > n) {
-        s << "row " << i << " columns not strictly ascending within 1..n at position " << p;
-        return s.str();
-      }
-  }
-  return "";
+  return a.NumRows() == 0 ? "" : vqmath::models::CheckLayout(CsrOf(a));
 }
 
 std::vector<double> RandomSymmetricDense(int n, double density, std::uint32_t seed) {
@@ -123,11 +81,7 @@ std::vector<double> RandomSymmetricDense(int n, double density, std::uint32_t se
 }
 
 std::vector<double> RandomBlock(int n, int m, std::uint32_t seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> val(-1.0, 1.0);
-  std::vector<double> x(static_cast<size_t>(n) * m);
-  for (double& v : x) v = val(gen);
-  return x;
+  return RandomValues(static_cast<size_t>(n) * m, seed);
 }
 
 }  // namespace vqtest

@@ -9,9 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <sys/stat.h>
 
 #include <mkl.h>
@@ -28,74 +25,8 @@ std::string DataDir() {
 
 std::string DataFile(const std::string& name) { return DataDir() + "/" + name; }
 
-namespace {
-
-Csr FromMap(int n, const std::map<std::pair<int, int>, double>& entries) {
-  Csr c;
-  c.n = n;
-  std::vector<std::vector<std::pair<int, double>>> rows(n);
-  for (int i = 0; i < n; ++i) rows[i].push_back({i + 1, 0.0});
-  for (const auto& e : entries) {
-    int i = e.first.first, j = e.first.second;
-    if (i == j)
-      rows[i - 1][0].second += e.second;
-    else
-      rows[i - 1].push_back({j, e.second});
-  }
-  c.rowPointers.push_back(1);
-  for (int i = 0; i < n; ++i) {
-    std::sort(rows[i].begin() + 1, rows[i].end());
-    for (auto& p : rows[i]) {
-      c.columnIndices.push_back(p.first);
-      c.values.push_back(p.second);
-    }
-    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
-  }
-  return c;
-}
-
-}  // namespace
-
 bool ReadMtx(const std::string& path, Csr& out, std::string* error) {
-  std::ifstream in(path);
-  if (!in) {
-    if (error) *error = "cannot open " + path;
-    return false;
-  }
-  std::string line;
-  int rows = -1, cols = -1;
-  long long count = -1;
-  std::map<std::pair<int, int>, double> entries;
-  long long read = 0;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty() || line[0] == '%') continue;
-    std::istringstream ls(line);
-    if (rows < 0) {
-      ls >> rows >> cols >> count;
-      if (!ls || rows != cols || rows <= 0) {
-        if (error) *error = "bad size line in " + path;
-        return false;
-      }
-      continue;
-    }
-    int i, j;
-    double v;
-    ls >> i >> j >> v;
-    if (!ls || i < 1 || j < 1 || i > rows || j > rows) {
-      if (error) *error = "bad entry line in " + path + ": " + line;
-      return false;
-    }
-    if (i > j) std::swap(i, j);
-    entries[{i, j}] += v;
-    ++read;
-  }
-  if (rows < 0 || read != count) {
-    if (error) *error = "truncated file " + path;
-    return false;
-  }
-  out = FromMap(rows, entries);
-  return true;
+  return vqmath::models::ReadMatrixMarket(path, out, error);
 }
 
 Csr CsrFromDense(int n, const std::vector<double>& a, double drop) {
@@ -216,19 +147,13 @@ double MOrthonormalityError(const Csr& m, int nmodes, const double* phi) {
 }
 
 Csr Tridiagonal(int n, double diagonal, double off) {
-  Csr c;
-  c.n = n;
-  c.rowPointers.push_back(1);
+  std::vector<int> rows, columns;
+  std::vector<double> values;
   for (int i = 1; i <= n; ++i) {
-    c.columnIndices.push_back(i);
-    c.values.push_back(diagonal);
-    if (i < n) {
-      c.columnIndices.push_back(i + 1);
-      c.values.push_back(off);
-    }
-    c.rowPointers.push_back(static_cast<int>(c.values.size()) + 1);
+    rows.push_back(i), columns.push_back(i), values.push_back(diagonal);
+    if (i < n) rows.push_back(i), columns.push_back(i + 1), values.push_back(off);
   }
-  return c;
+  return vqmath::models::FromTriplets(n, rows, columns, values);
 }
 
 Csr SpringChain(int n, bool freeFree) {
@@ -244,25 +169,16 @@ double SpringChainEigenvalue(int n, int k, bool freeFree) {
   return 4.0 * s * s;
 }
 
-RegistryError LastError() {
-  RegistryError e;
-  e.code = VQ_GetLastErrorID();
-  if (char* m = VQ_GetLastErrorMessage()) {
-    e.message = m;
-    std::free(m);
-  }
+// The code and a copy of the message the registry handed over (which the caller frees).
+static RegistryError Entry(int code, char* message) {
+  RegistryError e{code, message ? message : ""};
+  std::free(message);
   return e;
 }
 
-RegistryError LastWarning() {
-  RegistryError e;
-  e.code = VQ_GetLastWarningID();
-  if (char* m = VQ_GetLastWarningMessage()) {
-    e.message = m;
-    std::free(m);
-  }
-  return e;
-}
+RegistryError LastError() { return Entry(VQ_GetLastErrorID(), VQ_GetLastErrorMessage()); }
+
+RegistryError LastWarning() { return Entry(VQ_GetLastWarningID(), VQ_GetLastWarningMessage()); }
 
 ScratchDir::ScratchDir() {
   std::string pattern = std::filesystem::temp_directory_path().string() + "/vqmath-test-XXXXXX";

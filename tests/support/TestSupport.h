@@ -24,9 +24,8 @@ std::string DataDir();
 // Full path of a file in that folder.
 std::string DataFile(const std::string& name);
 
-// Reads a MatrixMarket coordinate file (symmetric or general, either triangle stored, CRLF
-// tolerated, duplicates summed) into upper CSR. A missing diagonal entry is stored as 0.0.
-// Returns false with a message in *error on failure.
+// Reads a MatrixMarket coordinate file into upper CSR with the model generator's reader, which
+// the sparse class's own reader is checked against. Returns false with a message in *error.
 bool ReadMtx(const std::string& path, Csr& out, std::string* error = nullptr);
 
 // Builds upper CSR from a dense column-major symmetric n x n array (entries with |a| <= drop

@@ -2,7 +2,6 @@
 // portal frame against dense LAPACK for every method, and the picture of the buckling modes. A
 // generated solid, which has no geometric stiffness, is among the usage errors.
 
-#include <cmath>
 
 #include "VqsolveRunner.h"
 #include "models/FrameModel.h"
@@ -28,7 +27,7 @@ TEST_F(VqsolveBuckling, PinnedColumnBucklesAtEulersLoads) {
   EXPECT_TRUE(report["sturm"]["passed"].boolean);
   EXPECT_EQ(report["sturm"]["eigenvaluesBelowShift"].number, 3);
 
-  const XmlCheck svg = CheckXml(ReadFile(File("column.svg")));
+  const XmlCheck svg = CheckXml(vqtest::FileBytes(File("column.svg")));
   EXPECT_TRUE(svg.wellFormed) << svg.problem;
   EXPECT_EQ(svg.panels, 3);
 }

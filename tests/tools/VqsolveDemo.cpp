@@ -2,7 +2,6 @@
 // every method against dense LAPACK on the same generated bar, the comparison it prints, and
 // its picture.
 
-#include <cmath>
 
 #include "VqsolveRunner.h"
 #include "models/SolidModel.h"
@@ -20,12 +19,7 @@ TEST_F(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults) {
   const Json report = RunJson({"demo", "--size", "small", "-n", "6", "--svg", File("demo.svg")});
 
   // The small demo model: a clamped bar of 12 x 3 x 2 cubes of 0.5 m.
-  vqmath::models::SolidParameters p;
-  p.nx = 12;
-  p.ny = 3;
-  p.nz = 2;
-  p.hx = p.hy = p.hz = 0.5;
-  const vqmath::models::SolidModel solid(p);
+  const vqmath::models::SolidModel solid({12, 3, 2, 0.5, 0.5, 0.5});
   ASSERT_EQ(report["equations"].number, solid.NumEquations());
   const vqtest::Csr k = vqtest::FromModel(solid.Stiffness());
   const std::vector<double> spectrum =
@@ -69,7 +63,7 @@ TEST_F(VqsolveDemo, SmallDemoAgreesWithDenseLapackAndDrawsItsResults) {
   }
 
   // The picture: the static deflection and the first five modes.
-  const XmlCheck svg = CheckXml(ReadFile(File("demo.svg")));
+  const XmlCheck svg = CheckXml(vqtest::FileBytes(File("demo.svg")));
   EXPECT_TRUE(svg.wellFormed) << svg.problem;
   EXPECT_EQ(svg.panels, 6);
 }

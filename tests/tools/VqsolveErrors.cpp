@@ -24,7 +24,7 @@ TEST_P(VqsolveMalformedStiffness, IsBadInputNamingFileAndLine) {
   VQSOLVE_REQUIRE();
   const std::string folder = TempFolder(), text = GetParam().text;
   const std::string k = folder + GetParam().name + ".mtx", expected = k + GetParam().expected;
-  WriteText(
+  vqtest::WriteBytes(
       k, (std::isdigit(text[0]) ? "%%MatrixMarket matrix coordinate real symmetric\n" : "") + text);
   WriteArray(folder + "M.mtx", 3, 1, {1.0, 1.0, 1.0});
   // The message goes to standard error, and with --json into the report as well.

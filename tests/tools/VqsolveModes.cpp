@@ -61,11 +61,7 @@ class VqsolveModes : public VqsolveTest {
   void SetUp() override {
     VqsolveTest::SetUp();
     if (IsSkipped()) return;
-    vqmath::models::SolidParameters p;
-    p.nx = 8;
-    p.ny = 3;
-    p.nz = 2;
-    solid_ = std::make_unique<vqmath::models::SolidModel>(p);
+    solid_ = std::make_unique<vqmath::models::SolidModel>(vqmath::models::SolidParameters{8, 3, 2});
     ASSERT_TRUE(vqmath::models::WriteMatrixMarket(solid_->Stiffness(), File("K.mtx")));
     // The lumped mass as a vector file.
     WriteArray(File("m.mtx"), solid_->NumEquations(), 1, solid_->LumpedMass());
@@ -88,7 +84,7 @@ TEST_F(VqsolveModes, ShiftedSearchIsCheckedBetweenTwoSturmCounts) {
     ASSERT_EQ(values.size(), 4u) << method;
     const Json& sturm = report["sturm"];
     ASSERT_TRUE(sturm["done"].boolean) << method;
-    ASSERT_TRUE(sturm.Has("lowerShift")) << method;
+    ASSERT_TRUE(sturm.members.count("lowerShift")) << method;
     // The count between the two shifts is the dense count, and the values are the dense ones
     // in that range.
     const size_t first = CountBelow(spectrum_, sturm["lowerShift"].number);

@@ -1,6 +1,6 @@
 // Running vqsolve from the tests: the program as a child process (exit code, standard output
 // and error), a small JSON reader for its --json reports, an XML well-formedness check for its
-// pictures, and temporary MatrixMarket files.
+// pictures, and temporary MatrixMarket files (other files through the dense test support).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -20,6 +20,8 @@
 #include <vector>
 
 #include "models/CsrMatrix.h"
+#include "support/DenseSupport.h"
+#include "support/SolverHarness.h"
 #include "support/TestSupport.h"
 
 // The build passes the program's path; without it (tools not built) every test skips.
@@ -38,13 +40,6 @@ struct RunResult {
   std::string out;
   std::string err;
 };
-
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // A fresh folder, removed with its files when the test program ends.
 inline std::string TempFolder() {
@@ -72,8 +67,8 @@ inline RunResult RunVqsolve(const std::vector<std::string>& args,
   const int status = std::system(command.c_str());
   RunResult r;
   r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.out = ReadFile(out);
-  r.err = ReadFile(err);
+  r.out = vqtest::FileBytes(out);
+  r.err = vqtest::FileBytes(err);
   std::remove(out.c_str());
   std::remove(err.c_str());
   return r;
@@ -90,7 +85,6 @@ class Json {
   std::vector<Json> items;
   std::map<std::string, Json> members;
 
-  bool Has(const std::string& key) const { return members.count(key) != 0; }
   const Json& operator[](const std::string& key) const {
     static const Json null;
     auto it = members.find(key);
@@ -109,72 +103,60 @@ class Json {
 };
 
 // A strict reader of the JSON vqsolve writes: objects, arrays, strings with the common escapes,
-// numbers, true, false and null.
-class JsonParser {
- public:
-  explicit JsonParser(const std::string& s) : s_(s) {}
-  bool Parse(Json& out) { return Value(out) && (Blank(), p_ == s_.size()); }
-
- private:
-  void Blank() {
-    while (p_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[p_]))) ++p_;
-  }
-  bool Take(char c) { return Blank(), p_ < s_.size() && s_[p_] == c ? (++p_, true) : false; }
-  bool Word(const std::string& w) {
-    return s_.compare(p_, w.size(), w) == 0 ? (p_ += w.size(), true) : false;
-  }
-  bool String(std::string& out) {
-    if (!Take('"')) return false;
-    static const std::map<char, char> escapes = {
-        {'n', '\n'}, {'t', '\t'}, {'r', '\r'}, {'b', '\b'}, {'f', '\f'}};
-    while (p_ < s_.size() && s_[p_] != '"') {
-      char c = s_[p_++];
-      if (c == '\\' && p_ < s_.size()) {
-        c = s_[p_++];
+// numbers, true, false and null. Returns false where the text is not that.
+inline bool ReadJson(const std::string& s, size_t& p, Json& v) {
+  const auto take = [&](char c) {
+    while (p < s.size() && std::isspace(static_cast<unsigned char>(s[p]))) ++p;
+    return p < s.size() && s[p] == c ? (++p, true) : false;
+  };
+  const auto string = [&](std::string& out) {
+    static const std::string from = "ntrbf", to = "\n\t\r\b\f";
+    if (!take('"')) return false;
+    for (; p < s.size() && s[p] != '"'; ++p) {
+      char c = s[p];
+      if (c == '\\' && ++p < s.size()) {
+        c = s[p];
         if (c == 'u') {
-          if (p_ + 4 > s_.size()) return false;
-          c = static_cast<char>(std::strtol(s_.substr(p_, 4).c_str(), nullptr, 16));
-          p_ += 4;
-        } else if (escapes.count(c)) {
-          c = escapes.at(c);
+          c = static_cast<char>(std::strtol(s.substr(p + 1, 4).c_str(), nullptr, 16));
+          p += 4;
+        } else if (from.find(c) != std::string::npos) {
+          c = to[from.find(c)];
         }
       }
       out += c;
     }
-    return p_ < s_.size() && s_[p_++] == '"';
+    return p < s.size() && s[p++] == '"';
+  };
+  while (p < s.size() && std::isspace(static_cast<unsigned char>(s[p]))) ++p;
+  const bool object = take('{');
+  if (object || take('[')) {
+    const char close = object ? '}' : ']';
+    if (take(close)) return true;
+    do {
+      std::string key;
+      Json item;
+      if ((object && (!string(key) || !take(':'))) || !ReadJson(s, p, item)) return false;
+      if (object) v.members[key] = item;
+      else v.items.push_back(item);
+    } while (take(','));
+    return take(close);
   }
-  bool Value(Json& v) {
-    Blank();
-    const bool object = Take('{');
-    if (object || Take('[')) {
-      const char close = object ? '}' : ']';
-      if (Take(close)) return true;
-      do {
-        std::string key;
-        Json item;
-        if ((object && (!String(key) || !Take(':'))) || !Value(item)) return false;
-        if (!object) v.items.emplace_back();
-        (object ? v.members[key] : v.items.back()) = item;
-      } while (Take(','));
-      return Take(close);
-    }
-    if (p_ < s_.size() && s_[p_] == '"') return String(v.text);
-    if (Word("true")) return v.boolean = true;
-    if (Word("false") || Word("null")) return true;
-    char* end = nullptr;
-    v.number = std::strtod(s_.c_str() + p_, &end);
-    if (end == s_.c_str() + p_) return false;
-    p_ = static_cast<size_t>(end - s_.c_str());
-    return true;
-  }
-  const std::string& s_;
-  size_t p_ = 0;
-};
+  if (p < s.size() && s[p] == '"') return string(v.text);
+  for (const char* word : {"true", "false", "null"})
+    if (s.compare(p, std::strlen(word), word) == 0)
+      return p += std::strlen(word), v.boolean = *word == 't', true;
+  const char* begin = s.c_str() + p;
+  char* end = nullptr;
+  v.number = std::strtod(begin, &end);
+  p += static_cast<size_t>(end - begin);
+  return end != begin;
+}
 
 inline Json ParseJson(const std::string& text) {
   Json j;
-  JsonParser parser(text);
-  EXPECT_TRUE(parser.Parse(j)) << "not JSON:\n" << text;
+  size_t p = 0;
+  const bool ok = ReadJson(text, p, j) && text.find_first_not_of(" \t\r\n", p) == std::string::npos;
+  EXPECT_TRUE(ok) << "not JSON:\n" << text;
   return j;
 }
 
@@ -241,14 +223,9 @@ inline void WriteArray(const std::string& path, int rows, int cols,
   std::fclose(f);
 }
 
-inline void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-}
-
 // Reads back a dense array file written by vqsolve (-o).
 inline std::vector<double> ReadArray(const std::string& path, int& rows, int& cols) {
-  std::istringstream in(ReadFile(path));
+  std::istringstream in(vqtest::FileBytes(path));
   std::string line;
   while (std::getline(in, line) && (line.empty() || line[0] == '%')) continue;
   rows = cols = 0;
@@ -270,18 +247,6 @@ inline double MaxAbs(const double* begin, const double* end) {
   double largest = 0.0;
   for (const double* v = begin; v != end; ++v) largest = std::max(largest, std::fabs(*v));
   return largest;
-}
-
-// The largest difference between x and reference, relative to the largest reference entry.
-inline double MaxRelativeDifference(const std::vector<double>& x,
-                                    const std::vector<double>& reference) {
-  EXPECT_EQ(x.size(), reference.size());
-  double scale = 0.0, difference = 0.0;
-  for (size_t i = 0; i < std::min(x.size(), reference.size()); ++i) {
-    scale = std::max(scale, std::fabs(reference[i]));
-    difference = std::max(difference, std::fabs(x[i] - reference[i]));
-  }
-  return scale > 0.0 ? difference / scale : difference;
 }
 
 // A test with its own folder for the files it gives vqsolve; skips when vqsolve is not built.

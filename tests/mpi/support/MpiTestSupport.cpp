@@ -10,20 +10,6 @@
 
 namespace mpitest {
 
-int Rank()
-{
-    int r = 0;
-    MPI_Comm_rank(MPI_COMM_WORLD, &r);
-    return r;
-}
-
-int Size()
-{
-    int s = 1;
-    MPI_Comm_size(MPI_COMM_WORLD, &s);
-    return s;
-}
-
 vqmath::models::RowRange MyRows(int n) { return vqmath::models::BalancedRows(n, Size(), Rank()); }
 
 vqmath::models::CsrRows SliceRows(const vqmath::models::CsrMatrix& a, vqmath::models::RowRange range)
