@@ -4,9 +4,10 @@
 // write outside the arrays (the solver resets the entries that would make PARDISO read the
 // arrays in another layout or use buffers it does not provide). Each input is a set of parameter
 // values, overrides and solution settings applied to one small positive definite model.
+#include <cstdio>
 #include <cstdlib>
 
-#include "FuzzSupport.h"
+#include "FuzzDense.h"
 #include "vqmath.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -54,6 +55,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int nrhs = in.ConsumeIntegralInRange<int>(1, 3);
   std::vector<double> rhs(static_cast<size_t>(n) * nrhs, 1.0), x(rhs.size(), 0.0);
   const bool inPlace = in.ConsumeBool();
+  if (vqfuzz::Verbose()) {
+    int used[64];
+    VQ_GetGlobalSparseSolverParams(used);
+    std::fprintf(stderr, "n %d nrhs %d in place %d; parameters:", n, nrhs, inPlace);
+    for (int i = 0; i < 64; ++i) std::fprintf(stderr, " %d", used[i]);
+    std::fprintf(stderr, "\n");
+  }
   const int code = VQ_SparseSolverDirect(n, nrhs, rp.data(), ci.data(), v.data(), rhs.data(), 0,
                                          inPlace ? nullptr : x.data());
   VQFUZZ_CHECK(vqfuzz::DirectSolutionCode(code));
