@@ -180,6 +180,7 @@ TEST_F(EigenVerification, SwitchVerifiesLanczosAndFeast) {
     EXPECT_EQ(VQ_GetLastWarningID(), 0) << p.name << " Lanczos";
     EXPECT_EQ(found, nev);
     const std::vector<double> lambda = DenseSpectrum(p.k, p.m);
+    ASSERT_GT(lambda.size(), static_cast<size_t>(nev)) << p.name << ": no dense reference";
     const int code = VQ_EigenvalueAnalysis_ExtendedSolver(
         n, nev, VQTEST_CSR(p.k), VQTEST_CSR(p.m), 0, -2, dir.Path().c_str(), 0.0,
         0.5 * (lambda[nev - 1] + lambda[nev]), &found, values.data(), 1, modes.data());
