@@ -860,7 +860,8 @@ double VQ_GetSingularPivotRatio(void);
 
 /* Every eigenpair of K*phi = lambda*M*phi with lower <= lambda <= upper, and the exact number of
    them proven by inertia (Sturm) counts: the negative pivots of K - sigma*M factored at both
-   ends. A band holding more than about 120 modes is cut into slices at shifts chosen from the
+   ends. A band holding more than about 120 modes (fewer above about 500,000 equations, so
+   that a slice's vectors stay within about 2 GB) is cut into slices at shifts chosen from the
    counts (bisection), each slice is solved by block shift-invert Lanczos around its own shift and
    checked against its counts; repeated eigenvalues at a slice border are kept once. Mode shapes
    are M-normalised, eigenvalues ascending.

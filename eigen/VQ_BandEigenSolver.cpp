@@ -35,6 +35,8 @@ constexpr double kNarrowestPart = 1e-9;
 constexpr double kFirstNudge = 1e-8;
 constexpr int kNudges = 6;
 constexpr int kSliceTries = 4;
+// Memory the Krylov bases of one slice may take.
+constexpr double kSliceBasisBytes = 2e9;
 constexpr int kMaxDepth = 60;
 // A candidate whose M-norm² falls below this after removing its neighbours is a duplicate.
 constexpr double kDuplicate = 0.25;
@@ -229,7 +231,13 @@ int VQ_BandEigenSolver::Count() {
 
 int VQ_BandEigenSolver::Bisect(double lo, int clo, double hi, int chi, int depth) {
   const bool narrow = hi - lo <= kNarrowestPart * scale_;
-  const int sliceSize = std::max(1, std::min(sliceSize_, requestLimit_ - 2));
+  // The block slice solver keeps two bases (the vectors and M times them) of up to about 2.2
+  // vectors per mode of the slice: slices stay below about 2 GB of them, so a model of 10^6
+  // equations is cut into slices of about 55 modes instead of 120.
+  const double basisBytesPerMode = 2.0 * 2.2 * 8.0 * static_cast<double>(problem_.n);
+  const int memoryCap = static_cast<int>(std::min(1e9, kSliceBasisBytes / basisBytesPerMode));
+  const int sliceSize =
+      std::max(1, std::min({sliceSize_, requestLimit_ - 2, std::max(memoryCap, 8)}));
   if (chi - clo <= sliceSize || narrow || depth >= kMaxDepth) {
     VQ_BandSlice s;
     s.lower = lo;

@@ -22,8 +22,9 @@
 //     factorisation, which at 10⁵ equations costs as much as 100 single-vector solves or 300
 //     block columns, so slices are wide: 120 modes by default (Set_SliceSize; measured on a
 //     generated solid with 192 modes in the band, 120 took 0.8× the time of 80 and 0.6× that of
-//     40), and never more than about half the degrees of freedom that carry mass (a wider
-//     Krylov space picks up M's null space). A band with more is bisected: the midpoint of a
+//     40), never more than about half the degrees of freedom that carry mass (a wider
+//     Krylov space picks up M's null space), and never more than the block bases of about 2 GB
+//     hold (about 55 modes at 10⁶ equations). A band with more is bisected: the midpoint of a
 //     part is factored, its count says how many modes lie on either side, and parts are
 //     halved until each holds at most the slice size (or has shrunk to a point: a cluster of
 //     equal eigenvalues is never split). Bisection on the counts needs no knowledge of the spectrum.
@@ -112,7 +113,7 @@ class VQ_BandEigenSolver {
   VQ_BandEigenSolver(const VQ_BandEigenSolver&) = delete;
   VQ_BandEigenSolver& operator=(const VQ_BandEigenSolver&) = delete;
 
-  // Modes per slice (≥ 1; default 120).
+  // Modes per slice (≥ 1; default 120; fewer where the slice's bases would pass about 2 GB).
   void Set_SliceSize(int modes);
   int Get_SliceSize() const { return sliceSize_; }
   // Replaces the slice solver (by default BlockSliceSolver, the block Lanczos method on each
