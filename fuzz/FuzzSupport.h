@@ -8,6 +8,7 @@
 #pragma once
 
 #include <fuzzer/FuzzedDataProvider.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,6 +38,14 @@ inline std::string ScratchPath(const char* tag) {
   const char* dir = std::getenv("TMPDIR");
   return std::string(dir && *dir ? dir : "/tmp") + "/vqfuzz-" + std::to_string(getpid()) + "-" +
          tag;
+}
+
+// A scratch folder of this process (created once per tag), with a trailing slash: the working
+// directory handed to the solvers.
+inline std::string ScratchFolder(const char* tag) {
+  const std::string d = ScratchPath(tag);
+  mkdir(d.c_str(), 0700);
+  return d + "/";
 }
 
 inline void WriteFile(const std::string& path, const void* bytes, size_t size) {

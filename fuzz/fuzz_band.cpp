@@ -76,11 +76,7 @@ void CheckSlices(FuzzedDataProvider& in, int code, int bandCount, int found) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const std::string workDir = [] {
-    const std::string d = vqfuzz::ScratchPath("band-work");
-    mkdir(d.c_str(), 0700);
-    return d + "/";
-  }();
+  static const std::string workDir = vqfuzz::ScratchFolder("band-work");
   FuzzedDataProvider in(data, size);
   const bool sparseM = in.ConsumeBool();
   const bool chain = in.ConsumeIntegralInRange<int>(0, 7) == 0;

@@ -21,11 +21,7 @@ int* Rows(vqfuzz::Csr& c) { return c.rowPointers.empty() ? nullptr : c.rowPointe
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const std::string workDir = [] {
-    const std::string d = vqfuzz::ScratchPath("lanczos-work");
-    mkdir(d.c_str(), 0700);
-    return d + "/";
-  }();
+  static const std::string workDir = vqfuzz::ScratchFolder("lanczos-work");
   FuzzedDataProvider in(data, size);
   const int before = VQ_GetEigenVerification();
   const int verify = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(0, 1) : in.ConsumeIntegral<int>();

@@ -13,11 +13,7 @@
 #include "vqmath.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const std::string workDir = [] {
-    const std::string d = vqfuzz::ScratchPath("eigen-work");
-    mkdir(d.c_str(), 0700);
-    return d + "/";
-  }();
+  static const std::string workDir = vqfuzz::ScratchFolder("eigen-work");
   FuzzedDataProvider in(data, size);
   const int type =
       in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(0, 2) : in.ConsumeIntegral<int>();
